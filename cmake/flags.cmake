@@ -1,0 +1,50 @@
+# Flags shared by all targets (kipx_flags) and by the two libraries (kipx_library_flags).
+#
+# Same bits everywhere: contraction off, no fast-math. -fno-math-errno and -fno-trapping-math change
+# no value; they only let the compiler vectorise conversions and selections.
+add_library(kipx_flags INTERFACE)
+target_compile_options(kipx_flags INTERFACE -Wall -Wextra -Wshadow -ffp-contract=off
+    $<$<BOOL:${KIPX_WERROR}>:-Werror>)
+if(KIPX_SANITIZE)
+    target_compile_options(kipx_flags INTERFACE -fsanitize=${KIPX_SANITIZE}
+        -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+    target_link_options(kipx_flags INTERFACE -fsanitize=${KIPX_SANITIZE})
+endif()
+
+add_library(kipx_library_flags INTERFACE)
+target_link_libraries(kipx_library_flags INTERFACE kipx_flags)
+target_compile_options(kipx_library_flags INTERFACE
+    -fvisibility=hidden -fno-math-errno -fno-trapping-math
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fvisibility-inlines-hidden>
+    $<$<C_COMPILER_ID:GNU>:-fno-semantic-interposition>
+    $<$<CXX_COMPILER_ID:Clang>:-Wno-dollar-in-identifier-extension>)
+target_link_options(kipx_library_flags INTERFACE -Wl,-Bsymbolic-functions
+    $<$<STREQUAL:${KIPX_SANITIZE},>:-Wl,--no-undefined>)
+
+# kipx_rows(FILE...): compile each file once per instruction set of the target processor, each time
+# into the namespace that KIPX_SET names, and add the objects to the library.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+    set(KIPX_SETS baseline avx2 avx512)
+else()
+    set(KIPX_SETS baseline)
+endif()
+set(KIPX_SET_FLAGS_baseline "")
+set(KIPX_SET_FLAGS_avx2 -march=x86-64-v3)
+set(KIPX_SET_FLAGS_avx512 -march=x86-64-v4 -mprefer-vector-width=512)
+
+function(kipx_rows)
+    foreach(file IN LISTS ARGN)
+        get_filename_component(stem ${file} NAME_WE)
+        foreach(set IN LISTS KIPX_SETS)
+            set(target ${stem}_${set})
+            add_library(${target} OBJECT ${CMAKE_CURRENT_SOURCE_DIR}/${file})
+            target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src
+                                                         ${PROJECT_SOURCE_DIR}/include)
+            target_link_libraries(${target} PRIVATE kipx_library_flags)
+            target_compile_definitions(${target} PRIVATE KIPX_SET=${set} KIPX_SET_${set}=1)
+            target_compile_options(${target} PRIVATE ${KIPX_SET_FLAGS_${set}}
+                $<$<NOT:$<CONFIG:Debug>>:-O3>)
+            target_sources(Kipx PRIVATE $<TARGET_OBJECTS:${target}>)
+        endforeach()
+    endforeach()
+endfunction()

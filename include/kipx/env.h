@@ -1,0 +1,92 @@
+/* kipx/env.h - the execution environment, its memory stack, and the vectorisation switch.
+ *
+ * Gives    KipxXE, the first argument of every image operation, from which operations take scratch
+ *          memory and to which they give it back before they return.
+ * Promises a zero record is a valid, uninitialised environment; a stack is opened on first use.
+ * Owner    the caller owns the record. A stack that the environment opened is its own; a stack that
+ *          the caller lent is only rewound to where it stood. One thread at a time.
+ */
+#ifndef KIPX_ENV_H
+#define KIPX_ENV_H
+
+#include <kipx/api.h>
+#include <zu/zu.h>
+
+KIPX_BEGIN
+
+/* The memory stack is a stacked memory storage of the base runtime. */
+typedef ZuSMEMSTG kipx_mmstack;
+typedef ZuSMEMSTATE kipx_mmstate;
+
+#define KIPX_XE_INITIALISED UINT64_C(0x1)
+#define KIPX_XE_FROM_STACK UINT64_C(0x10)
+
+typedef struct KipxXE {
+    kipx_mmstack *stack;       /* in use, or null: opened on first use */
+    uint64_t flags;            /* KIPX_XE_* */
+    uint64_t param;            /* second argument of ZuSMEMSTGopen for a stack of its own */
+    kipx_mmstack inline_stack; /* header of a stack of its own */
+    kipx_mmstate saved;        /* the stack's mark when it was attached */
+} KipxXE;
+
+KIPX_STATIC_ASSERT(offsetof(KipxXE, flags) == 8, "KipxXE.flags");
+KIPX_STATIC_ASSERT(offsetof(KipxXE, param) == 16, "KipxXE.param");
+KIPX_STATIC_ASSERT(offsetof(KipxXE, inline_stack) == 24, "KipxXE.inline_stack");
+KIPX_STATIC_ASSERT(offsetof(KipxXE, saved) == 72, "KipxXE.saved");
+KIPX_STATIC_ASSERT(sizeof(KipxXE) == 104, "KipxXE");
+
+/* KipxXEinit2 with parameter 0. */
+KIPX_API KipxXE *KipxXEinit(KipxXE *xe, kipx_mmstack *stack);
+/* Initialises a zero record and returns it; an initialised record comes back unchanged. stack: one
+ * that the caller lends, or null; the record's own inline storage counts as null. Null: null. */
+KIPX_API KipxXE *KipxXEinit2(KipxXE *xe, kipx_mmstack *stack, uint64_t param);
+/* Makes an environment. With xe null the record is taken from stack, or from a new stack when that
+ * is null too, and flag bit 4 is set: closing such an environment closes its stack, a lent one as
+ * well. Null when memory is short; a stack that it opened is then closed again. */
+KIPX_API KipxXE *KipxXEopen(KipxXE *xe, kipx_mmstack *stack, uint64_t param);
+/* Ends an environment made by KipxXEopen; null does nothing. */
+KIPX_API void KipxXEclose(KipxXE *xe);
+/* Ends an initialised record: destroys its own stack, rewinds a lent one. Otherwise nothing. */
+KIPX_API void KipxXEfini(KipxXE *xe);
+/* Releases everything taken since the stack was attached. */
+KIPX_API void KipxXEclear(KipxXE *xe);
+/* The stack; opened in the inline storage when there is none. Null when it cannot be opened. A zero
+ * record becomes initialised, so that KipxXEfini releases what was opened. */
+KIPX_API kipx_mmstack *KipxXEmmstack(KipxXE *xe);
+/* Opens the environment's own stack when it has none; a param of 0 keeps the stored one. */
+KIPX_API void KipxXEinitMmstack(KipxXE *xe, uint64_t param);
+/* Changes the stack. A record taken from its own stack is closed and a new one opened on the new
+ * stack; use the result. */
+KIPX_API KipxXE *KipxXEresetMmstack(KipxXE *xe, kipx_mmstack *stack, uint64_t param);
+/* KipxXEresetMmstack (xe, null, 0). */
+KIPX_API KipxXE *KipxXEdestroyMmstack(KipxXE *xe);
+/* A scratch block of size bytes aligned to align (0 means 16; else a power of two); size 0 gives a
+ * distinct block. Null when memory is short or xe is null. */
+KIPX_API void *KipxXEalloca(KipxXE *xe, size_t size, size_t align);
+/* Gives a scratch block back; null does nothing. */
+KIPX_API void KipxXEfreea(KipxXE *xe, void *block);
+/* The stack's mark into state, and back to it; without a stack both do nothing. */
+KIPX_API void KipxXEgetmmsp(KipxXE *xe, kipx_mmstate *state);
+KIPX_API void KipxXEsetmmsp(KipxXE *xe, const kipx_mmstate *state);
+/* 1 when vectorised kernels may be used, else 0; flag bit 1 set asks for none and gives 0. */
+KIPX_API int32_t KipxXEuseSimd(KipxXE *xe, uint64_t flags);
+
+/* The vectorisation switch, the library's one piece of global state: -1 not yet decided, 0 off, else
+ * on. An undecided switch is decided by the probe, which turns it off. All forms of a kernel give the
+ * same bits. */
+KIPX_API int32_t kipx_use_simd(uint64_t flags);
+KIPX_API int32_t __kipx_use_simd(void);
+KIPX_API void kipx_set_simd(int32_t value);
+
+/* The memory stack by itself: the functions of zu/zu.h under this library's names. */
+KIPX_API kipx_mmstack *kipx_mmstack_open(void *storage, uint64_t param);
+KIPX_API void *kipx_mmstack_alloca(kipx_mmstack *stack, size_t size, size_t align);
+KIPX_API void kipx_mmstack_freea(kipx_mmstack *stack, void *block);
+KIPX_API kipx_mmstate *kipx_mmstack_state(kipx_mmstack *stack, kipx_mmstate *state);
+KIPX_API void kipx_mmstack_setstate(kipx_mmstack *stack, const kipx_mmstate *state);
+KIPX_API void kipx_mmstack_reset(kipx_mmstack *stack);
+KIPX_API void kipx_mmstack_close(kipx_mmstack *stack);
+
+KIPX_END
+
+#endif

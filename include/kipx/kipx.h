@@ -1,0 +1,12 @@
+/* kipx/kipx.h - the whole public interface. */
+#ifndef KIPX_KIPX_H
+#define KIPX_KIPX_H
+
+#include <kipx/arith.h>
+#include <kipx/array.h>
+#include <kipx/env.h>
+#include <kipx/region.h>
+#include <kipx/sort.h>
+#include <kipx/types.h>
+
+#endif
