@@ -2,4 +2,7 @@
 #ifndef KIPX_REGION_H
 #define KIPX_REGION_H
 
+#include <kipx/features.h>
+#include <kipx/tree.h>
+
 #endif
