@@ -43,7 +43,8 @@ function(kipx_rows)
             target_link_libraries(${target} PRIVATE kipx_library_flags)
             target_compile_definitions(${target} PRIVATE KIPX_SET=${set} KIPX_SET_${set}=1)
             target_compile_options(${target} PRIVATE ${KIPX_SET_FLAGS_${set}}
-                $<$<NOT:$<CONFIG:Debug>>:-O3>)
+                $<$<NOT:$<CONFIG:Debug>>:-O3>
+                $<$<CXX_COMPILER_ID:Clang>:-Wno-pass-failed>)
             target_sources(Kipx PRIVATE $<TARGET_OBJECTS:${target}>)
         endforeach()
     endforeach()

@@ -1,0 +1,157 @@
+/* kipx/arith.h - element-wise arithmetic of two arrays.
+ *
+ * Every destination element is computed from the elements at the same place in two sources. All
+ * public functions take
+ *
+ *   xe      the environment; may be null where no scratch is needed (it is needed when the first
+ *           source's elements are wider than the destination's, u8 from s16 excepted)
+ *   flags   KIPX_FLAG_*; bit 1 asks for the plain form of the row loops
+ *   dst     result; src1, src2: sources, of 1 to 4 channels, as many as dst
+ *   src1    null: dst is the first source (in place)
+ *   roi     region of the destination (null: all of it). It never moves a source. Channels that it
+ *           leaves out are left out of the sources too
+ *   src1At, src2At
+ *           where the sources' regions start (null: their origin; in place with src1At null: where
+ *           the destination's region starts). The channel entry is not read
+ *   scale   the scale exponent s: results are multiplied by two to the power s, see below
+ *   aux     carried to the kernels, not read
+ *
+ * and return 0, or a negative code with nothing written. Height and width worked on are the smallest
+ * of what roi and the three arrays leave.
+ *
+ * Result r is exact for integer sources. With a floating source it is formed in binary64 for s32
+ * destinations and where the other source is s32, and otherwise in binary32, where it is the
+ * correctly rounded exact result.
+ *
+ *   s = 0   add, sub, rsub wrap into integer destinations (two's complement); mul and the q and sq
+ *           forms saturate. Floating results go to s32 by nearest, ties to even, saturated, NaN to
+ *           -2^31
+ *   s < 0   r as binary32, times 2^-k with k = -s mod 32, to nearest with ties to even, saturated
+ *   s > 0   integer r: shifted left by s mod 64 bits in 64 bits (what is shifted out is lost), then
+ *           saturated. Floating r into s32: times 2^(s mod 64), to nearest, saturated
+ *   f32 destinations: r as binary32 times 2^-k or 2^(s mod 64), nothing rounded to integers
+ *
+ * Only s = 0 wraps: -32 and 64, which scale by one, still saturate. The divisions form their quotient
+ * q first (div, rdiv: truncated, in integers; divr, rdivr: in binary32) and store it saturated, or
+ * for s other than 0 multiply it as binary32 by 2^-k or 2^(s mod 32), round to nearest even, saturate.
+ * Division of integers by zero in div and rdiv raises the processor's divide fault (on AArch64, whose
+ * division does not trap, it gives 0); the smallest number divided by -1 saturates. In divr and rdivr
+ * an infinite or NaN quotient gives the smallest value of a signed destination and 0 for u8.
+ *
+ * Adding an array to itself, in place and strides too, multiplies it by 2.0 instead: u8 saturates
+ * (200 + 200 gives 255; from an equal copy it gives 144).
+ *
+ * The sq forms saturate into the signed counterpart of the destination's type (its code with 8 set)
+ * and store that into the destination's bytes.
+ *
+ * When the first source is wider than the destination (u8 from s16 excepted) the result is formed in
+ * the first source's type, scale and wrap included, and converted from there: to nearest even,
+ * saturated, NaN to the smallest value or 0 for unsigned ones.
+ *
+ * A source may be the destination itself, at the same place with the same strides and element size.
+ * Any other sharing of bytes with the destination is KIPX_EINVAL, and so is a destination whose own
+ * elements share bytes.
+ */
+#ifndef KIPX_ARITH_H
+#define KIPX_ARITH_H
+
+#include <kipx/arith_ops.inc>
+#include <kipx/arith_types.inc>
+#include <kipx/env.h>
+#include <kipx/types.h>
+
+KIPX_BEGIN
+
+/* The public functions, KipxAdd to KipxRSubsq. */
+#define KIPX_PUBLIC_BINARY(Name)                                                                   \
+    KIPX_API int32_t Kipx##Name(KipxXE *xe, uint64_t flags, const kipx_arr *dst,                   \
+                                const kipx_arr *src1, const kipx_arr *src2, const kipx_site *roi,  \
+                                const kipx_pos *src1At, const kipx_pos *src2At, int32_t scale,     \
+                                int32_t aux)
+/* The array level, kipxa_add to kipxa_rsubsq: operands as type, base address, origin and strides,
+ * vectors of as many entries as dims counts, preceded by the unused leading slots that it names. */
+#define KIPX_ARRAY_BINARY(op)                                                                      \
+    KIPX_API int32_t kipxa_##op(                                                                   \
+        KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent, uint32_t dst_type,     \
+        void *dst, const uint32_t *dst_origin, const uint32_t *dst_strides, uint32_t src1_type,    \
+        const void *src1, const uint32_t *src1_origin, const uint32_t *src1_strides,               \
+        uint32_t src2_type, const void *src2, const uint32_t *src2_origin,                         \
+        const uint32_t *src2_strides, int32_t scale, int32_t aux)
+/* The typed level, kipxa__add to kipxa__rsubsq: operands as type, element address and strides. It
+ * checks the types, puts the wider or floating source first (with the mirrored operation), folds
+ * channels into the row, narrows through a buffer where needed, and calls the kernel. 2 or 3 axes. */
+#define KIPX_TYPED_BINARY(op)                                                                      \
+    KIPX_API int32_t kipxa__##op(KipxXE *xe, uint64_t flags, kipx_dims n, const uint32_t *extent,  \
+                                 uint32_t dst_type, void *dst, const uint32_t *dst_strides,        \
+                                 uint32_t src1_type, const void *src1,                             \
+                                 const uint32_t *src1_strides, uint32_t src2_type,                 \
+                                 const void *src2, const uint32_t *src2_strides, int32_t scale,    \
+                                 int32_t aux)
+
+/* A one-channel kernel: row count and width from the extent vector of n entries, operands as element
+ * address and strides. No checks; 0. */
+typedef int32_t (*kipx_binary_kernel)(KipxXE *xe, uint64_t flags, kipx_dims n,
+                                      const uint32_t *extent, void *dst,
+                                      const uint32_t *dst_strides, const void *src1,
+                                      const uint32_t *src1_strides, const void *src2,
+                                      const uint32_t *src2_strides, int32_t scale, int32_t aux);
+#define KIPX_KERNEL_BINARY(op, D, A, B)                                                            \
+    KIPX_API int32_t kipxa__##op##_c1_##D##A##B(                                                   \
+        KipxXE *xe, uint64_t flags, kipx_dims n, const uint32_t *extent, void *dst,                \
+        const uint32_t *dst_strides, const void *src1, const uint32_t *src1_strides,               \
+        const void *src2, const uint32_t *src2_strides, int32_t scale, int32_t aux)
+/* The table routines, kipxa__aaddfun_imp to kipxa__ardivrfun_imp: the kernel for a triple of element
+ * types, never null. status, when given, receives 0; or -65514 when a code is invalid, or -65511 when
+ * there is no such kernel, and the result is then kipxa_proc_einval or kipxa_proc_enotsup. */
+#define KIPX_TABLE_BINARY(op)                                                                      \
+    KIPX_API kipx_binary_kernel kipxa__a##op##fun_imp(uint32_t dst_type, uint32_t src1_type,       \
+                                                      uint32_t src2_type, int32_t *status)
+
+#define KIPX_DECLARE_KERNEL(op, D, A, B) KIPX_KERNEL_BINARY(op, D, A, B);
+#define KIPX_DECLARE_OP(op, Name, triples, code, mirror)                                           \
+    KIPX_PUBLIC_BINARY(Name);                                                                      \
+    KIPX_ARRAY_BINARY(op);                                                                         \
+    KIPX_TYPED_BINARY(op);                                                                         \
+    KIPX_TABLE_BINARY(op);                                                                         \
+    KIPX_TRIPLES_##triples(KIPX_DECLARE_KERNEL, op)
+#define KIPX_DECLARE_SIGNED_OP(op, Name, base, code)                                               \
+    KIPX_PUBLIC_BINARY(Name);                                                                      \
+    KIPX_ARRAY_BINARY(op);                                                                         \
+    KIPX_TYPED_BINARY(op);
+
+KIPX_BINARY_OPS(KIPX_DECLARE_OP)
+KIPX_BINARY_SIGNED_OPS(KIPX_DECLARE_SIGNED_OP)
+
+#undef KIPX_DECLARE_KERNEL
+#undef KIPX_DECLARE_OP
+#undef KIPX_DECLARE_SIGNED_OP
+
+/* The public function that an operation code names ("aadd" = 0x61616464); KIPX_EINVAL for a code
+ * that is not in the list, whatever the other arguments are. */
+KIPX_API int32_t kipx_binary(uint32_t code, KipxXE *xe, uint64_t flags, const kipx_arr *dst,
+                             const kipx_arr *src1, const kipx_arr *src2, const kipx_site *roi,
+                             const kipx_pos *src1At, const kipx_pos *src2At, int32_t scale,
+                             int32_t aux);
+
+/* Plain loops over at most 256 elements (more count as 256); source1 null: the destination is the
+ * first source. _8 and _16 work on unsigned elements of that width modulo 2^8 and 2^16: add, and suba
+ * the first source minus the second. The vcf loops work on f32: a + b, a - b, b - a, a * b, a / b,
+ * b / a with a from source1. */
+#define KIPX_DECLARE_REFERENCE(name, type)                                                         \
+    KIPX_API void C_kipx_##name(type *destination, const type *source1, const type *source2,       \
+                                uint32_t count);
+KIPX_DECLARE_REFERENCE(addLE256_8, uint8_t)
+KIPX_DECLARE_REFERENCE(addLE256_16, uint16_t)
+KIPX_DECLARE_REFERENCE(subaLE256_8, uint8_t)
+KIPX_DECLARE_REFERENCE(subaLE256_16, uint16_t)
+KIPX_DECLARE_REFERENCE(addvcf, float)
+KIPX_DECLARE_REFERENCE(subvcf, float)
+KIPX_DECLARE_REFERENCE(rsubvcf, float)
+KIPX_DECLARE_REFERENCE(mulvcf, float)
+KIPX_DECLARE_REFERENCE(divvcf, float)
+KIPX_DECLARE_REFERENCE(rdivvcf, float)
+#undef KIPX_DECLARE_REFERENCE
+
+KIPX_END
+
+#endif

@@ -1,0 +1,120 @@
+// arith/arith_rows.cpp - the row loops of the binary arithmetic, compiled once per instruction set.
+//
+// Gives    arith_rows, one loop per (operation, type triple), in the order of ArithKernel.
+// Promises each set gives the same bits. A NaN result is always the quiet NaN 0x7fc00000, since
+// which
+//          of two NaN operands survives an operation differs between processors.
+// Costs    one pass; the loop is chosen by the scale's mode before it starts.
+#include "arith/arith_rows.h"
+#include "arith/arith_values.h"
+
+namespace kipx::KIPX_SET {
+namespace {
+
+// The three loops of a sum or product: one per mode of the scale.
+template<class Op, class D, class A, class B>
+void row_exact(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale) {
+    using W = Wide<D, A, B>;
+    auto result = [=](size_t i) {
+        return Op::of(static_cast<W>(load<A>(a, i)), static_cast<W>(load<B>(b, i)));
+    };
+    switch (scale.mode) {
+    case ScaleMode::none:
+        KIPX_INDEPENDENT
+        for (size_t i = 0; i < n; ++i) store(dst, i, unscaled<Op, D>(result(i)));
+        break;
+    case ScaleMode::down: {
+        const Down<Op, D, A, B> down(scale);
+        KIPX_INDEPENDENT
+        for (size_t i = 0; i < n; ++i) store(dst, i, down(result(i)));
+        break;
+    }
+    case ScaleMode::up: {
+        const Up<D, W> up(scale);
+        KIPX_INDEPENDENT
+        for (size_t i = 0; i < n; ++i) store(dst, i, up(result(i)));
+        break;
+    }
+    }
+}
+
+// Elements looked through for a zero divisor before they are divided without looking.
+constexpr size_t divisor_run = 1024;
+
+template<class B> bool holds_zero(const void *row, size_t n) {
+    B found = 0;
+    for (size_t i = 0; i < n; ++i) found |= load<B>(row, i) == 0;
+    return found != 0;
+}
+
+// Integer quotients. A run with a zero among its divisors is divided by the processor's own
+// division, which faults there.
+template<class Op, class T>
+void row_quotient(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale) {
+    const void *divisor = Op::reversed ? a : b, *dividend = Op::reversed ? b : a;
+    const f32 factor = scale.quotient_factor;
+    const bool scaled = scale.mode != ScaleMode::none;
+    auto run = [=](size_t from, size_t to, auto divide) {
+        if (scaled) {
+            KIPX_INDEPENDENT
+            for (size_t i = from; i < to; ++i) {
+                f32 q = static_cast<f32>(divide(load<T>(dividend, i), load<T>(divisor, i)));
+                store(dst, i, round_saturate<T>(q * factor));
+            }
+        } else {
+            KIPX_INDEPENDENT
+            for (size_t i = from; i < to; ++i)
+                store(dst, i, saturate<T>(divide(load<T>(dividend, i), load<T>(divisor, i))));
+        }
+    };
+    for (size_t from = 0; from < n; from += divisor_run) {
+        size_t to = n - from < divisor_run ? n : from + divisor_run;
+        if (holds_zero<T>(static_cast<const char *>(divisor) + from * sizeof(T), to - from))
+            run(from, to, [](T x, T y) { return divide_faulting(x, y); });
+        else
+            run(from, to, [](T x, T y) { return truncated_quotient(x, y); });
+    }
+}
+
+template<class Op>
+void row_quotient_f32(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale) {
+    const void *divisor = Op::reversed ? a : b, *dividend = Op::reversed ? b : a;
+    const f32 factor = scale.quotient_factor;
+    KIPX_INDEPENDENT
+    for (size_t i = 0; i < n; ++i)
+        store(dst, i, one_nan(load<f32>(dividend, i) / load<f32>(divisor, i) * factor));
+}
+
+template<class Op, class T>
+void row_rounded(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale) {
+    const void *divisor = Op::reversed ? a : b, *dividend = Op::reversed ? b : a;
+    const f32 factor = scale.quotient_factor;
+    constexpr T indefinite = static_cast<T>(Range<T>::low);
+    KIPX_INDEPENDENT
+    for (size_t i = 0; i < n; ++i) {
+        T x = load<T>(dividend, i), y = load<T>(divisor, i);
+        T q = round_saturate<T>(static_cast<f32>(x) / static_cast<f32>(y) * factor);
+        store(dst, i, y == 0 ? indefinite : q);
+    }
+}
+
+template<class Op, class D, class A, class B>
+void row(void *dst, const void *a, const void *b, size_t n, const void *params) {
+    const ArithScale &scale = *static_cast<const ArithScale *>(params);
+    if constexpr (Op::kind == Kind::rounded)
+        row_rounded<Op, D>(dst, a, b, n, scale);
+    else if constexpr (Op::kind == Kind::quotient && floating<D>)
+        row_quotient_f32<Op>(dst, a, b, n, scale);
+    else if constexpr (Op::kind == Kind::quotient)
+        row_quotient<Op, D>(dst, a, b, n, scale);
+    else
+        row_exact<Op, D, A, B>(dst, a, b, n, scale);
+}
+
+} // namespace
+
+#define KIPX_ROW(op, D, A, B) row<op_##op, D, A, B>,
+#define KIPX_ROWS(op, Name, triples, code, mirror) KIPX_TRIPLES_##triples(KIPX_ROW, op)
+extern const ArithRow arith_rows[arith_kernel_count] = {KIPX_BINARY_OPS(KIPX_ROWS)};
+
+} // namespace kipx::KIPX_SET

@@ -1,0 +1,16 @@
+// convert/convert.h - conversion of values from one element type to another.
+//
+// Gives    convert_row_for(): the row loop for a pair of types, to be walked by core/walk.h.
+// Promises to nearest with ties to even, saturated; NaN to the smallest value, 0 for unsigned
+// types.
+#pragma once
+
+#include "core/simd.h"
+#include "core/walk.h"
+
+namespace kipx {
+
+// Null when the pair has no conversion.
+RowLoop convert_row_for(uint32_t dst_type, uint32_t src_type, Set set);
+
+} // namespace kipx

@@ -1,0 +1,24 @@
+// convert/convert_rows.cpp - the row loops of the conversions, compiled once per instruction set.
+#include "convert/convert_rows.h"
+#include "core/lanes.h"
+
+namespace kipx::KIPX_SET {
+namespace {
+
+template<class D, class S>
+void row(void *dst, const void *src, const void *, size_t n, const void *) {
+    KIPX_INDEPENDENT
+    for (size_t i = 0; i < n; ++i) {
+        if constexpr (floating<S>)
+            store(dst, i, round_saturate<D>(load<S>(src, i)));
+        else
+            store(dst, i, saturate<D>(s32{load<S>(src, i)}));
+    }
+}
+
+} // namespace
+
+#define KIPX_ROW(D, S) row<D, S>,
+extern const RowLoop convert_rows[convert_kernel_count] = {KIPX_CONVERT_PAIRS(KIPX_ROW)};
+
+} // namespace kipx::KIPX_SET

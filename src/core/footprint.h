@@ -1,0 +1,30 @@
+// core/footprint.h - which bytes a region of an array occupies.
+//
+// Gives    the byte offset of a region's last element, checked; whether an array's own elements
+// share
+//          bytes; whether two arrays share any.
+// Promises exact for arrays whose strides nest (each stride spans everything inside it) and agree;
+//          otherwise two arrays count as sharing when their address ranges meet.
+#pragma once
+
+#include <kipx/types.h>
+
+namespace kipx {
+
+struct Footprint {
+    const char *at;     // first element
+    uint32_t axes;      // axes of more than one element
+    uint64_t stride[4]; // of those, largest first
+    uint64_t count[4];
+    uint64_t span[5]; // bytes from first to last for axes i and inwards; span[axes] is an element
+};
+
+// False when the last element's byte offset from the array's base would exceed 2^32 - 1.
+bool offsets_fit(const kipx_arr &arr, const kipx_site &site);
+Footprint footprint(const kipx_arr &arr, const kipx_site &site);
+bool shares_own_bytes(const Footprint &f);
+// The same elements at the same places.
+bool same_footprint(const Footprint &a, const Footprint &b);
+bool share_bytes(const Footprint &a, const Footprint &b);
+
+} // namespace kipx

@@ -1,0 +1,90 @@
+// core/lanes.h - numbers as row loops see them: loads, saturation, rounding. For row files only.
+//
+// Everything stands in the namespace of the instruction set being compiled, so that no two forms
+// can be mistaken for each other by the linker; nothing of the standard library that emits code is
+// used. Rounding is to nearest, ties to even, by adding and taking away a number whose unit in the
+// last place is one: exact in every form, with contraction and reassociation off.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#ifndef KIPX_SET
+#error "a row file is compiled once per instruction set, with KIPX_SET naming its namespace"
+#endif
+
+// Elements of one run never depend on each other, also where the destination is a source.
+#if defined(__clang__)
+#define KIPX_INDEPENDENT _Pragma("clang loop vectorize(assume_safety)")
+#else
+#define KIPX_INDEPENDENT _Pragma("GCC ivdep")
+#endif
+
+namespace kipx::KIPX_SET {
+
+using u8 = uint8_t;
+using u16 = uint16_t;
+using u32 = uint32_t;
+using u64 = uint64_t;
+using s8 = int8_t;
+using s16 = int16_t;
+using s32 = int32_t;
+using s64 = int64_t;
+using f32 = float;
+using f64 = double;
+
+template<class A, class B> inline constexpr bool same = false;
+template<class A> inline constexpr bool same<A, A> = true;
+template<class T> inline constexpr bool floating = same<T, f32> || same<T, f64>;
+
+template<class T> struct Range;
+template<> struct Range<u8> { static constexpr s64 low = 0, high = 255; };
+template<> struct Range<s8> { static constexpr s64 low = -128, high = 127; };
+template<> struct Range<u16> { static constexpr s64 low = 0, high = 65535; };
+template<> struct Range<s16> { static constexpr s64 low = -32768, high = 32767; };
+template<> struct Range<s32> { static constexpr s64 low = INT32_MIN, high = INT32_MAX; };
+
+template<class T> inline T load(const void *row, size_t i) {
+    T value;
+    memcpy(&value, static_cast<const char *>(row) + i * sizeof(T), sizeof(T));
+    return value;
+}
+template<class T> inline void store(void *row, size_t i, T value) {
+    memcpy(static_cast<char *>(row) + i * sizeof(T), &value, sizeof(T));
+}
+
+// Nearest integer of |x| < 2^22 (f32), |x| < 2^51 (f64).
+inline f32 nearest(f32 x) { return (x + 0x1.8p23f) - 0x1.8p23f; }
+inline f64 nearest(f64 x) { return (x + 0x1.8p52) - 0x1.8p52; }
+
+template<class D, class W> inline D saturate(W r) {
+    constexpr W low = static_cast<W>(Range<D>::low), high = static_cast<W>(Range<D>::high);
+    if constexpr (sizeof(W) <= sizeof(D)) {
+        return static_cast<D>(r);
+    } else {
+        W clipped = r < low ? low : r;
+        return static_cast<D>(clipped > high ? high : clipped);
+    }
+}
+
+// To nearest, saturated; NaN to the smallest value, 0 for unsigned types.
+template<class D> inline D round_saturate(f64 x) {
+    constexpr f64 low = static_cast<f64>(Range<D>::low), high = static_cast<f64>(Range<D>::high);
+    f64 clipped = x > low ? x : low; // NaN compares false
+    clipped = clipped < high ? clipped : high;
+    return static_cast<D>(static_cast<s32>(nearest(clipped)));
+}
+template<class D> inline D round_saturate(f32 x) {
+    if constexpr (sizeof(D) > 2) {
+        return round_saturate<D>(static_cast<f64>(x));
+    } else {
+        constexpr f32 low = static_cast<f32>(Range<D>::low),
+                      high = static_cast<f32>(Range<D>::high);
+        f32 clipped = x > low ? x : low;
+        clipped = clipped < high ? clipped : high;
+        return static_cast<D>(static_cast<s32>(nearest(clipped)));
+    }
+}
+
+} // namespace kipx::KIPX_SET
