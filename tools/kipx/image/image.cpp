@@ -1,0 +1,136 @@
+// image.cpp - see image.h. Values pass through binary64, which holds every element type exactly.
+#include "image/image.h"
+
+#include "failure.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <new>
+
+uint32_t size_of(uint32_t type) {
+    return with_type(type, [](auto sample) { return uint32_t(sizeof sample); });
+}
+
+const char *name_of(uint32_t type) {
+    switch (type) {
+    case KIPX_U8:
+        return "u8";
+    case KIPX_U16:
+        return "u16";
+    case KIPX_U32:
+        return "u32";
+    case KIPX_S8:
+        return "s8";
+    case KIPX_S16:
+        return "s16";
+    case KIPX_S32:
+        return "s32";
+    case KIPX_F32:
+        return "f32";
+    case KIPX_F64:
+        return "f64";
+    default:
+        return "?";
+    }
+}
+
+bool is_integer(uint32_t type) { return type != KIPX_F32 && type != KIPX_F64; }
+
+std::string describe(const Shape &shape) {
+    return std::to_string(shape.width) + "x" + std::to_string(shape.height) + ", " +
+           std::to_string(shape.channels) + (shape.channels == 1 ? " channel, " : " channels, ") +
+           name_of(shape.type);
+}
+
+Image::Image(const Shape &shape) : shape_(shape) {
+    if (shape.width < 1 || shape.height < 1 || shape.channels < 1 || shape.channels > 4)
+        fail("an image of ", describe(shape), " is not possible: at least 1x1 and 1 to 4 channels");
+    const uint64_t pixel = uint64_t(shape.channels) * size_of(shape.type);
+    const uint64_t pixels = uint64_t(shape.width) * shape.height;
+    if (shape.width > INT32_MAX || shape.height > INT32_MAX || pixels > UINT32_MAX / pixel)
+        fail("an image of ", describe(shape), " takes 2^32 bytes or more, beyond what arrays hold");
+    block_.reset(static_cast<uint8_t *>(std::calloc(size_t(pixels), size_t(pixel))));
+    if (!block_) throw std::bad_alloc();
+}
+
+size_t Image::row_bytes() const { return size_t(width()) * channels() * size_of(type()); }
+
+kipx_arr Image::arr() const {
+    const uint32_t element = size_of(type());
+    kipx_arr out = {};
+    out.volume[0] = 1;
+    out.volume[1] = height();
+    out.volume[2] = width();
+    out.volume[3] = channels();
+    out.strides[0] = uint32_t(bytes());
+    out.strides[1] = uint32_t(row_bytes());
+    out.strides[2] = channels() * element;
+    out.strides[3] = element;
+    out.naxes = 3;
+    out.type = type();
+    out.base = const_cast<uint8_t *>(data());
+    return out;
+}
+
+Extremes extremes(const Image &image) {
+    return with_type(image.type(), [&](auto sample) {
+        using T = decltype(sample);
+        const T *values = image.as<T>();
+        Extremes out = {INFINITY, -INFINITY, 0, false};
+        double sum = 0;
+        for (uint64_t i = 0; i < image.elements(); ++i) {
+            const double value = double(values[i]);
+            out.has_nan |= value != value;
+            out.least = std::min(out.least, value);
+            out.greatest = std::max(out.greatest, value);
+            sum += value;
+        }
+        out.mean = sum / double(image.elements());
+        return out;
+    });
+}
+
+namespace {
+
+template<class To> To saturated(double value) {
+    if constexpr (std::is_floating_point_v<To>) {
+        return To(value);
+    } else {
+        const double least = double(std::numeric_limits<To>::min());
+        const double greatest = double(std::numeric_limits<To>::max());
+        if (!(value >= least)) return std::numeric_limits<To>::min();
+        return value >= greatest ? std::numeric_limits<To>::max() : To(std::nearbyint(value));
+    }
+}
+
+} // namespace
+
+Image converted(const Image &image, uint32_t type) {
+    Image out(Shape{type, image.width(), image.height(), image.channels()});
+    with_type(image.type(), [&](auto from) {
+        with_type(type, [&](auto to) {
+            using From = decltype(from);
+            using To = decltype(to);
+            std::transform(image.as<From>(), image.as<From>() + image.elements(), out.as<To>(),
+                           [](From value) { return saturated<To>(double(value)); });
+        });
+    });
+    return out;
+}
+
+bool fits(const Image &image, uint32_t type) {
+    return with_type(image.type(), [&](auto from) {
+        return with_type(type, [&](auto to) {
+            using From = decltype(from);
+            using To = decltype(to);
+            if constexpr (std::is_floating_point_v<To> && std::is_floating_point_v<From>)
+                return true;
+            const From *values = image.as<From>();
+            return std::all_of(values, values + image.elements(), [](From value) {
+                return double(saturated<To>(double(value))) == double(value);
+            });
+        });
+    });
+}
