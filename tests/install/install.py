@@ -1,8 +1,10 @@
 """Installs a build, moves the install tree, and builds and runs programs against it: with CMake's
-find_package in C and in C++, and by hand with pkg-config. Everything lies in the build folder.
+find_package in C and in C++, and by hand with pkg-config, the README's example among them.
+Everything lies in the build folder.
 Usage: install.py BUILD-FOLDER C-COMPILER C++-COMPILER --sanitize=[LIST]"""
 import glob
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -29,16 +31,29 @@ def with_cmake(language, prefix, work, compilers, flags):
     run(os.path.join(build, "consumer"))
 
 
+def readme_example():
+    """The program in the README, and what the comments beside its printf lines say it prints."""
+    with open(os.path.join(HERE, "..", "..", "README.md"), encoding="utf-8") as file:
+        text = re.search(r"^```c\n(.*?)^```", file.read(), re.M | re.S).group(1)
+    return text, re.findall(r"printf\(.*/\* ([\d ]+):", text)
+
+
 def by_hand(prefix, work, c, flags):
     found = glob.glob(os.path.join(prefix, "**", "kipx.pc"), recursive=True)
     env = {"PKG_CONFIG_PATH": os.path.dirname(found[0])}
     run("pkg-config", "--exact-version=1.0.0", "kipx", **env)
     libdir = output("pkg-config", "--variable=libdir", "kipx", **env)[0]
-    program = os.path.join(work, "by-hand")
-    run(c, "-std=c11", "-Wall", "-Werror", *flags.split(), os.path.join(HERE, "c", "main.c"),
-        *output("pkg-config", "--cflags", "--libs", "kipx", **env), f"-Wl,-rpath,{libdir}",
-        "-o", program)
-    run(program)
+    needed = output("pkg-config", "--cflags", "--libs", "kipx", **env) + [f"-Wl,-rpath,{libdir}"]
+    program, example = os.path.join(work, "by-hand"), os.path.join(work, "example.c")
+    text, promised = readme_example()
+    with open(example, "w", encoding="utf-8") as file:
+        file.write(text)
+    for source in (os.path.join(HERE, "c", "main.c"), example):
+        run(c, "-std=c11", "-Wall", "-Werror", *flags.split(), source, *needed, "-o", program)
+        run(program)
+    printed = subprocess.run(program, text=True, capture_output=True, check=True).stdout.splitlines()
+    if printed != promised:
+        sys.exit(f"the README promises {promised}, its example prints {printed}")
 
 
 def main():
