@@ -1,0 +1,370 @@
+// zu/storage.cpp - the stacked memory storage.
+//
+// A storage draws segments from the heap, or from its parent, and cuts blocks from them.
+//   Shared segments form a chain; blocks are bumped off the newest one, the open segment, and off
+//   no other. A segment is twice as long as the one before, from 64 KiB to 4 MiB. A block longer
+//   than half the open segment, or aligned to more than 4096, has a segment of its own, which goes
+//   back at once when the block does. What a child draws is such a block of its parent; hence
+//   nothing that happens to other blocks of the parent can move or release it.
+// Every block has a head of 16 bytes in front: length, distance to the block below, the padding
+// that its alignment cost, live or dead, and the epoch of the storage in which it was taken.
+//
+// Invariants, outside of the functions:
+//   1. Each shared segment is a stack of its own: last is its topmost block and is live, top is
+//   that
+//      block's end. Dead blocks lie only under live ones. So a block given back under others is
+//      room again as soon as those above it in its own segment have gone.
+//   2. A shared segment without blocks is the open one; any other has gone back. When the open
+//      one is empty and the one below it is at least half empty, the lower one becomes the open
+//      one; this slack keeps a program that swings around a boundary from drawing and returning
+//      each time.
+//   3. A mark is the epoch, which then advances: a block is newer than a mark exactly if its epoch
+//   is
+//      greater. Epochs never fall from older to newer blocks of a segment, nor along either chain.
+//      A rewind therefore only ever pops blocks, returns whole segments where the first block is
+//      newer, and walks the blocks of one segment at most.
+//   4. drawn is the sum of the sizes of the segments in both chains, and never passes the limit
+//   while
+//      growing. peak >= drawn.
+//
+// A release of the parent's memory (rewind, clear, close) past a child's segments ends the child:
+// it must then be neither used nor closed. Its header, when made here, is a block of the parent and
+// goes the same way, so nothing leaks.
+#include "poison.h"
+#include <new>
+#include <zu/zu.h>
+
+namespace zu {
+namespace {
+
+constexpr size_t UNIT = 16; // everything is counted and aligned in these
+constexpr size_t FIRST_SEGMENT = size_t{64} << 10;
+constexpr size_t LAST_SEGMENT = size_t{4} << 20;
+constexpr size_t MOST_SHARED_ALIGNMENT = 4096;
+constexpr size_t MOST_DRAWN = (size_t{1} << 46) - UNIT; // what 42 bits of units can count
+constexpr uint64_t LIVE = 0x5ACB1D, DEAD = 0xD1EB0B;    // unlike any of the patterns
+
+struct Head {
+    uint64_t epoch : 48;
+    uint64_t padding : 16; // units between the end of the block below and this head
+    uint64_t length : 20;  // units; 0 in a segment of its own
+    uint64_t below : 20;   // offset of the block below in units; 0 when there is none
+    uint64_t state : 24;   // LIVE, DEAD, or anything else where no block begins
+};
+static_assert(sizeof(Head) == UNIT);
+
+struct Segment {
+    Segment *newer, *older;
+    size_t size;    // of the whole segment, this record included
+    size_t top;     // offset of the first free byte
+    size_t last;    // offset of the topmost block; 0 when empty
+    uint64_t epoch; // of the lowest block
+    uint64_t spare[2];
+};
+static_assert(sizeof(Segment) == 64 && sizeof(Segment) % UNIT == 0);
+// Where the block lies in a segment of its own, unless its alignment pushes it further.
+constexpr size_t OWN_BLOCK = sizeof(Segment) + sizeof(Head);
+
+struct Storage {
+    Segment *open;         // newest shared segment
+    Segment *own;          // newest segment of a single block
+    uintptr_t parent;      // the parent's address; bit 0: the header was made here
+    uint64_t epoch;        // of the blocks taken now
+    uint64_t drawn : 42;   // units
+    uint64_t limit_h : 22; // units, two halves; 0: no limit
+    uint64_t peak : 42;
+    uint64_t limit_l : 22;
+};
+static_assert(sizeof(Storage) == sizeof(ZuSMEMSTG));
+
+Storage &body(ZuSMEMSTG *storage) { return *reinterpret_cast<Storage *>(storage); }
+const Storage &body(const ZuSMEMSTG *storage) {
+    return *reinterpret_cast<const Storage *>(storage);
+}
+Storage *parent_of(const Storage &s) {
+    return reinterpret_cast<Storage *>(s.parent & ~uintptr_t{1});
+}
+char *at(Segment *segment, size_t offset) { return reinterpret_cast<char *>(segment) + offset; }
+Head *head_at(Segment *segment, size_t block) {
+    return reinterpret_cast<Head *>(at(segment, block) - sizeof(Head));
+}
+ZU_UNCHECKED Head load(const Head *head) { return *head; }
+ZU_UNCHECKED void store(Head *head, Head value) { *head = value; }
+
+// Rounds up to whole units, at least one; 0 when that overflows.
+size_t rounded(size_t size) { return size ? (size + UNIT - 1) & ~(UNIT - 1) : UNIT; }
+
+void chain_in(Segment *&newest, Segment *segment) {
+    segment->newer = nullptr;
+    segment->older = newest;
+    if (newest) newest->newer = segment;
+    newest = segment;
+}
+
+void chain_out(Segment *&newest, Segment *segment) {
+    (segment->newer ? segment->newer->older : newest) = segment->older;
+    if (segment->older) segment->older->newer = segment->newer;
+}
+
+void *take_own(Storage &s, size_t size, size_t alignment);
+void release_own(Storage &s, Segment *segment, Pattern pattern);
+
+// A segment of size bytes (whole units) from the parent or the heap, linked to nothing; null when
+// the limit or the memory is exhausted.
+Segment *draw(Storage &s, size_t size) {
+    const size_t drawn = s.drawn * UNIT, limit = ((s.limit_h << 22) | s.limit_l) * UNIT;
+    const size_t most = limit ? limit : MOST_DRAWN;
+    if (drawn > most || size > most - drawn) return nullptr;
+    void *memory = parent_of(s) ? take_own(*parent_of(s), size, UNIT) : std::malloc(size);
+    if (!memory) return nullptr;
+    s.drawn = (drawn + size) / UNIT;
+    if (s.peak < s.drawn) s.peak = s.drawn;
+    auto *segment = new (memory) Segment{};
+    segment->size = size;
+    segment->top = sizeof(Segment);
+    forbid(segment + 1, size - sizeof(Segment));
+    return segment;
+}
+
+// The contrary. The block of the parent that a segment is lies at a known place of its own segment.
+void give(Storage &s, Segment *segment, Pattern pattern) {
+    const size_t size = segment->size;
+    s.drawn = s.drawn - size / UNIT;
+    lost(segment, size, pattern);
+    allow(segment, size);
+    if (!parent_of(s)) return std::free(segment);
+    char *owner = reinterpret_cast<char *>(segment) - OWN_BLOCK;
+    release_own(*parent_of(s), reinterpret_cast<Segment *>(owner), pattern);
+}
+
+void release_own(Storage &s, Segment *segment, Pattern pattern) {
+    chain_out(s.own, segment);
+    give(s, segment, pattern);
+}
+
+void release_shared(Storage &s, Segment *segment, Pattern pattern) {
+    chain_out(s.open, segment);
+    give(s, segment, pattern);
+}
+
+// A block in a segment of its own.
+void *take_own(Storage &s, size_t size, size_t alignment) {
+    const size_t room = rounded(size);
+    size_t total;
+    if (room < size || __builtin_add_overflow(room, OWN_BLOCK + (alignment - UNIT), &total)) {
+        return nullptr;
+    }
+    Segment *segment = draw(s, total);
+    if (!segment) return nullptr;
+    const auto base = reinterpret_cast<uintptr_t>(segment);
+    segment->last = ((base + OWN_BLOCK + alignment - 1) & ~(alignment - 1)) - base;
+    segment->top = segment->last + room;
+    segment->epoch = s.epoch;
+    store(head_at(segment, segment->last), Head{s.epoch, 0, 0, 0, LIVE});
+    chain_in(s.own, segment);
+    taken(at(segment, segment->last), size);
+    return at(segment, segment->last);
+}
+
+// A block bumped off the open segment, or null when it is too long for it. size is at most the
+// segment's, and alignment at most MOST_SHARED_ALIGNMENT, so nothing here can overflow.
+inline void *bump(Storage &s, Segment *segment, size_t size, size_t alignment) {
+    const size_t room = rounded(size);
+    const auto base = reinterpret_cast<uintptr_t>(segment);
+    const size_t block =
+        ((base + segment->top + sizeof(Head) + alignment - 1) & ~(alignment - 1)) - base;
+    if (block + room > segment->size) return nullptr;
+    const size_t padding = (block - sizeof(Head) - segment->top) / UNIT;
+    store(head_at(segment, block), Head{s.epoch, padding & 0xFFFF, (room / UNIT) & 0xFFFFF,
+                                        (segment->last / UNIT) & 0xFFFFF, LIVE});
+    if (segment->last == 0) segment->epoch = s.epoch;
+    segment->last = block;
+    segment->top = block + room;
+    taken(at(segment, block), size);
+    return at(segment, block);
+}
+
+// Opens a shared segment, longer than the one open now.
+bool extend(Storage &s) {
+    size_t size = s.open ? 2 * s.open->size : FIRST_SEGMENT;
+    if (size > LAST_SEGMENT) size = LAST_SEGMENT;
+    Segment *segment = draw(s, size);
+    if (segment) chain_in(s.open, segment);
+    return segment != nullptr;
+}
+
+// The block does not fit the open segment, or there is none.
+[[gnu::noinline]] void *take_slow(Storage &s, size_t size, size_t alignment) {
+    const size_t longest = (s.open ? s.open->size : FIRST_SEGMENT) / 2;
+    if (size <= longest && alignment <= MOST_SHARED_ALIGNMENT && extend(s)) {
+        if (void *block = bump(s, s.open, size, alignment)) return block;
+    }
+    // Close to the limit there may be room for the block, though not for a whole segment.
+    return take_own(s, size, alignment);
+}
+
+// Takes the topmost block off its segment.
+void pop(Segment *segment, Pattern pattern) {
+    Head *head = head_at(segment, segment->last);
+    const Head old = load(head);
+    store(head, Head{});
+    const size_t top = segment->last - sizeof(Head) - old.padding * UNIT;
+    lost(at(segment, top), segment->top - top, pattern);
+    segment->top = top;
+    segment->last = old.below * UNIT;
+}
+
+void pop_dead(Segment *segment) {
+    while (segment->last && load(head_at(segment, segment->last)).state == DEAD) {
+        pop(segment, GIVEN_BACK);
+    }
+}
+
+// Restores invariant 2 after blocks of a shared segment have gone.
+void settle(Storage &s, Segment *segment) {
+    if (segment->last == 0 && segment != s.open) release_shared(s, segment, GIVEN_BACK);
+    Segment *lower = s.open->older;
+    if (s.open->last == 0 && lower && lower->top <= lower->size / 2) {
+        release_shared(s, s.open, GIVEN_BACK);
+    }
+}
+
+bool inside(Segment *segment, const void *block) {
+    const auto p = reinterpret_cast<uintptr_t>(block), base = reinterpret_cast<uintptr_t>(segment);
+    return p >= base + OWN_BLOCK && p - base < segment->top && p % UNIT == 0;
+}
+
+Segment *find(Segment *newest, const void *block) {
+    while (newest && !inside(newest, block)) newest = newest->older;
+    return newest;
+}
+
+void give_back_shared(Storage &s, Segment *segment, char *block) {
+    const auto offset = static_cast<size_t>(block - at(segment, 0));
+    Head head = load(head_at(segment, offset));
+    if (head.state != LIVE || offset > segment->last) return misuse();
+    head.state = DEAD;
+    store(head_at(segment, offset), head);
+    lost(block, head.length * UNIT, GIVEN_BACK);
+    if (offset != segment->last) return;
+    pop_dead(segment);
+    settle(s, segment);
+}
+
+// Releases what is newer than the epoch. The last shared segment stays, empty, for what comes next.
+void rewind(Storage &s, uint64_t epoch) {
+    while (s.own && s.own->epoch > epoch) release_own(s, s.own, REWOUND);
+    while (s.open && s.open->older && (s.open->last == 0 || s.open->epoch > epoch)) {
+        release_shared(s, s.open, REWOUND);
+    }
+    Segment *segment = s.open;
+    if (!segment || segment->last == 0) return;
+    if (segment->epoch > epoch) {
+        lost(segment + 1, segment->top - sizeof(Segment), REWOUND);
+        segment->top = sizeof(Segment);
+        segment->last = 0;
+        return;
+    }
+    while (load(head_at(segment, segment->last)).epoch > epoch) pop(segment, REWOUND);
+    pop_dead(segment);
+    settle(s, segment);
+}
+
+void close(ZuSMEMSTG *storage) {
+    if (!storage) return;
+    Storage &s = body(storage);
+    while (s.own) release_own(s, s.own, REWOUND);
+    while (s.open) release_shared(s, s.open, REWOUND);
+    Storage *parent = parent_of(s);
+    const bool made_here = (s.parent & 1) != 0;
+    *storage = ZuSMEMSTG{};
+    if (!made_here) return;
+    if (parent) return ZuSMEMSTGfree(reinterpret_cast<ZuSMEMSTG *>(parent), storage);
+    std::free(storage);
+}
+
+} // namespace
+} // namespace zu
+
+using namespace zu;
+
+ZuSMEMSTG *ZuSMEMSTGopen(void *header, uint64_t parent, uint64_t) {
+    auto *above = reinterpret_cast<ZuSMEMSTG *>(static_cast<uintptr_t>(parent));
+    void *memory = header;
+    if (!memory) {
+        memory = above ? ZuSMEMSTGaalloc(above, sizeof(ZuSMEMSTG), 0, 0)
+                       : std::malloc(sizeof(ZuSMEMSTG));
+    }
+    if (!memory) return nullptr;
+    auto *storage = new (memory) ZuSMEMSTG{};
+    body(storage).parent = static_cast<uintptr_t>(parent) | (header ? 0 : 1);
+    return storage;
+}
+
+void *ZuSMEMSTGaalloc(ZuSMEMSTG *storage, size_t size, size_t alignment, uint64_t) {
+    if (!storage || (alignment & (alignment - 1))) return nullptr;
+    if (alignment < UNIT) alignment = UNIT;
+    Storage &s = body(storage);
+    Segment *open = s.open;
+    if (open && size <= open->size / 2 && alignment <= MOST_SHARED_ALIGNMENT) {
+        if (void *block = bump(s, open, size, alignment)) return block;
+    }
+    return take_slow(s, size, alignment);
+}
+
+void ZuSMEMSTGfree(ZuSMEMSTG *storage, void *block) {
+    if (!storage || !block) return;
+    Storage &s = body(storage);
+    if (Segment *shared = find(s.open, block)) {
+        return give_back_shared(s, shared, static_cast<char *>(block));
+    }
+    Segment *own = find(s.own, block);
+    if (!own || at(own, own->last) != block) return misuse();
+    release_own(s, own, GIVEN_BACK);
+}
+
+void ZuSMEMSTGgetstate(ZuSMEMSTATE *state, ZuSMEMSTG *storage) {
+    if (!state) return;
+    *state = ZuSMEMSTATE{};
+    if (!storage) return;
+    Storage &s = body(storage);
+    state->word[0] = reinterpret_cast<uintptr_t>(storage);
+    state->word[1] = s.epoch++;
+    state->word[2] = reinterpret_cast<uintptr_t>(s.open);
+    state->word[3] = s.open ? s.open->top : 0;
+}
+
+void ZuSMEMSTGsetstate(ZuSMEMSTG *storage, const ZuSMEMSTATE *state) {
+    if (!storage || !state) return;
+    if (state->word[0] != reinterpret_cast<uintptr_t>(storage)) return misuse();
+    rewind(body(storage), state->word[1]);
+}
+
+void ZuSMEMSTGclear(ZuSMEMSTG *storage) {
+    if (!storage) return;
+    Storage &s = body(storage);
+    while (s.own) release_own(s, s.own, REWOUND);
+    while (s.open && s.open->older) release_shared(s, s.open, REWOUND);
+    if (!s.open) return;
+    lost(s.open + 1, s.open->top - sizeof(Segment), REWOUND);
+    s.open->top = sizeof(Segment);
+    s.open->last = 0;
+}
+
+void ZuMEMSTGclose(ZuSMEMSTG *storage) { close(storage); }
+
+void ZuMEMSTGdestroy(ZuSMEMSTG *storage) { close(storage); }
+
+void ZuSMEMSTGsetlimit(ZuSMEMSTG *storage, size_t bytes) {
+    if (!storage) return;
+    // No segment is shorter than a unit, so a limit below one is as good as one unit.
+    uint64_t units = bytes / UNIT;
+    if (bytes && !units) units = 1;
+    if (units > MOST_DRAWN / UNIT) units = 0;
+    body(storage).limit_h = units >> 22 & 0x3FFFFF;
+    body(storage).limit_l = units & 0x3FFFFF;
+}
+
+size_t ZuSMEMSTGdrawn(const ZuSMEMSTG *storage) { return storage ? body(storage).drawn * UNIT : 0; }
+
+size_t ZuSMEMSTGpeak(const ZuSMEMSTG *storage) { return storage ? body(storage).peak * UNIT : 0; }
