@@ -6,35 +6,53 @@
 //          of two NaN operands survives an operation differs between processors.
 // Costs    one pass; the loop is chosen by the scale's mode before it starts.
 #include "arith/arith_rows.h"
+#include "arith/arith_quick.h"
 #include "arith/arith_values.h"
 
 namespace kipx::KIPX_SET {
 namespace {
 
-// The three loops of a sum or product: one per mode of the scale.
+template<class D, class A, class B>
+inline constexpr bool all_bytes = same<D, u8> &&same<A, u8> &&same<B, u8>;
+
+template<class A, class B, class Element>
+void row_of_elements(void *dst, const void *a, const void *b, size_t n, Element element) {
+    KIPX_INDEPENDENT
+    for (size_t i = 0; i < n; ++i) store(dst, i, element(load<A>(a, i), load<B>(b, i)));
+}
+
+// The loops of a sum or product: one per mode of the scale, and the short ways where there are any.
 template<class Op, class D, class A, class B>
 void row_exact(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale) {
     using W = Wide<D, A, B>;
-    auto result = [=](size_t i) {
-        return Op::of(static_cast<W>(load<A>(a, i)), static_cast<W>(load<B>(b, i)));
-    };
+    using Short = Quick<Op, D, A, B>;
+    auto result = [](A x, B y) { return Op::of(static_cast<W>(x), static_cast<W>(y)); };
+    if constexpr (all_bytes<D, A, B>) {
+        bool pairs = scale.mode == ScaleMode::down && scale.shift > 1;
+        if constexpr (Op::kind == Kind::product) pairs = scale.mode != ScaleMode::up;
+        if (pairs && row_of_bytes<Op>(dst, a, b, n, scale)) return;
+    }
+    if constexpr (requires { &Short::half; })
+        if (scale.mode == ScaleMode::down && scale.shift == 1)
+            return row_of_elements<A, B>(dst, a, b, n, Short::half);
+
     switch (scale.mode) {
     case ScaleMode::none:
-        KIPX_INDEPENDENT
-        for (size_t i = 0; i < n; ++i) store(dst, i, unscaled<Op, D>(result(i)));
+        if constexpr (requires { &Short::none; })
+            row_of_elements<A, B>(dst, a, b, n, Short::none);
+        else
+            row_of_elements<A, B>(dst, a, b, n,
+                                  [=](A x, B y) { return unscaled<Op, D>(result(x, y)); });
         break;
-    case ScaleMode::down: {
-        const Down<Op, D, A, B> down(scale);
-        KIPX_INDEPENDENT
-        for (size_t i = 0; i < n; ++i) store(dst, i, down(result(i)));
+    case ScaleMode::down:
+        row_of_elements<A, B>(dst, a, b, n, [=, down = Down<Op, D, A, B>(scale)](A x, B y) {
+            return down(result(x, y));
+        });
         break;
-    }
-    case ScaleMode::up: {
-        const Up<D, W> up(scale);
-        KIPX_INDEPENDENT
-        for (size_t i = 0; i < n; ++i) store(dst, i, up(result(i)));
+    case ScaleMode::up:
+        row_of_elements<A, B>(dst, a, b, n,
+                              [=, up = Up<D, W>(scale)](A x, B y) { return up(result(x, y)); });
         break;
-    }
     }
 }
 
