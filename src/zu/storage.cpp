@@ -28,8 +28,8 @@
 //      growing. peak >= drawn.
 //
 // A release of the parent's memory (rewind, clear, close) past a child's segments ends the child:
-// it must then be neither used nor closed. Its header, when made here, is a block of the parent and
-// goes the same way, so nothing leaks.
+// it must then be neither used nor closed. Its header, when made here, is such a block of the
+// parent too and goes the same way, so nothing leaks.
 #include "poison.h"
 #include <new>
 #include <zu/zu.h>
@@ -279,8 +279,9 @@ void close(ZuSMEMSTG *storage) {
     const bool made_here = (s.parent & 1) != 0;
     *storage = ZuSMEMSTG{};
     if (!made_here) return;
-    if (parent) return ZuSMEMSTGfree(reinterpret_cast<ZuSMEMSTG *>(parent), storage);
-    std::free(storage);
+    if (!parent) return std::free(storage);
+    char *owner = reinterpret_cast<char *>(storage) - OWN_BLOCK;
+    release_own(*parent, reinterpret_cast<Segment *>(owner), GIVEN_BACK);
 }
 
 } // namespace
@@ -289,11 +290,10 @@ void close(ZuSMEMSTG *storage) {
 using namespace zu;
 
 ZuSMEMSTG *ZuSMEMSTGopen(void *header, uint64_t parent, uint64_t) {
-    auto *above = reinterpret_cast<ZuSMEMSTG *>(static_cast<uintptr_t>(parent));
+    auto *above = reinterpret_cast<Storage *>(static_cast<uintptr_t>(parent));
     void *memory = header;
     if (!memory) {
-        memory = above ? ZuSMEMSTGaalloc(above, sizeof(ZuSMEMSTG), 0, 0)
-                       : std::malloc(sizeof(ZuSMEMSTG));
+        memory = above ? take_own(*above, sizeof(ZuSMEMSTG), UNIT) : std::malloc(sizeof(ZuSMEMSTG));
     }
     if (!memory) return nullptr;
     auto *storage = new (memory) ZuSMEMSTG{};
