@@ -69,7 +69,9 @@ ZU_API void ZuSMEMSTGfree(ZuSMEMSTG *storage, void *block);
 /* Writes the mark of the present moment into state. */
 ZU_API void ZuSMEMSTGgetstate(ZuSMEMSTATE *state, ZuSMEMSTG *storage);
 /* Releases every block newer than the mark; room that has been released already is never brought
- * back to life. A mark older than the last clear releases everything. */
+ * back to life. A mark older than the last clear releases everything; a mark of another storage does
+ * nothing (debug builds abort). Children that have drawn anything since, or were opened since, end
+ * with it: they must then be neither used nor closed. The same holds for clear and close. */
 ZU_API void ZuSMEMSTGsetstate(ZuSMEMSTG *storage, const ZuSMEMSTATE *state);
 
 /* Releases every block; the storage stays open. */
