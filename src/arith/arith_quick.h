@@ -83,8 +83,9 @@ typedef s16 SignedWords __attribute__((vector_size(vector_bytes)));
 // Calls lanes(a, b) -> Words of 0..255 for the even and for the odd bytes of each vector. The rest
 // of a row goes through a padded vector.
 template<class Lanes>
-inline void row_of_byte_pairs(void *dst, const void *a, const void *b, size_t n, Lanes lanes) {
-    auto step = [&](void *to, const void *x, const void *y) {
+inline void row_of_byte_pairs(void *dst, const void *a, const void *b, size_t n, bool streamed,
+                              Lanes lanes) {
+    auto step = [=](void *to, const void *x, const void *y) {
         Words va, vb;
         memcpy(&va, x, sizeof va);
         memcpy(&vb, y, sizeof vb);
@@ -95,6 +96,11 @@ inline void row_of_byte_pairs(void *dst, const void *a, const void *b, size_t n,
     char *to = static_cast<char *>(dst);
     const char *x = static_cast<const char *>(a), *y = static_cast<const char *>(b);
     size_t i = 0;
+    for (; streamed && n - i >= 64; i += 64) {
+        alignas(64) char out[64];
+        for (size_t j = 0; j < 64; j += vector_bytes) step(out + j, x + i + j, y + i + j);
+        stream_line(to + i, out);
+    }
     for (; n - i >= vector_bytes; i += vector_bytes) step(to + i, x + i, y + i);
     if (i < n) {
         char pad[3][vector_bytes] = {};
@@ -110,21 +116,23 @@ inline Words at_most_255(Words r) { return r < 255 ? r : Words{} + 255; }
 // Products and scaled sums of bytes; shift 0 stands for unscaled products. True when the row is
 // done: 16 bits hold every step for shifts up to 9.
 template<class Op>
-inline bool row_of_bytes(void *dst, const void *a, const void *b, size_t n, const ArithScale &s) {
+inline bool row_of_bytes(void *dst, const void *a, const void *b, size_t n, const ArithScale &s,
+                         bool streamed) {
     const u32 k = s.shift;
     const u16 bias = static_cast<u16>(k ? (1 << (k - 1)) - 1 : 0), odd = k ? 1 : 0;
     if (k > 9) return false;
     if constexpr (Op::kind == Kind::product) {
         if (k == 0)
-            row_of_byte_pairs(dst, a, b, n, [](Words x, Words y) { return at_most_255(x * y); });
+            row_of_byte_pairs(dst, a, b, n, streamed,
+                              [](Words x, Words y) { return at_most_255(x * y); });
         else
-            row_of_byte_pairs(dst, a, b, n, [=](Words x, Words y) {
+            row_of_byte_pairs(dst, a, b, n, streamed, [=](Words x, Words y) {
                 Words r = x * y;
                 return at_most_255((r + bias + ((r >> k) & odd)) >> k);
             });
     } else {
         if (k == 0) return false;
-        row_of_byte_pairs(dst, a, b, n, [=](Words x, Words y) {
+        row_of_byte_pairs(dst, a, b, n, streamed, [=](Words x, Words y) {
             SignedWords r = Op::of((SignedWords)x, (SignedWords)y);
             r = (r + static_cast<s16>(bias) + ((r >> k) & static_cast<s16>(odd))) >> k;
             r = r > 0 ? r : SignedWords{};

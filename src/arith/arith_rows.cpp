@@ -15,43 +15,38 @@ namespace {
 template<class D, class A, class B>
 inline constexpr bool all_bytes = same<D, u8> &&same<A, u8> &&same<B, u8>;
 
-template<class A, class B, class Element>
-void row_of_elements(void *dst, const void *a, const void *b, size_t n, Element element) {
-    KIPX_INDEPENDENT
-    for (size_t i = 0; i < n; ++i) store(dst, i, element(load<A>(a, i), load<B>(b, i)));
-}
-
 // The loops of a sum or product: one per mode of the scale, and the short ways where there are any.
 template<class Op, class D, class A, class B>
-void row_exact(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale) {
+void row_exact(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale,
+               bool streamed) {
     using W = Wide<D, A, B>;
     using Short = Quick<Op, D, A, B>;
     auto result = [](A x, B y) { return Op::of(static_cast<W>(x), static_cast<W>(y)); };
     if constexpr (all_bytes<D, A, B>) {
         bool pairs = scale.mode == ScaleMode::down && scale.shift > 1;
         if constexpr (Op::kind == Kind::product) pairs = scale.mode != ScaleMode::up;
-        if (pairs && row_of_bytes<Op>(dst, a, b, n, scale)) return;
+        if (pairs && row_of_bytes<Op>(dst, a, b, n, scale, streamed)) return;
     }
     if constexpr (requires { &Short::half; })
         if (scale.mode == ScaleMode::down && scale.shift == 1)
-            return row_of_elements<A, B>(dst, a, b, n, Short::half);
+            return row_of_elements<D, A, B>(dst, a, b, n, streamed, Short::half);
 
     switch (scale.mode) {
     case ScaleMode::none:
         if constexpr (requires { &Short::none; })
-            row_of_elements<A, B>(dst, a, b, n, Short::none);
+            row_of_elements<D, A, B>(dst, a, b, n, streamed, Short::none);
         else
-            row_of_elements<A, B>(dst, a, b, n,
-                                  [=](A x, B y) { return unscaled<Op, D>(result(x, y)); });
+            row_of_elements<D, A, B>(dst, a, b, n, streamed,
+                                     [=](A x, B y) { return unscaled<Op, D>(result(x, y)); });
         break;
     case ScaleMode::down:
-        row_of_elements<A, B>(dst, a, b, n, [=, down = Down<Op, D, A, B>(scale)](A x, B y) {
-            return down(result(x, y));
-        });
+        row_of_elements<D, A, B>(
+            dst, a, b, n, false,
+            [=, down = Down<Op, D, A, B>(scale)](A x, B y) { return down(result(x, y)); });
         break;
     case ScaleMode::up:
-        row_of_elements<A, B>(dst, a, b, n,
-                              [=, up = Up<D, W>(scale)](A x, B y) { return up(result(x, y)); });
+        row_of_elements<D, A, B>(dst, a, b, n, false,
+                                 [=, up = Up<D, W>(scale)](A x, B y) { return up(result(x, y)); });
         break;
     }
 }
@@ -117,7 +112,8 @@ void row_rounded(void *dst, const void *a, const void *b, size_t n, const ArithS
 }
 
 template<class Op, class D, class A, class B>
-void row(void *dst, const void *a, const void *b, size_t n, const void *params) {
+void row(void *dst, const void *a, const void *b, size_t n, const void *params, Writing writing) {
+    [[maybe_unused]] const bool streamed = writing == Writing::streamed;
     const ArithScale &scale = *static_cast<const ArithScale *>(params);
     if constexpr (Op::kind == Kind::rounded)
         row_rounded<Op, D>(dst, a, b, n, scale);
@@ -126,13 +122,13 @@ void row(void *dst, const void *a, const void *b, size_t n, const void *params) 
     else if constexpr (Op::kind == Kind::quotient)
         row_quotient<Op, D>(dst, a, b, n, scale);
     else
-        row_exact<Op, D, A, B>(dst, a, b, n, scale);
+        row_exact<Op, D, A, B>(dst, a, b, n, scale, streamed);
 }
 
 } // namespace
 
 #define KIPX_ROW(op, D, A, B) row<op_##op, D, A, B>,
 #define KIPX_ROWS(op, Name, triples, code, mirror) KIPX_TRIPLES_##triples(KIPX_ROW, op)
-extern const ArithRow arith_rows[arith_kernel_count] = {KIPX_BINARY_OPS(KIPX_ROWS)};
+extern const RowLoop arith_rows[arith_kernel_count] = {KIPX_BINARY_OPS(KIPX_ROWS)};
 
 } // namespace kipx::KIPX_SET

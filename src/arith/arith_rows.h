@@ -11,6 +11,8 @@
 #include <kipx/arith_ops.inc>
 #include <kipx/arith_types.inc>
 
+#include "core/walk.h"
+
 namespace kipx {
 
 #define KIPX_INDEX(op, D, A, B) op##_##D##A##B,
@@ -28,16 +30,14 @@ struct ArithScale {
     float quotient_factor; // down: 2^-k; up: 2^(s mod 32); 1 unscaled
 };
 
-using ArithRow = void (*)(void *dst, const void *a, const void *b, size_t n, const void *scale);
-
 namespace baseline {
-extern const ArithRow arith_rows[arith_kernel_count];
+extern const RowLoop arith_rows[arith_kernel_count];
 }
 namespace avx2 {
-extern const ArithRow arith_rows[arith_kernel_count];
+extern const RowLoop arith_rows[arith_kernel_count];
 }
 namespace avx512 {
-extern const ArithRow arith_rows[arith_kernel_count];
+extern const RowLoop arith_rows[arith_kernel_count];
 }
 
 } // namespace kipx

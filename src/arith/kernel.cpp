@@ -25,7 +25,7 @@ ArithScale make_scale(int32_t exponent) {
 }
 
 RowLoop arith_row(uint32_t kernel, Set set) {
-    static constexpr const ArithRow *tables[set_count] = {
+    static constexpr const RowLoop *tables[set_count] = {
         baseline::arith_rows,
 #if defined(__x86_64__)
         avx2::arith_rows,

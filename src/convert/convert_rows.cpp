@@ -6,7 +6,7 @@ namespace kipx::KIPX_SET {
 namespace {
 
 template<class D, class S>
-void row(void *dst, const void *src, const void *, size_t n, const void *) {
+void row(void *dst, const void *src, const void *, size_t n, const void *, Writing) {
     KIPX_INDEPENDENT
     for (size_t i = 0; i < n; ++i) {
         if constexpr (floating<S>)

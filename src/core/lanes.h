@@ -10,6 +10,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <immintrin.h>
+#endif
+
 #ifndef KIPX_SET
 #error "a row file is compiled once per instruction set, with KIPX_SET naming its namespace"
 #endif
@@ -52,6 +56,40 @@ template<class T> inline T load(const void *row, size_t i) {
 }
 template<class T> inline void store(void *row, size_t i, T value) {
     memcpy(static_cast<char *>(row) + i * sizeof(T), &value, sizeof(T));
+}
+
+// One line of 64 bytes from aligned memory to aligned memory, past the cache where there is a way.
+inline void stream_line(void *to, const void *from) {
+#if defined(__AVX512F__)
+    _mm512_stream_si512(static_cast<__m512i *>(to), _mm512_load_si512(from));
+#elif defined(__SSE2__)
+    for (size_t i = 0; i < 4; ++i)
+        _mm_stream_si128(static_cast<__m128i *>(to) + i,
+                         _mm_load_si128(static_cast<const __m128i *>(from) + i));
+#else
+    memcpy(to, from, 64);
+#endif
+}
+
+// dst[i] = element(a[i], b[i]). Streamed, four lines at a time are made in registers or the
+// first-level cache and written past it.
+template<class D, class A, class B, class Element>
+inline void row_of_elements(void *dst, const void *a, const void *b, size_t n, bool streamed,
+                            Element element) {
+    size_t done = 0;
+    constexpr size_t block = 256 / sizeof(D);
+    for (; streamed && n - done >= block; done += block) {
+        alignas(64) D out[block];
+        KIPX_INDEPENDENT
+        for (size_t i = 0; i < block; ++i)
+            out[i] = element(load<A>(a, done + i), load<B>(b, done + i));
+        for (size_t i = 0; i < 256; i += 64)
+            stream_line(static_cast<char *>(dst) + done * sizeof(D) + i,
+                        reinterpret_cast<const char *>(out) + i);
+    }
+    KIPX_INDEPENDENT
+    for (size_t i = done; i < n; ++i)
+        store(dst, i, static_cast<D>(element(load<A>(a, i), load<B>(b, i))));
 }
 
 // Nearest integer of |x| < 2^22 (f32), |x| < 2^51 (f64).

@@ -15,7 +15,7 @@ constexpr size_t run_length = 1024;
 constexpr size_t widest = 8;
 // Bytes of all operands from which the destination is written past the cache: about half of the
 // last-level cache of the machines that this was measured on.
-constexpr uint64_t streaming_bytes = 24u << 20;
+constexpr uint64_t streaming_bytes = 16u << 20;
 constexpr size_t line = 64;
 
 bool adjacent(const Stream &s) { return s.pixel == s.size; }
@@ -51,25 +51,14 @@ void spread(char *out, const Stream &s, const char *in, size_t n) {
     }
 }
 
-// Copies whole lines to an aligned address past the cache.
-void store_lines([[maybe_unused]] char *out, const char *in, size_t bytes) {
-#if defined(__SSE2__)
-    for (size_t i = 0; i < bytes; i += line)
-        for (size_t j = 0; j < line; j += 16)
-            _mm_stream_si128(reinterpret_cast<__m128i *>(out + i + j),
-                             _mm_load_si128(reinterpret_cast<const __m128i *>(in + i + j)));
-#else
-    memcpy(out, in, bytes);
-#endif
-}
-
 struct Buffers {
     alignas(line) char dst[run_length * widest];
     alignas(line) char src[2][run_length * widest];
 };
 
 // One row whose elements are not adjacent in every operand.
-void walk_scattered(const RowTask &t, char *dst, const char *const src[2], Buffers &buffers) {
+void walk_scattered(const RowTask &t, char *dst, const char *const src[2]) {
+    Buffers buffers;
     for (size_t done = 0; done < t.width; done += run_length) {
         size_t n = t.width - done < run_length ? t.width - done : run_length;
         const void *from[2] = {nullptr, nullptr};
@@ -80,33 +69,28 @@ void walk_scattered(const RowTask &t, char *dst, const char *const src[2], Buffe
         }
         char *at = dst + done * t.dst.pixel;
         char *to = adjacent(t.dst) ? at : buffers.dst;
-        t.loop(to, from[0], from[1], n, t.params);
+        t.loop(to, from[0], from[1], n, t.params, Writing::cached);
         if (!adjacent(t.dst)) spread(at, t.dst, buffers.dst, n);
     }
 }
 
-// One row of adjacent elements, written past the cache but for its ends.
-void walk_streaming(const RowTask &t, char *dst, const char *const src[2], size_t width,
-                    Buffers &buffers) {
-    size_t size = t.dst.size, done = 0;
-    size_t head = (-reinterpret_cast<uintptr_t>(dst) & (line - 1)) / size;
-    // A misaligned element straddles every line's end: such a row is written as usual.
-    if (reinterpret_cast<uintptr_t>(dst) % size != 0) head = width;
-    auto call = [&](char *to, size_t n) {
-        t.loop(to, src[0] + done * t.src[0].size,
-               t.sources > 1 ? src[1] + done * t.src[1].size : nullptr, n, t.params);
-    };
-    if (head > width) head = width;
-    if (head) call(dst, head);
-    size_t whole = line / size;
-    for (done = head; width - done >= whole;) {
-        size_t n = width - done < 4 * run_length / size ? width - done : 4 * run_length / size;
-        n -= n % whole;
-        call(buffers.dst, n);
-        store_lines(dst + done * size, buffers.dst, n * size);
+// One row of adjacent elements, of which the whole lines are written past the cache.
+void walk_streaming(const RowTask &t, char *dst, const char *const src[2], size_t width) {
+    size_t size = t.dst.size, past = reinterpret_cast<uintptr_t>(dst) & (line - 1);
+    size_t head = past ? (line - past) / size : 0;
+    // Misaligned elements straddle every line's end: such a row is written as usual.
+    if (past % size != 0 || head > width) head = width;
+    size_t body = (width - head) / (line / size) * (line / size);
+    size_t done = 0;
+    auto call = [&](size_t n, Writing writing) {
+        if (n == 0) return;
+        t.loop(dst + done * size, src[0] + done * t.src[0].size,
+               t.sources > 1 ? src[1] + done * t.src[1].size : nullptr, n, t.params, writing);
         done += n;
-    }
-    if (done < width) call(dst + done * size, width - done);
+    };
+    call(head, Writing::cached);
+    call(body, Writing::streamed);
+    call(width - done, Writing::cached);
 }
 
 bool same_place(const Stream &a, const Stream &b) { return a.at == b.at; }
@@ -133,17 +117,16 @@ void walk(const RowTask &t) {
     const char *src[2] = {t.src[0].at, t.src[1].at};
     if (dense && !streaming) {
         for (size_t y = 0; y < rows; ++y) {
-            t.loop(dst, src[0], src[1], width, t.params);
+            t.loop(dst, src[0], src[1], width, t.params, Writing::cached);
             dst += t.dst.row, src[0] += t.src[0].row, src[1] += t.src[1].row;
         }
         return;
     }
-    Buffers buffers;
     for (size_t y = 0; y < rows; ++y) {
         if (streaming)
-            walk_streaming(t, dst, src, width, buffers);
+            walk_streaming(t, dst, src, width);
         else
-            walk_scattered(t, dst, src, buffers);
+            walk_scattered(t, dst, src);
         dst += t.dst.row, src[0] += t.src[0].row, src[1] += t.src[1].row;
     }
 #if defined(__SSE2__)

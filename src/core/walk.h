@@ -15,8 +15,14 @@
 
 namespace kipx {
 
+// How a row loop is to write. streamed: dst is aligned to 64 bytes, n elements are whole lines of
+// 64 bytes, and the loop may write them past the cache; the walk sees to their order with later
+// stores.
+enum class Writing : uint32_t { cached, streamed };
+
 // A loop over n adjacent elements. b is null where there is one source. params is the family's own.
-using RowLoop = void (*)(void *dst, const void *a, const void *b, size_t n, const void *params);
+using RowLoop = void (*)(void *dst, const void *a, const void *b, size_t n, const void *params,
+                         Writing writing);
 
 struct Stream {
     char *at = nullptr; // first element
