@@ -1,5 +1,4 @@
 // region/context.cpp - feature sets: finding a feature, and where states lie in a region record.
-#include <string.h>
 
 #include <kipx/features.h>
 #include <kipx/types.h>

@@ -3,7 +3,6 @@
 // Sums are kept in double precision and are exact, whatever the order of the pixels, while they
 // stay below 2^53; the square sums of an image of 65536 x 4096 pixels pass that.
 #include <math.h>
-#include <string.h>
 
 #include <kipx/features.h>
 

@@ -24,7 +24,9 @@ KipxWTSLSC *context_of(const KipxSTB *builder) {
     return static_cast<KipxWTSLSC *>(builder->specialisation);
 }
 
+// Of an empty tree the descriptors are not asked for: they may be gone.
 KipxAGTvisitor get_disposer(KipxSTB *builder) {
+    if (!builder->tree || !builder->tree->root) return nullptr;
     const KipxWTSLSC *const context = context_of(builder);
     for (int32_t f = 0; context && f < context->count; f++)
         if (context->descriptors[f].destroy) return __KipxWTSTBdisposergn;
