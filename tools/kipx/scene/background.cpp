@@ -2,6 +2,7 @@
 #include "scene/background.h"
 
 #include <algorithm>
+#include <numeric>
 #include <vector>
 
 namespace {
@@ -34,7 +35,7 @@ int32_t most_frequent(const std::vector<uint32_t> &histogram) {
 }
 
 Tiles measure(const Image &picture, uint32_t channel) {
-    const uint32_t side = std::max(std::max(picture.width(), picture.height()) / 7, 16u);
+    const uint32_t side = std::max(std::max(picture.width(), picture.height()) / 12, 16u);
     Tiles tiles{std::max(picture.width() / side, 1u), std::max(picture.height() / side, 1u), {}};
     for (uint32_t row = 0; row < tiles.rows; ++row)
         for (uint32_t column = 0; column < tiles.columns; ++column) {
@@ -52,8 +53,8 @@ Tiles measure(const Image &picture, uint32_t channel) {
     return tiles;
 }
 
-// Every tile becomes the median of its neighbourhood.
-Tiles freed_of_outliers(const Tiles &in) {
+// Every tile becomes what rule makes of the values in its neighbourhood.
+template<class Rule> Tiles filtered(const Tiles &in, Rule &&rule) {
     Tiles out = in;
     for (uint32_t row = 0; row < in.rows; ++row)
         for (uint32_t column = 0; column < in.columns; ++column) {
@@ -62,24 +63,33 @@ Tiles freed_of_outliers(const Tiles &in) {
                 for (uint32_t c = column ? column - 1 : 0;
                      c <= std::min(column + 1, in.columns - 1); ++c)
                     around.push_back(in.values[size_t(r) * in.columns + c]);
-            const auto middle = around.begin() + std::ptrdiff_t(around.size() / 2);
-            std::nth_element(around.begin(), middle, around.end());
-            out.values[size_t(row) * in.columns + column] = *middle;
+            out.values[size_t(row) * in.columns + column] = rule(around);
         }
     return out;
 }
 
-// Between which two of n tiles along an axis a place lies, and how far, in 1/256.
+int32_t median(std::vector<int32_t> &values) {
+    const auto middle = values.begin() + std::ptrdiff_t(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+int32_t mean(std::vector<int32_t> &values) {
+    return std::accumulate(values.begin(), values.end(), 0) / int32_t(values.size());
+}
+
+// Between which two of n tiles along an axis a place lies, and how far, in 1/256; before the first
+// and behind the last centre the line through the two nearest goes on.
 struct Between {
     uint32_t low, high;
     int64_t part;
 };
 
 Between between(uint32_t at, uint32_t size, uint32_t n) {
-    const int64_t place =
-        std::clamp<int64_t>((int64_t(at) * 2 + 1) * n * 128 / size - 128, 0, int64_t(n - 1) * 256);
-    const auto low = uint32_t(place / 256);
-    return {low, std::min(low + 1, n - 1), place % 256};
+    if (n == 1) return {0, 0, 0};
+    const int64_t place = (int64_t(at) * 2 + 1) * n * 128 / size - 128;
+    const auto low = uint32_t(std::clamp<int64_t>(place / 256, 0, n - 2));
+    return {low, low + 1, place - int64_t(low) * 256};
 }
 
 } // namespace
@@ -87,7 +97,7 @@ Between between(uint32_t at, uint32_t size, uint32_t n) {
 Image estimated_background(const Image &picture) {
     Image out(picture.shape());
     for (uint32_t channel = 0; channel < picture.channels(); ++channel) {
-        const Tiles tiles = freed_of_outliers(measure(picture, channel));
+        const Tiles tiles = filtered(filtered(measure(picture, channel), median), mean);
         for (uint32_t y = 0; y < picture.height(); ++y) {
             const Between v = between(y, picture.height(), tiles.rows);
             const int32_t *top = &tiles.values[size_t(v.low) * tiles.columns];
@@ -96,8 +106,9 @@ Image estimated_background(const Image &picture) {
                 const Between h = between(x, picture.width(), tiles.columns);
                 const int64_t upper = top[h.low] * (256 - h.part) + top[h.high] * h.part;
                 const int64_t lower = bottom[h.low] * (256 - h.part) + bottom[h.high] * h.part;
+                const int64_t value = (upper * (256 - v.part) + lower * v.part + (1 << 19)) >> 20;
                 out.row(y)[size_t(x) * picture.channels() + channel] =
-                    uint8_t((upper * (256 - v.part) + lower * v.part + (1 << 19)) >> 20);
+                    uint8_t(std::clamp<int64_t>(value, 0, 255));
             }
         }
     }

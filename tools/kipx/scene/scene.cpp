@@ -25,6 +25,17 @@ int32_t ramp(int64_t value, int64_t end) {
     return int32_t((t * t * (768 - 2 * t)) >> 16);
 }
 
+// What dust does to the light at a pixel, in 1/256: one block of 64x64 pixels in eight has a grain.
+int32_t dust_at(uint64_t key, uint32_t x, uint32_t y) {
+    Random random(key ^ (uint64_t(y / 64) << 32 | x / 64));
+    if (random.below(8) != 0) return 0;
+    const int32_t radius = random.between(20, 44);
+    const int32_t dx = int32_t(x % 64 * 16) - random.between(radius, 1008 - radius);
+    const int32_t dy = int32_t(y % 64 * 16) - random.between(radius, 1008 - radius);
+    const int32_t gain = random.below(3) == 0 ? -110 : random.between(90, 230);
+    return gain * ramp(radius * radius - dx * dx - dy * dy, radius * radius) / 256;
+}
+
 int shift_of(uint32_t pixels) {
     int shift = 4;
     while ((uint32_t(1) << (shift - 4)) < pixels) ++shift;
@@ -76,8 +87,8 @@ void Scene::place_cells() {
     cells_.reserve(count);
     for (uint32_t i = 0; i < count; ++i) {
         const uint32_t column = order[i] % columns, row = order[i] / columns;
-        cells_.push_back(make_cell(order[i],
-                                   int64_t(options_.width) * 16 * (2 * column + 1) / (2 * columns),
+        const uint32_t shifted = 4 * column + (row % 2 ? 3 : 1); // every other row by half a slot
+        cells_.push_back(make_cell(order[i], int64_t(options_.width) * 16 * shifted / (4 * columns),
                                    int64_t(options_.height) * 16 * (2 * row + 1) / (2 * rows)));
         ++row_starts_[row + 1];
     }
@@ -88,9 +99,9 @@ Scene::Cell Scene::make_cell(uint64_t slot, int64_t x, int64_t y) const {
     Random random(mixed(options_.seed ^ 0x63656C6C) ^ slot);
     const int32_t unit = int32_t(pitch_) * 16;
     Cell cell = {};
-    cell.x = x + random.between(-unit * 2 / 10, unit * 2 / 10);
-    cell.y = y + random.between(-unit * 2 / 10, unit * 2 / 10);
-    cell.across = unit * random.between(40, 58) / 100;
+    cell.x = x + random.between(-unit * 28 / 100, unit * 28 / 100);
+    cell.y = y + random.between(-unit * 28 / 100, unit * 28 / 100);
+    cell.across = unit * random.between(38, 60) / 100;
     cell.along = cell.across * random.between(100, 155) / 100;
     int32_t i = 0, j = 0;
     while (i == 0 && j == 0) {
@@ -117,7 +128,7 @@ int32_t Scene::illumination_at(uint32_t x, uint32_t y) const {
     const int64_t side = std::max(options_.width, options_.height);
     const int64_t dx = (int64_t(x) * 1024 - int64_t(options_.width) * 430) / side;
     const int64_t dy = (int64_t(y) * 1024 - int64_t(options_.height) * 560) / side;
-    const int64_t falling = 1024 - (dx * dx + dy * dy) * 640 / (1024 * 1024) * 2;
+    const int64_t falling = 1024 - (dx * dx + dy * dy) * 860 / (1024 * 1024) * 2;
     const int64_t light = 88 * light_per_step * falling * 1024 / (1024 * 1024) + dx * 2;
     return int32_t(std::max<int64_t>(light, 10 * light_per_step));
 }
@@ -184,7 +195,8 @@ int32_t Scene::light_at(const Band &band, size_t at, uint32_t x, uint32_t y) con
     const int64_t px = sixteenths(x), py = sixteenths(y);
     const uint64_t grain = mixed(options_.seed ^ 0x67726169);
     const int32_t haze = lattice_noise(grain, px, py, warp_shift_ + 2) / 2048;
-    const int64_t light = int64_t(illumination_at(x, y)) * (512 + haze) / 512;
+    const int32_t dust = dust_at(mixed(options_.seed ^ 0x64757374), x, y);
+    const int64_t light = int64_t(illumination_at(x, y)) * (512 + haze + dust * 2) / 512;
     const int32_t depth = band.first[at];
     if (cells_.empty() || depth <= far_outside) return int32_t(light);
     const Cell &cell = cells_[band.cell[at]];
@@ -198,7 +210,7 @@ int32_t Scene::light_at(const Band &band, size_t at, uint32_t x, uint32_t y) con
     const int32_t dome = 168 + 88 * (depth >> 8) / 256;
     const int32_t coarse = lattice_noise(grain + 1, px, py, std::max(warp_shift_ - 1, 5));
     const int32_t fine = lattice_noise(grain + 2, px, py, std::max(warp_shift_ - 3, 5));
-    const int32_t texture = 256 + (coarse * 3 + fine * 4) / 4096;
+    const int32_t texture = 256 + (coarse * 3 + fine * 7) / 4096;
     int64_t gain = int64_t(cell.contrast) * fade * dome / 65536 * texture / 256 *
                    (120 + furrow * 136 / 256) / 256;
     // The nucleus: the same ellipse, smaller and off the middle, with darker spots.
