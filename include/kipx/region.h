@@ -2,7 +2,11 @@
 #ifndef KIPX_REGION_H
 #define KIPX_REGION_H
 
+#include <kipx/fast_regions.h>
 #include <kipx/features.h>
+#include <kipx/mser.h>
+#include <kipx/planes.h>
 #include <kipx/tree.h>
+#include <kipx/watershed.h>
 
 #endif

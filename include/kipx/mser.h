@@ -1,0 +1,157 @@
+/* kipx/mser.h - maximally stable extremal regions.
+ *
+ * An image is flooded into its tree of nested regions (kipx/watershed.h), from dark to bright for
+ * regions darker than what is around them, from bright to dark for brighter ones, and every tree is
+ * walked once for the regions whose area changes little over delta grey levels.
+ *
+ * All functions return 0 or a negative code, the flood's (KIPX_ENOMEM also for a list that cannot
+ * grow). After a failure the context holds no list and no builders.
+ *
+ * The context owns what a call leaves in it: the list, by KipxMSERrelease or by closing the
+ * builders (KipxSTBclose) and freeing the list's entries (_ZuMfree). The regions live in the
+ * builders, and these in the environment's memory stack: release before the environment ends.
+ *
+ * The same image gives the same list in the same order on every machine.
+ */
+#ifndef KIPX_MSER_H
+#define KIPX_MSER_H
+
+#include <kipx/env.h>
+#include <kipx/fast_regions.h>
+#include <kipx/features.h>
+#include <kipx/planes.h>
+#include <kipx/tree.h>
+#include <kipx/types.h>
+
+KIPX_BEGIN
+
+#define KIPX_CODE_MSER UINT32_C(0x6D736572)
+
+/* Growable array of regions. A zero record is an empty one; entries are a heap block of the base
+ * runtime. */
+typedef struct KipxMSERlist {
+    uint64_t capacity, count;
+    KipxWTSregion **entries;
+} KipxMSERlist;
+
+typedef struct KipxMSERparms {
+    int32_t delta;       /* levels over which stability is measured */
+    int32_t min_area;    /* pixels, inclusive */
+    int32_t max_area;    /* pixels, inclusive */
+    float max_variation; /* inclusive */
+    float min_diversity; /* inclusive */
+} KipxMSERparms;
+
+typedef struct KipxMSERContext {
+    int32_t delta;           /* levels over which stability is measured */
+    float min_area_fraction; /* of the pixels of the region of interest */
+    float max_area_fraction;
+    float max_variation;     /* largest relative growth over delta levels */
+    float min_diversity;     /* smallest relative area difference of nested regions reported */
+    int32_t min_area_pixels; /* used when the fraction gives 0 pixels; below 1 it means 9 */
+    uint32_t gather;         /* fast form: gather the features of the regions found */
+    uint16_t polarity;       /* 0: dark, 1: bright, else both */
+    uint16_t connectivity;   /* these five as in KipxWatershedContext */
+    uint32_t shift;
+    uint32_t seed_row;
+    uint32_t seed_column;
+    KipxST *output;      /* handed to the floods by value; not written */
+    KipxWTSLSC levelset; /* feature set */
+    KipxMSERlist list;   /* zeroed by the caller; the regions found, dark ones first */
+    uint32_t dark_count;
+    uint32_t bright_count;
+    KipxWTSregion **dark; /* where the groups start in the list */
+    KipxWTSregion **bright;
+    KipxSTB *dark_builder;   /* null for a polarity that was not asked for */
+    KipxSTB *bright_builder; /* fast form: the heads of KipxFWTSRES stores */
+} KipxMSERContext;
+
+KIPX_STATIC_ASSERT(sizeof(KipxMSERlist) == 24, "KipxMSERlist");
+KIPX_STATIC_ASSERT(sizeof(KipxMSERparms) == 20, "KipxMSERparms");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, min_area_fraction) == 4, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, max_area_fraction) == 8, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, max_variation) == 12, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, min_diversity) == 16, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, min_area_pixels) == 20, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, gather) == 24, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, polarity) == 28, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, connectivity) == 30, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, shift) == 32, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, seed_row) == 36, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, seed_column) == 40, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, output) == 48, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, levelset) == 56, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, list) == 104, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, dark_count) == 128, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, bright_count) == 132, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, dark) == 136, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, bright) == 144, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, dark_builder) == 152, "KipxMSERContext");
+KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, bright_builder) == 160, "KipxMSERContext");
+KIPX_STATIC_ASSERT(sizeof(KipxMSERContext) == 168, "KipxMSERContext");
+
+/* ---- generation ---- */
+
+/* Finds the stable regions of the region of interest; arguments as in KipxWatershed and
+ * KipxWatershedEx. The F forms use the fast flood: the same regions, with the pixel indices and the
+ * order of the fast store. Levels of bright regions are on the image's own scale; those of other
+ * nodes in the bright builder's tree are as flooded, 255 - value. Areas are fractions of the region
+ * of interest, mask or not: fraction * pixels in single precision, truncated, saturated, NaN as 0.
+ * A 4-axis array is worked on plane by plane; the regions of the last plane stay. */
+KIPX_API int32_t KipxGenerateMSERs(KipxXE *xe, uint64_t flags, const kipx_arr *src,
+                                   const kipx_site *roi, KipxMSERContext *context);
+KIPX_API int32_t KipxGenerateMSERsEx(KipxXE *xe, uint64_t flags, const kipx_arr *src,
+                                     const kipx_arr *mask, const kipx_site *roi,
+                                     const kipx_pos *maskAt, KipxMSERContext *context);
+KIPX_API int32_t KipxGenerateFMSERs(KipxXE *xe, uint64_t flags, const kipx_arr *src,
+                                    const kipx_site *roi, KipxMSERContext *context);
+KIPX_API int32_t KipxGenerateFMSERsEx(KipxXE *xe, uint64_t flags, const kipx_arr *src,
+                                      const kipx_arr *mask, const kipx_site *roi,
+                                      const kipx_pos *maskAt, KipxMSERContext *context);
+/* Closes both builders, frees the list and zeroes all that a call has left. Null does nothing. */
+KIPX_API void KipxMSERrelease(KipxMSERContext *context);
+
+/* One slice. The F forms set the flags of the fast flood. */
+KIPX_API int32_t KipxTGAgenerateMSERs(KipxXE *xe, uint64_t flags, const kipx_pack *slice);
+KIPX_API int32_t KipxTGAgenerateMSERsEx(KipxXE *xe, uint64_t flags, const kipx_pack *slice);
+KIPX_API int32_t KipxTGAgenerateFMSERs(KipxXE *xe, uint64_t flags, const kipx_pack *slice);
+KIPX_API int32_t KipxTGAgenerateFMSERsEx(KipxXE *xe, uint64_t flags, const kipx_pack *slice);
+
+/* Array level, operands as in kipxa_watershed and kipxa_watershed_xm; a null mask is none. */
+#define KIPX_ARRAY_MSER(name)                                                                      \
+    KIPX_API int32_t kipxa_##name(KipxXE *xe, uint64_t flags, kipx_dims dims,                      \
+                                  const uint32_t *extent, uint32_t type, const void *src,          \
+                                  const uint32_t *origin, const uint32_t *strides,                 \
+                                  KipxMSERContext *context);                                       \
+    KIPX_API int32_t kipxa_##name##_xm(                                                            \
+        KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent, uint32_t type,         \
+        const void *src, const uint32_t *origin, const uint32_t *strides, uint32_t mask_type,      \
+        const void *mask, const uint32_t *mask_origin, const uint32_t *mask_strides,               \
+        KipxMSERContext *context);
+KIPX_ARRAY_MSER(mser)
+KIPX_ARRAY_MSER(fmser)
+#undef KIPX_ARRAY_MSER
+
+/* ---- detection ---- */
+
+/* Appends the stable regions of a tree to the list, children before their parents, in the order of
+ * children, and returns the list. Every node's data is a region. Kept flags are set for the regions
+ * appended and cleared for the others that were looked at; what lies below a node whose level is
+ * below delta is not. A region that finds no room in the list is left out. Null arguments and an
+ * empty tree append nothing. */
+KIPX_API KipxMSERlist *KipxDetectMSERs(KipxMSERlist *list, KipxST *tree,
+                                       const KipxMSERparms *parms);
+/* The same for a tree that the fast flood made. */
+KIPX_API KipxMSERlist *KipxDetectFMSERs(KipxMSERlist *list, KipxST *tree,
+                                        const KipxMSERparms *parms);
+
+/* (b - a) / b in single precision, and its absolute value; of two areas, or of two regions' areas.
+ */
+KIPX_API float __KipxMSERareaVariation(int32_t a, int32_t b);
+KIPX_API float __KipxMSERareaVariationAbs(int32_t a, int32_t b);
+KIPX_API float __KipxMSERregionVariation(const KipxWTSregion *r, const KipxWTSregion *s);
+KIPX_API float __KipxMSERregionVariationAbs(const KipxWTSregion *r, const KipxWTSregion *s);
+
+KIPX_END
+
+#endif

@@ -1,0 +1,58 @@
+/* kipx/planes.h - running a one-plane function over every plane of its operands.
+ *
+ * A pack holds what a per-slice function needs: the operation code, the extent of one slice, and
+ * each operand as type, address, origin and strides. Packing checks nothing; the caller has
+ * validated the arrays and fixed the regions. A pack borrows the arrays' memory and owns nothing.
+ */
+#ifndef KIPX_PLANES_H
+#define KIPX_PLANES_H
+
+#include <kipx/env.h>
+#include <kipx/types.h>
+
+KIPX_BEGIN
+
+typedef struct kipx_operand {
+    const void *base;    /* first element of the array, or of the slice's plane */
+    uint32_t type;       /* element type code */
+    uint32_t channels;   /* channels of the region */
+    uint32_t origin[4];  /* right-aligned, as in kipx_site */
+    uint32_t strides[4]; /* right-aligned, bytes; the first is 0 for an operand without planes */
+} kipx_operand;
+
+typedef struct kipx_pack {
+    uint32_t code;   /* four-character operation code */
+    kipx_dims dims;  /* of one slice: 3 axes, one unused leading slot */
+    uint32_t planes; /* slices to go through */
+    uint32_t count;  /* operands */
+    uint32_t
+        extent[4]; /* right-aligned: 1, height, width, channels of the first operand's region */
+    kipx_operand operand[2];
+    void *context; /* handed through */
+} kipx_pack;
+
+KIPX_STATIC_ASSERT(sizeof(kipx_operand) == 48, "kipx_operand");
+KIPX_STATIC_ASSERT(offsetof(kipx_pack, extent) == 16, "kipx_pack.extent");
+KIPX_STATIC_ASSERT(offsetof(kipx_pack, operand) == 32, "kipx_pack.operand");
+KIPX_STATIC_ASSERT(offsetof(kipx_pack, context) == 128, "kipx_pack.context");
+KIPX_STATIC_ASSERT(sizeof(kipx_pack) == 136, "kipx_pack");
+
+/* Works on one slice: base is the plane's first element, the plane entry of every origin is 0. */
+typedef int32_t (*kipx_slice_fun)(KipxXE *xe, uint64_t flags, const kipx_pack *slice);
+
+/* Packs one array and its region of interest. Returns pack. */
+KIPX_API kipx_pack *kipxa_genpackL(kipx_pack *pack, uint32_t code, const kipx_arr *arr,
+                                   const kipx_site *site, void *context);
+/* Packs a source and a mask with their regions, of one extent. A 3-axis mask serves every plane of
+ * a 4-axis source. Returns pack. */
+KIPX_API kipx_pack *kipxa_mappackL(kipx_pack *pack, uint32_t code, const kipx_arr *src,
+                                   const kipx_site *src_site, const kipx_arr *mask,
+                                   const kipx_site *mask_site, void *context);
+/* Calls the function for each plane in turn. The first negative result ends it and is returned;
+ * otherwise 0. Planes before it have been worked on then. */
+KIPX_API int32_t kipxa_call(KipxXE *xe, uint64_t flags, const kipx_pack *pack,
+                            kipx_slice_fun function);
+
+KIPX_END
+
+#endif

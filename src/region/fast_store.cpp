@@ -1,0 +1,275 @@
+// region/fast_store.cpp - memory of the fast result store, and reading its pixels.
+#include "region/fast_store.h"
+
+#include <kipx/types.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "region/chain.h"
+#include "region/gather.h"
+
+namespace kipx {
+namespace {
+
+// A run of nodes. Blocks are kept, and filled again from the first on, until the storage is rolled
+// back.
+struct Block {
+    Block *next;
+    uint64_t size; // bytes behind this head
+    uint64_t used;
+    uint8_t *nodes() { return reinterpret_cast<uint8_t *>(this + 1); }
+};
+static_assert(sizeof(Block) % 8 == 0);
+
+constexpr uint64_t smallest_block = 16 << 10, largest_block = 1 << 20;
+
+ZuSMEMSTG *storage_of(KipxSTB &builder) {
+    if (!builder.storage) {
+        builder.storage = ZuSMEMSTGopen(&builder.embedded_storage,
+                                        reinterpret_cast<uintptr_t>(builder.parent), 0);
+        if (builder.storage) ZuSMEMSTGgetstate(&builder.saved, builder.storage);
+    }
+    return builder.storage;
+}
+
+Block *add_block(KipxFWTSRES *store, uint64_t node_size) {
+    ZuSMEMSTG *storage = storage_of(store->builder);
+    Block *last = static_cast<Block *>(store->last_block);
+    uint64_t size = last ? std::min(2 * last->size, largest_block) : smallest_block;
+    size = std::max(size, node_size);
+    auto *block = static_cast<Block *>(ZuSMEMSTGaalloc(storage, sizeof(Block) + size, 8, 0));
+    if (!block) return nullptr;
+    *block = Block{nullptr, size, 0};
+    if (last)
+        last->next = block;
+    else
+        store->first_block = block;
+    store->last_block = block;
+    return block;
+}
+
+// Everything that lay in the storage is about to go.
+void drop_memory(KipxFWTSRES *store) {
+    store->pixels = nullptr;
+    store->capacity = 0;
+    store->first_block = store->last_block = nullptr;
+    store->count = 0;
+}
+
+bool take_pixels(KipxFWTSRES *store, uint64_t words) {
+    if (words <= store->capacity) return true;
+    ZuSMEMSTG *storage = storage_of(store->builder);
+    auto *pixels = static_cast<uint32_t *>(
+        storage ? ZuSMEMSTGaalloc(storage, words * sizeof(uint32_t), 8, 0) : nullptr);
+    if (!pixels) return false;
+    ZuSMEMSTGfree(storage, store->pixels);
+    store->pixels = pixels;
+    store->capacity = words;
+    return true;
+}
+
+KipxFWTSRES *as_store(KipxSTB *builder) { return reinterpret_cast<KipxFWTSRES *>(builder); }
+
+} // namespace
+
+int32_t fast_store_prepare(KipxFWTSRES *store, const KipxWTSLSC &context) {
+    if (!__KipxSTBtree(&store->builder)) return KIPX_EINVAL;
+    uint64_t height = context.volume[1], width = context.volume[2];
+    uint64_t node_size = offsetof(KipxFWTSRESnode, region) +
+                         (static_cast<uint64_t>(context.record_size) + 7) / 8 * 8;
+    if (!take_pixels(store, height * width + 2 * (width + 2))) return KIPX_ENOMEM;
+    if (!store->first_block && !add_block(store, node_size)) return KIPX_ENOMEM;
+    fast_store_forget(store);
+    store->levelset = context;
+    store->node_size = static_cast<uint32_t>(node_size);
+    store->builder.specialisation = &store->levelset;
+    __KipxSTBrootnode(&store->builder, nullptr);
+    return 0;
+}
+
+KipxFWTSRESnode *fast_store_take(KipxFWTSRES *store) {
+    auto *block = static_cast<Block *>(store->last_block);
+    while (block->size - block->used < store->node_size) {
+        Block *next = block->next ? block->next : add_block(store, store->node_size);
+        if (!next) return nullptr;
+        store->last_block = block = next;
+    }
+    auto *node = reinterpret_cast<KipxFWTSRESnode *>(block->nodes() + block->used);
+    block->used += store->node_size;
+    std::memset(node, 0, store->node_size);
+    node->index = store->count++;
+    node->node.data = &node->region;
+    node->region.node = &node->node;
+    const KipxWTSLSC &context = store->levelset;
+    for (int32_t i = 0; i < context.count; ++i) {
+        const KipxWTSFDs &d = context.descriptors[i];
+        if (d.init)
+            d.init(reinterpret_cast<uint8_t *>(&node->region) + d.state_offset, d.parameter);
+    }
+    return node;
+}
+
+namespace {
+
+void destroy_states(const KipxWTSLSC &context, KipxWTSregion *region) {
+    for (int32_t i = 0; i < context.count; ++i) {
+        const KipxWTSFDs &d = context.descriptors[i];
+        if (d.destroy) d.destroy(reinterpret_cast<uint8_t *>(region) + d.state_offset);
+    }
+}
+
+bool has_destroy(const KipxWTSLSC &context) {
+    for (int32_t i = 0; i < context.count; ++i)
+        if (context.descriptors[i].destroy) return true;
+    return false;
+}
+
+} // namespace
+
+void fast_store_forget(KipxFWTSRES *store) {
+    if (store->count > 0 && has_destroy(store->levelset))
+        kipx_fwtsr_walk(
+            store,
+            [](KipxFWTSRESnode *node, void *context) {
+                destroy_states(*static_cast<const KipxWTSLSC *>(context), &node->region);
+                return 1;
+            },
+            &store->levelset);
+    for (auto *b = static_cast<Block *>(store->first_block); b; b = b->next) b->used = 0;
+    store->last_block = store->first_block;
+    store->count = 0;
+}
+
+namespace {
+
+// The tree is being emptied: all states go here at once, and what follows is the roll-back of the
+// storage, so that no node needs a visit of its own.
+KipxAGTvisitor release_everything(KipxSTB *builder) {
+    fast_store_forget(as_store(builder));
+    drop_memory(as_store(builder));
+    return nullptr;
+}
+
+void on_detach(KipxSTB *builder, const KipxSTBIF *, KipxST *) { release_everything(builder); }
+
+// A tree whose owner made it anew was let go without a word, and the storage may have been rolled
+// back since.
+void on_attach(KipxSTB *builder, const KipxSTBIF *) { drop_memory(as_store(builder)); }
+
+// The nodes of a failed flood hang in no tree yet; they are known by their place in memory.
+void dispose(KipxSTB *builder, KipxWTSLSC *, KipxWTSregion *) {
+    fast_store_forget(as_store(builder));
+}
+
+uint32_t fetch_pairs(void *store, const KipxWTSregion *region, uint64_t from, uint32_t *pairs,
+                     uint32_t room) {
+    return kipx_fwtsr_fetch2D(static_cast<const KipxFWTSRES *>(store), region,
+                              static_cast<uint32_t>(from), room, pairs);
+}
+
+int32_t gather(KipxSTB *builder, KipxWTSLSC *, KipxWTSregion *const *regions, uint64_t count) {
+    KipxFWTSRES *store = as_store(builder);
+    return gather_fetched(store->levelset, regions, count, {fetch_pairs, store});
+}
+
+struct Chain {
+    KipxSTBIF stbl;
+    KipxWTSIF wtsl;
+    KipxIFrecord fwts;
+    KipxIFrecord end;
+};
+
+constexpr Chain chain = {
+    {KIPX_TAG_STBL, sizeof(KipxSTBIF), release_everything, on_attach, on_detach},
+    {KIPX_TAG_WTSL, sizeof(KipxWTSIF), nullptr, nullptr, nullptr, nullptr, nullptr, dispose,
+     nullptr, nullptr, nullptr, gather},
+    {KIPX_TAG_FWTS, sizeof(KipxIFrecord)},
+    {0, 0}};
+
+} // namespace
+} // namespace kipx
+
+using namespace kipx;
+
+KipxFWTSRES *KipxFWTSRESopen(KipxFWTSRES *store, KipxST *tree, ZuSMEMSTG *storage,
+                             ZuSMEMSTG *parent) {
+    return as_store(KipxSTBopen(store ? &store->builder : nullptr, &chain, KIPX_FWTSRES_EXTSIZE,
+                                tree, storage, parent));
+}
+
+void KipxFWTSRESclose(KipxFWTSRES *store, int32_t flag) {
+    if (store) KipxSTBclose(&store->builder, flag);
+}
+
+const void *KipxFWTSRESxinterface(void) { return &chain; }
+
+KipxFWTSRES *KipxFWTSRESfrombuilder(KipxSTB *builder) {
+    if (!builder || !(builder->flags & KIPX_STB_INITIALISED)) return nullptr;
+    return find_record(builder->interface_chain, KIPX_TAG_FWTS, sizeof(KipxIFrecord))
+               ? as_store(builder)
+               : nullptr;
+}
+
+uint32_t kipx_fwtsr_count(const KipxFWTSRES *store) { return store ? store->count : 0; }
+
+void kipx_fwtsr_walk(KipxFWTSRES *store, kipx_fwtsr_visitor visitor, void *arg) {
+    if (!store || !visitor || store->count == 0) return;
+    for (auto *b = static_cast<Block *>(store->first_block); b; b = b->next)
+        for (uint64_t at = 0; at < b->used; at += store->node_size)
+            if (visitor(reinterpret_cast<KipxFWTSRESnode *>(b->nodes() + at), arg) == 0) return;
+}
+
+KipxFWTSRESnode *kipx_fwtsr_node(const KipxWTSregion *region) {
+    if (!region) return nullptr;
+    auto *at = reinterpret_cast<const uint8_t *>(region) - offsetof(KipxFWTSRESnode, region);
+    return reinterpret_cast<KipxFWTSRESnode *>(const_cast<uint8_t *>(at));
+}
+
+const uint32_t *kipx_fwtsr_run(const KipxFWTSRES *store, const KipxWTSregion *region) {
+    return store && store->pixels && region ? store->pixels + kipx_fwtsr_node(region)->start
+                                            : nullptr;
+}
+
+namespace {
+
+// Hands up to count words of the region's run to take(i, row, column).
+template<typename Take>
+uint32_t each_pixel(const KipxFWTSRES *store, const KipxWTSregion *region, uint32_t first,
+                    uint32_t count, Take take) {
+    const uint32_t *run = kipx_fwtsr_run(store, region);
+    uint32_t area = run ? static_cast<uint32_t>(region->area) : 0;
+    if (first >= area) return 0;
+    count = std::min(count, area - first);
+    uint32_t stride = store->levelset.volume[2] + 1;
+    for (uint32_t i = 0; i < count; ++i)
+        if (!take(i, run[first + i] / stride, run[first + i] % stride)) return i;
+    return count;
+}
+
+} // namespace
+
+uint32_t kipx_fwtsr_fetch2D(const KipxFWTSRES *store, const KipxWTSregion *region, uint32_t first,
+                            uint32_t count, uint32_t *pairs) {
+    return each_pixel(store, region, first, count, [=](uint32_t i, uint32_t row, uint32_t column) {
+        pairs[2 * uint64_t{i}] = row;
+        pairs[2 * uint64_t{i} + 1] = column;
+        return true;
+    });
+}
+
+uint32_t kipx_fwtsr_fetch(const KipxFWTSRES *store, const KipxWTSregion *region, uint32_t first,
+                          uint32_t count, uint32_t *pixels) {
+    return each_pixel(store, region, first, count, [=](uint32_t i, uint32_t row, uint32_t column) {
+        pixels[i] = row * store->levelset.volume[2] + column;
+        return true;
+    });
+}
+
+void kipx_fwtsr_walkPixels(const KipxFWTSRES *store, const KipxWTSregion *region,
+                           kipx_fwtsr_pixelvisitor visitor, void *arg) {
+    if (visitor)
+        each_pixel(store, region, 0, UINT32_MAX, [=](uint32_t, uint32_t row, uint32_t column) {
+            return visitor(row, column, arg) != 0;
+        });
+}
