@@ -1,0 +1,103 @@
+// support/flood_fixture.cpp - floods of model images.
+#include "support/flood_fixture.h"
+
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+namespace kipx::test {
+
+std::string form_name(Form form) {
+    return form == Form::standard ? "standard" : form == Form::general ? "general" : "fast";
+}
+
+uint64_t form_flags(Form form) {
+    return form == Form::fast      ? KIPX_FLAG_FAST
+           : form == Form::general ? KIPX_FLAG_GENERAL_BUILDER
+                                   : 0;
+}
+
+namespace {
+
+Shape shape_of(const ModelImage &model, Layout layout) {
+    Shape shape;
+    shape.height = model.height;
+    shape.width = model.width;
+    shape.layout = layout;
+    return shape;
+}
+
+} // namespace
+
+ImageOf::ImageOf(const ModelImage &model, bool inverted, Layout layout)
+    : source(shape_of(model, layout)), mask(shape_of(model, layout)) {
+    for (uint32_t i = 0; i < model.level.size(); ++i) {
+        At at{i / model.width, i % model.width, 0, 0};
+        source.set_integer(at, inverted ? 255 - model.level[i] : model.level[i]);
+        mask.set_integer(at, model.mask.empty() ? 1 : model.mask[i]);
+    }
+}
+
+FloodOf::FloodOf(KipxXE *xe, Form form) : xe_(xe), form_(form) {
+    KipxWTSPFinitFeatureDs(&pixel_feature_, nullptr);
+    levelset_.descriptors = &pixel_feature_;
+    levelset_.count = form == Form::fast ? 0 : 1;
+    context.levelset = &levelset_;
+    context.builder = form == Form::fast
+                          ? &KipxFWTSRESopen(nullptr, nullptr, nullptr, KipxXEmmstack(xe))->builder
+                          : KipxWTSTBopen(nullptr, nullptr, nullptr, KipxXEmmstack(xe));
+}
+
+FloodOf::~FloodOf() { KipxSTBclose(context.builder, 0); }
+
+int32_t FloodOf::run(const ImageOf &image, bool masked) {
+    return KipxWatershedEx(xe_, form_flags(form_), image.source.arr(),
+                           masked ? image.mask.arr() : nullptr, nullptr, nullptr, &context);
+}
+
+std::vector<uint32_t> FloodOf::pixels_of(KipxWTSregion *region) {
+    std::vector<uint32_t> pixels(static_cast<size_t>(region->area));
+    if (form_ == Form::fast) {
+        uint32_t n = kipx_fwtsr_fetch(KipxFWTSRESfrombuilder(context.builder), region, 0, ~0u,
+                                      pixels.data());
+        EXPECT_EQ(n, pixels.size());
+    } else {
+        EXPECT_EQ(KipxGatherMSERFeatures(context.builder, region), 0);
+        auto *list = reinterpret_cast<KipxWTSPF *>(reinterpret_cast<char *>(region) +
+                                                   pixel_feature_.state_offset);
+        EXPECT_EQ(list->count, pixels.size());
+        for (size_t i = 0; i < pixels.size() && i < list->count; ++i)
+            pixels[i] = list->entries[i].row * levelset_.volume[2] + list->entries[i].column;
+    }
+    std::sort(pixels.begin(), pixels.end());
+    return pixels;
+}
+
+std::vector<ModelRegion> FloodOf::regions() {
+    struct Walk {
+        FloodOf *flood;
+        std::vector<ModelRegion> found;
+    } walk{this, {}};
+    KipxAGTwalk(
+        context.output, KIPX_PREORDER,
+        [](KipxSTnode *node, void *arg, int32_t) -> int32_t {
+            auto *w = static_cast<Walk *>(arg);
+            auto *region = static_cast<KipxWTSregion *>(node->data);
+            ModelRegion r;
+            EXPECT_EQ(region->node, node);
+            for (KipxSTnode *c = node->child; c; c = c->next) EXPECT_EQ(c->parent, node);
+            if (node->parent)
+                r.parent_size =
+                    static_cast<size_t>(static_cast<KipxWTSregion *>(node->parent->data)->area);
+            r.level = region->level;
+            r.pixels = w->flood->pixels_of(region);
+            EXPECT_TRUE(std::binary_search(r.pixels.begin(), r.pixels.end(), region->pixel));
+            w->found.push_back(std::move(r));
+            return 1;
+        },
+        &walk);
+    std::sort(walk.found.begin(), walk.found.end());
+    return walk.found;
+}
+
+} // namespace kipx::test
