@@ -246,9 +246,10 @@ KIPX_API int32_t __KipxWTSTBdisposergn(KipxSTnode *node, void *arg, int32_t inde
  * regions nested in it, every pixel once; a complete state is left as it is. Afterwards a moment
  * state's count is the region's area, and a pixel state lists the region's own pixels first. The
  * list may be in any order; nested regions that are complete are used whole.
- * Return 0; -65514 for null arguments, a builder that no flood has configured or one without the
- * operation; -65524 when a pixel list lacks pixels for want of memory, all other regions being
- * gathered nevertheless. */
+ * Bit 31 of the kept words is used meanwhile and is 0 afterwards.
+ * Return 0; -65514 for null arguments, a builder that no flood has configured, one without the
+ * operation, and one whose chain keeps no pixels; -65524 when a pixel list lacks pixels for want of
+ * memory, all other regions being gathered nevertheless. */
 KIPX_API int32_t KipxGatherMSERFeatures(KipxSTB *builder, KipxWTSregion *region);
 KIPX_API int32_t KipxGatherMSERsFeatures(KipxSTB *builder, KipxWTSregion *const *regions,
                                          uint64_t count);

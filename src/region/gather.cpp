@@ -14,44 +14,16 @@
 #include <kipx/types.h>
 
 #include "region/chain.h"
-#include "region/pixels.h"
+#include "region/states.h"
 
 namespace kipx {
 
 namespace {
 
 constexpr uint32_t listed = UINT32_C(1) << 31;
-constexpr uint32_t batch = 64; // pixels fetched at a time
-
-bool can_gather(const KipxWTSFDs &feature) {
-    return feature.isgathered && feature.ongather && (feature.lazymerge || feature.merge);
-}
-
-bool lists_pixels(const KipxWTSFDs &feature) {
-    return feature.magic == KIPX_WTSPF_MAGIC && feature.ongather == __KipxWTSPF__ongather__;
-}
-
-bool complete(const KipxWTSFDs &feature, const KipxWTSregion *region) {
-    return feature.isgathered(state_of(feature, region)) != 0;
-}
 
 KipxWTSregion *region_of(const KipxSTnode *node) {
     return static_cast<KipxWTSregion *>(node->data);
-}
-
-// A pixel list needs room for the whole region before anything is put into it.
-bool make_room(const KipxWTSFDs &feature, const KipxWTSregion *region) {
-    if (!lists_pixels(feature)) return true;
-    const int32_t area = region->area;
-    return reserve_pixels(*static_cast<KipxWTSPF *>(state_of(feature, region)),
-                          area > 0 ? static_cast<uint64_t>(area) : 0);
-}
-
-// False for a pixel list that lacks pixels which could not be had when they arrived.
-bool holds_all(const KipxWTSFDs &feature, const KipxWTSregion *region) {
-    if (!lists_pixels(feature)) return true;
-    const auto *state = static_cast<const KipxWTSPF *>(state_of(feature, region));
-    return state->count == static_cast<uint64_t>(region->area);
 }
 
 struct Combination {
@@ -64,8 +36,7 @@ int32_t combine(KipxSTnode *node, void *arg, int32_t) {
     const KipxWTSregion *const region = region_of(node);
     if (!region || region == into) return 1;
     const bool whole = complete(feature, region);
-    (feature.lazymerge ? feature.lazymerge : feature.merge)(state_of(feature, into),
-                                                            state_of(feature, region));
+    absorb(feature, into, region);
     return whole ? -1 : 1;
 }
 
@@ -114,16 +85,6 @@ bool usable(const KipxWTSLSC &context, KipxWTSregion *const *regions, uint64_t c
     return true;
 }
 
-void fetch_into(const KipxWTSFDs &feature, KipxWTSregion *region, const PixelSource &source) {
-    uint32_t pairs[2 * batch];
-    uint64_t from = 0;
-    for (uint32_t got = batch; got == batch; from += got) {
-        got = source.fetch(source.arg, region, from, pairs, batch);
-        if (got) feature.update2D(state_of(feature, region), pairs, got);
-    }
-    feature.ongather(state_of(feature, region), region);
-}
-
 } // namespace
 
 int32_t gather_nested(const KipxWTSLSC &context, KipxWTSregion *const *regions, uint64_t count) {
@@ -137,24 +98,6 @@ int32_t gather_nested(const KipxWTSLSC &context, KipxWTSregion *const *regions, 
             if (!(regions[i]->kept & listed)) continue;
             const int32_t result = gather_marked(feature, regions[i]);
             if (result) status = result;
-        }
-    }
-    return status;
-}
-
-int32_t gather_fetched(const KipxWTSLSC &context, KipxWTSregion *const *regions, uint64_t count,
-                       const PixelSource &source) {
-    if (!usable(context, regions, count)) return KIPX_EINVAL;
-    int32_t status = 0;
-    for (int32_t f = 0; f < context.count; f++) {
-        const KipxWTSFDs &feature = context.descriptors[f];
-        if (!feature.isgathered || !feature.ongather || !feature.update2D) continue;
-        for (uint64_t i = 0; i < count; i++) {
-            KipxWTSregion *const region = regions[i];
-            if (!complete(feature, region)) {
-                if (make_room(feature, region)) fetch_into(feature, region, source);
-            }
-            if (!holds_all(feature, region)) status = KIPX_ENOMEM;
         }
     }
     return status;

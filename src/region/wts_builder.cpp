@@ -7,6 +7,7 @@
 #include "region/builder.h"
 #include "region/chain.h"
 #include "region/gather.h"
+#include "region/states.h"
 #include "region/wts_regions.h"
 
 namespace kipx {
@@ -28,9 +29,7 @@ KipxWTSLSC *context_of(const KipxSTB *builder) {
 KipxAGTvisitor get_disposer(KipxSTB *builder) {
     if (!builder->tree || !builder->tree->root) return nullptr;
     const KipxWTSLSC *const context = context_of(builder);
-    for (int32_t f = 0; context && f < context->count; f++)
-        if (context->descriptors[f].destroy) return __KipxWTSTBdisposergn;
-    return nullptr;
+    return context && has_destroy(*context) ? __KipxWTSTBdisposergn : nullptr;
 }
 
 void on_attach(KipxSTB *, const KipxSTBIF *) {}
@@ -120,8 +119,8 @@ KipxSTnode *__KipxWTSTBnewregionNode(void *, KipxSTB *builder, KipxWTSLSC *conte
 
 int32_t __KipxWTSTBdisposergn(KipxSTnode *node, void *arg, int32_t) {
     auto *builder = static_cast<KipxSTB *>(arg);
-    KipxWTSLSC *const context = builder ? kipx::context_of(builder) : nullptr;
+    const KipxWTSLSC *const context = builder ? kipx::context_of(builder) : nullptr;
     if (node && node->data && context)
-        kipx::destroy_features(builder, context, static_cast<KipxWTSregion *>(node->data));
+        kipx::destroy_states(*context, static_cast<KipxWTSregion *>(node->data));
     return 1;
 }

@@ -1,7 +1,7 @@
 #include "region/wts_regions.h"
 
 #include "region/builder.h"
-#include "region/gather.h"
+#include "region/states.h"
 
 namespace kipx {
 
@@ -10,13 +10,6 @@ namespace {
 constexpr uint32_t batch = 64; // pixels converted at a time
 
 uint32_t width_of(const KipxWTSLSC &context) { return context.volume[2]; }
-
-void init_features(const KipxWTSLSC &context, KipxWTSregion *region) {
-    for (int32_t f = 0; f < context.count; f++) {
-        const KipxWTSFDs &feature = context.descriptors[f];
-        if (feature.init) feature.init(state_of(feature, region), feature.parameter);
-    }
-}
 
 void add_area(KipxWTSregion *region, uint32_t count) {
     region->area = static_cast<int32_t>(static_cast<uint32_t>(region->area) + count);
@@ -52,8 +45,8 @@ void as_indices(const uint32_t *pairs, uint32_t count, uint32_t width, Add add) 
 }
 
 int32_t dispose_below(KipxSTnode *node, void *arg, int32_t) {
-    auto *context = static_cast<KipxWTSLSC *>(arg);
-    if (node->data) destroy_features(nullptr, context, static_cast<KipxWTSregion *>(node->data));
+    const auto *context = static_cast<const KipxWTSLSC *>(arg);
+    if (node->data) destroy_states(*context, static_cast<KipxWTSregion *>(node->data));
     return 1;
 }
 
@@ -76,7 +69,7 @@ KipxWTSregion *region_behind(KipxSTB *builder, KipxWTSLSC *context, size_t room)
         static_cast<char *>(builder_alloc(builder, room + static_cast<size_t>(record_size), 0));
     if (!block) return nullptr;
     auto *region = reinterpret_cast<KipxWTSregion *>(block + room);
-    init_features(*context, region);
+    init_states(*context, region);
     return region;
 }
 
@@ -87,10 +80,7 @@ KipxWTSregion *new_region(void *, KipxSTB *builder, KipxWTSLSC *context, void *)
 }
 
 void destroy_features(KipxSTB *, KipxWTSLSC *context, KipxWTSregion *region) {
-    for (int32_t f = 0; f < context->count; f++) {
-        const KipxWTSFDs &feature = context->descriptors[f];
-        if (feature.destroy) feature.destroy(state_of(feature, region));
-    }
+    destroy_states(*context, region);
 }
 
 void dispose(KipxSTB *, KipxWTSLSC *context, KipxWTSregion *region) {
