@@ -17,8 +17,9 @@ def strays(path, name):
     """Defined, not local, and not within kipx::<name>: mangled names, for they tell the scope."""
     text = subprocess.run(["nm", "--defined-only", path], text=True, capture_output=True,
                           check=True).stdout
-    # Functions, their local statics and guards, tables of types and of virtual functions.
-    own = re.compile(rf"^_Z(Z|GV|T[ISVT])*N[KVO]?4kipx{len(name)}{name}")
+    # Functions, their local statics and guards, tables of types and of virtual functions; and the
+    # marks that the address sanitizer sets beside objects.
+    own = re.compile(rf"^(__odr_asan\.)?_Z(Z|GV|T[ISVT])*N[KVO]?4kipx{len(name)}{name}")
     found = []
     for line in text.splitlines():
         kind, symbol = line.split()[-2:]
