@@ -5,9 +5,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 
 #include "region/chain.h"
-#include "region/gather.h"
+#include "region/states.h"
 
 namespace kipx {
 namespace {
@@ -101,31 +102,9 @@ KipxFWTSRESnode *fast_store_take(KipxFWTSRES *store) {
     node->index = store->count++;
     node->node.data = &node->region;
     node->region.node = &node->node;
-    const KipxWTSLSC &context = store->levelset;
-    for (int32_t i = 0; i < context.count; ++i) {
-        const KipxWTSFDs &d = context.descriptors[i];
-        if (d.init)
-            d.init(reinterpret_cast<uint8_t *>(&node->region) + d.state_offset, d.parameter);
-    }
+    init_states(store->levelset, &node->region);
     return node;
 }
-
-namespace {
-
-void destroy_states(const KipxWTSLSC &context, KipxWTSregion *region) {
-    for (int32_t i = 0; i < context.count; ++i) {
-        const KipxWTSFDs &d = context.descriptors[i];
-        if (d.destroy) d.destroy(reinterpret_cast<uint8_t *>(region) + d.state_offset);
-    }
-}
-
-bool has_destroy(const KipxWTSLSC &context) {
-    for (int32_t i = 0; i < context.count; ++i)
-        if (context.descriptors[i].destroy) return true;
-    return false;
-}
-
-} // namespace
 
 void fast_store_forget(KipxFWTSRES *store) {
     if (store->count > 0 && has_destroy(store->levelset))
@@ -162,15 +141,67 @@ void dispose(KipxSTB *builder, KipxWTSLSC *, KipxWTSregion *) {
     fast_store_forget(as_store(builder));
 }
 
-uint32_t fetch_pairs(void *store, const KipxWTSregion *region, uint64_t from, uint32_t *pairs,
-                     uint32_t room) {
-    return kipx_fwtsr_fetch2D(static_cast<const KipxFWTSRES *>(store), region,
-                              static_cast<uint32_t>(from), room, pairs);
+// Gives a region's state the pixels first .. end of the store's array.
+void add_run(const KipxFWTSRES *store, const KipxWTSFDs &feature, const KipxWTSregion *region,
+             uint32_t first, uint32_t end) {
+    constexpr uint32_t batch = 256;
+    uint32_t buffer[2 * batch], start = kipx_fwtsr_node(region)->start;
+    while (first < end) {
+        uint32_t n = std::min(batch, end - first);
+        if (feature.update2D) {
+            kipx_fwtsr_fetch2D(store, region, first - start, n, buffer);
+            feature.update2D(state_of(feature, region), buffer, n);
+        } else {
+            kipx_fwtsr_fetch(store, region, first - start, n, buffer);
+            feature.update(state_of(feature, region), buffer, n);
+        }
+        first += n;
+    }
+}
+
+// Completes one state of regions[at]. Regions just before it in the list that are complete and lie
+// in its run are used whole, after the pixels of its own. Any order of the list gives every pixel
+// once; post-order makes the most of it.
+int32_t complete_state(const KipxFWTSRES *store, const KipxWTSFDs &feature,
+                       KipxWTSregion *const *regions, uint64_t at) {
+    KipxWTSregion *region = regions[at];
+    if (complete(feature, region)) return holds_all(feature, region) ? 0 : KIPX_ENOMEM;
+    if (!make_room(feature, region)) return KIPX_ENOMEM;
+    uint32_t start = kipx_fwtsr_node(region)->start;
+    for (bool own : {true, false}) {
+        uint32_t right = start + static_cast<uint32_t>(region->area);
+        for (uint64_t i = at; i-- > 0;) {
+            const KipxWTSregion *inner = regions[i];
+            uint32_t from = kipx_fwtsr_node(inner)->start;
+            if (from < start) break;
+            uint32_t to = from + static_cast<uint32_t>(inner->area);
+            if (to > right || inner == region || !complete(feature, inner)) continue;
+            if (own)
+                add_run(store, feature, region, to, right);
+            else
+                absorb(feature, region, inner);
+            right = from;
+        }
+        if (own) add_run(store, feature, region, start, right);
+    }
+    feature.ongather(state_of(feature, region), region);
+    return holds_all(feature, region) ? 0 : KIPX_ENOMEM;
 }
 
 int32_t gather(KipxSTB *builder, KipxWTSLSC *, KipxWTSregion *const *regions, uint64_t count) {
-    KipxFWTSRES *store = as_store(builder);
-    return gather_fetched(store->levelset, regions, count, {fetch_pairs, store});
+    const KipxFWTSRES *store = as_store(builder);
+    for (uint64_t i = 0; i < count; ++i)
+        if (!regions[i]) return KIPX_EINVAL;
+    int32_t result = 0;
+    for (int32_t f = 0; f < store->levelset.count; ++f) {
+        const KipxWTSFDs &feature = store->levelset.descriptors[f];
+        if (!can_gather(feature) || (!feature.update2D && !feature.update)) continue;
+        for (uint64_t i = 0; i < count; ++i) {
+            int32_t code = complete_state(store, feature, regions, i);
+            if (code < 0) result = code;
+        }
+    }
+    return result;
 }
 
 struct Chain {
