@@ -85,7 +85,748 @@ TEST_P(Floods, AgreeWithBruteForce) {
     }
 }
 
+// The same image in every place and layout: strides, guard pages, regions of larger arrays, planes.
+TEST_P(Floods, ReadTheRegionOnly) {
+    Rng rng(5);
+    Environment xe;
+    for (Layout layout : {Layout::packed, Layout::padded_rows, Layout::padded_pixels})
+        for (Edge edge : {Edge::first, Edge::last})
+            for (int round = 0; round < 40; ++round) {
+                Random r = random_image(rng, round % 2 != 0);
+                if (model_regions(r.model).empty()) continue;
+                ModelImage &m = r.model;
+                uint32_t top = static_cast<uint32_t>(rng.below(3)), left = top ? 2 : 0;
+                Shape shape;
+                shape.height = top + m.height + left;
+                shape.width = left + m.width + top;
+                shape.layout = layout;
+                shape.edge = edge;
+                shape.naxes = rng.one_in(2) ? 3 : 4;
+                GuardedArray source(shape), mask(shape);
+                source.fill(rng);
+                mask.fill(rng);
+                for (uint32_t i = 0; i < m.level.size(); ++i) {
+                    At at{top + i / m.width, left + i % m.width, 0, 0};
+                    source.set_integer(at, m.level[i]);
+                    mask.set_integer(at, m.mask.empty() ? 1 : m.mask[i]);
+                }
+                FloodOf flood(xe, GetParam());
+                flood.context.connectivity = m.eight;
+                flood.context.seed_row = r.seed_row;
+                flood.context.seed_column = r.seed_column;
+                kipx_site roi{{0, top, left, 0}, {1, m.height, m.width, 1}};
+                kipx_pos at{{0, top, left, 0}};
+                ASSERT_EQ(KipxWatershedEx(xe, form_flags(GetParam()), source.arr(), mask.arr(),
+                                          &roi, &at, &flood.context),
+                          0);
+                ASSERT_EQ(flood.regions(), model_regions(m)) << round;
+            }
+}
+
+// Components of exactly 16 pixels have a node, of 15 none, 15 and 1 that meet have one.
+TEST_P(Floods, SixteenPixelsMakeARegion) {
+    Environment xe;
+    struct Row {
+        std::vector<int> level;
+        std::vector<ModelRegion> regions; // without pixels
+    };
+    auto run = [](int value, int n) { return std::vector<int>(static_cast<size_t>(n), value); };
+    auto join = [](std::vector<std::vector<int>> parts) {
+        std::vector<int> all;
+        for (auto &p : parts) all.insert(all.end(), p.begin(), p.end());
+        return all;
+    };
+    const Row rows[] = {
+        {run(7, 5), {{7, {}, 0}}},
+        {join({run(3, 15), run(9, 1)}), {{9, {}, 0}}},
+        {join({run(3, 16), run(9, 1)}), {{3, {}, 17}, {9, {}, 0}}},
+        {join({run(3, 15), run(5, 1), run(9, 1)}), {{5, {}, 17}, {9, {}, 0}}},
+        {join({run(3, 8), run(5, 1), run(4, 7), run(9, 1)}), {{5, {}, 17}, {9, {}, 0}}},
+        {join({run(3, 16), run(9, 1), run(3, 16)}), {{3, {}, 33}, {3, {}, 33}, {9, {}, 0}}},
+    };
+    for (const Row &row : rows)
+        for (uint32_t seed = 0; seed < row.level.size(); ++seed) {
+            ModelImage m;
+            m.height = 1;
+            m.width = static_cast<uint32_t>(row.level.size());
+            m.level = row.level;
+            FloodOf flood(xe, GetParam());
+            flood.context.seed_column = seed;
+            ASSERT_EQ(flood.run(ImageOf(m), false), 0);
+            std::vector<ModelRegion> found = flood.regions();
+            for (ModelRegion &r : found) r.pixels.clear();
+            ASSERT_EQ(found, row.regions) << "seed " << seed;
+        }
+}
+
+TEST_P(Floods, GoThroughPlanesOneByOne) {
+    Environment xe;
+    Shape shape;
+    shape.naxes = 4;
+    shape.planes = 3;
+    shape.height = 6;
+    shape.width = 7;
+    GuardedArray source(shape);
+    ModelImage last;
+    last.height = 6;
+    last.width = 7;
+    Rng rng(8);
+    source.for_each([&](At at) {
+        int v = static_cast<int>(rng.below(9));
+        source.set_integer(at, v);
+        if (at.plane == 2) last.level.push_back(v);
+    });
+    FloodOf flood(xe, GetParam());
+    ASSERT_EQ(KipxWatershed(xe, form_flags(GetParam()), source.arr(), nullptr, &flood.context), 0);
+    EXPECT_EQ(flood.regions(), model_regions(last));
+    // One mask of three axes serves all planes.
+    Shape flat = shape;
+    flat.naxes = 3;
+    flat.planes = 1;
+    GuardedArray mask(flat);
+    last.mask.assign(42, 1);
+    for (uint32_t i = 0; i < 42; ++i) last.mask[i] = rng.one_in(5) ? 0 : 1;
+    for (uint32_t i = 0; i < 42; ++i) mask.set_integer({i / 7, i % 7, 0, 0}, last.mask[i]);
+    ASSERT_EQ(KipxWatershedEx(xe, form_flags(GetParam()), source.arr(), mask.arr(), nullptr,
+                              nullptr, &flood.context),
+              0);
+    EXPECT_EQ(flood.regions(), model_regions(last));
+}
+
+// Bright to dark is dark to bright of the negative, node for node.
+TEST_P(Floods, PolarityIsTheNegative) {
+    Rng rng(21);
+    Environment xe;
+    for (int round = 0; round < 100; ++round) {
+        Random r = random_image(rng, false);
+        ImageOf image(r.model), negative(r.model, true);
+        FloodOf dark(xe, GetParam()), bright(xe, GetParam());
+        bright.context.polarity = 1;
+        ASSERT_EQ(dark.run(image, false), 0);
+        ASSERT_EQ(bright.run(negative, false), 0);
+        using List = std::vector<KipxWTSregion>;
+        auto list = [](KipxST *tree) {
+            List all;
+            KipxAGTwalk(
+                tree, KIPX_POSTORDER,
+                [](KipxSTnode *node, void *arg, int32_t) -> int32_t {
+                    auto *region = static_cast<KipxWTSregion *>(node->data);
+                    static_cast<List *>(arg)->push_back(*region);
+                    return 1;
+                },
+                &all);
+            return all;
+        };
+        List a = list(dark.context.output), b = list(bright.context.output);
+        ASSERT_EQ(a.size(), b.size());
+        for (size_t i = 0; i < a.size(); ++i) {
+            EXPECT_EQ(a[i].level, b[i].level);
+            EXPECT_EQ(a[i].area, b[i].area);
+            EXPECT_EQ(a[i].pixel, b[i].pixel);
+        }
+    }
+}
+
+// ---- the road ----
+
+struct Bad {
+    const char *what;
+    int32_t code;
+    void (*spoil)(kipx_arr &src, kipx_arr &mask, kipx_site &roi, kipx_pos &at,
+                  KipxWatershedContext &context, KipxXE *&xe);
+    bool masked = false;
+};
+#define SPOIL                                                                                      \
+    [](kipx_arr &src, kipx_arr &mask, kipx_site &roi, kipx_pos &at, KipxWatershedContext &context, \
+       KipxXE *&xe) {                                             \
+        (void)src, (void)mask, (void)roi, (void)at, (void)context, (void)xe;
+#define END }
+const Bad bad_calls[] = {{"no environment", KIPX_EINVAL, SPOIL xe = nullptr;
+END
+} // namespace
+, {
+    "two axes", KIPX_EINVAL, SPOIL src.naxes = 2;
+    END
+}
+, {
+    "five axes", KIPX_EINVAL, SPOIL src.naxes = 5;
+    END
+}
+, {
+    "no base", KIPX_EINVAL, SPOIL src.base = nullptr;
+    END
+}
+, {
+    "no planes", KIPX_EINVAL, SPOIL src.volume[0] = 0;
+    END
+}
+, {
+    "no rows", KIPX_EINVAL, SPOIL src.volume[1] = 0;
+    END
+}
+, {
+    "no columns", KIPX_EINVAL, SPOIL src.volume[2] = 0;
+    END
+}
+, {
+    "no channels", KIPX_EINVAL, SPOIL src.volume[3] = 0;
+    END
+}
+, {
+    "2^31 rows", KIPX_EEMPTY, SPOIL src.volume[1] = 0x80000000u;
+    END
+}
+, {
+    "region outside", KIPX_EEMPTY, SPOIL roi.origin[1] = 90;
+    END
+}
+, {
+    "region of no width", KIPX_EEMPTY, SPOIL roi.extent[2] = 0;
+    END
+}
+, {
+    "region of no channel", KIPX_EEMPTY, SPOIL roi.extent[3] = 0;
+    END
+}
+, {
+    "type 0", KIPX_EINVAL, SPOIL src.type = 0;
+    END
+}
+, {
+    "type 5", KIPX_EINVAL, SPOIL src.type = 5;
+    END
+}
+, {
+    "type 17", KIPX_EINVAL, SPOIL src.type = 17;
+    END
+}
+, {
+    "type u16", KIPX_ENOTSUP, SPOIL src.type = KIPX_U16;
+    END
+}
+, {
+    "type f32", KIPX_ENOTSUP, SPOIL src.type = KIPX_F32;
+    END
+}
+, {
+    "type 15", KIPX_ENOTSUP, SPOIL src.type = 15;
+    END
+}
+, {
+    "2 channels", KIPX_ENOTSUP, SPOIL src.volume[3] = 2;
+    roi.extent[3] = 8;
+    END
+}
+, {
+    "3 channels", KIPX_EINVAL, SPOIL src.volume[3] = 3;
+    roi.extent[3] = 8;
+    END
+}
+, {
+    "4 channels", KIPX_ENOTSUP, SPOIL src.volume[3] = 4;
+    roi.extent[3] = 8;
+    END
+}
+, {
+    "5 channels", KIPX_EINVAL, SPOIL src.volume[3] = 5;
+    roi.extent[3] = 8;
+    END
+}
+, {
+    "6 channels", KIPX_EINVAL, SPOIL src.volume[3] = 6;
+    roi.extent[3] = 8;
+    END
+}
+, {
+    "7 channels", KIPX_EINVAL, SPOIL src.volume[3] = 7;
+    roi.extent[3] = 8;
+    END
+}
+, {
+    "8 channels", KIPX_ENOTSUP, SPOIL src.volume[3] = 15;
+    roi.extent[3] = 8;
+    END
+}
+, {
+    "u16 and 2 channels", KIPX_EINVAL, SPOIL src.type = KIPX_U16;
+    src.volume[3] = 2;
+    roi.extent[3] = 8;
+    END
+}
+, {
+    "no builder", KIPX_EINVAL, SPOIL context.builder = nullptr;
+    END
+}
+, {
+    "no level-set context", KIPX_EINVAL, SPOIL context.levelset = nullptr;
+    END
+}
+, {
+    "a builder without operations", KIPX_EINVAL, SPOIL static KipxSTB plain;
+    context.builder = &plain;
+    END
+}
+, {
+    "seed row outside", KIPX_EINVAL, SPOIL context.seed_row = roi.extent[1];
+    END
+}
+, {
+    "seed column outside", KIPX_EINVAL, SPOIL context.seed_column = roi.extent[2];
+    END
+}
+, {
+    "offsets past 2^32", KIPX_EINVAL, SPOIL src.strides[1] = 0xf0000000u;
+    END
+}
+, {
+    "65537 columns", KIPX_EINVAL, SPOIL src.volume[2] = mask.volume[2] = 65537;
+    roi.extent[2] = 65537;
+    src.strides[1] = 1;
+    END
+}
+, {
+    "65537 rows", KIPX_EINVAL, SPOIL src.volume[1] = mask.volume[1] = 65537;
+    roi.extent[1] = 65537;
+    END
+}
+, {
+    "mask of another type", KIPX_EINVAL, SPOIL mask.type = KIPX_S8;
+    END, true
+}
+, {
+    "mask without base", KIPX_EINVAL, SPOIL mask.base = nullptr;
+    END, true
+}
+, {
+    "mask of more axes", KIPX_EINVAL, SPOIL mask.naxes = 4;
+    END, true
+}
+, {
+    "mask of other channels", KIPX_EINVAL, SPOIL mask.volume[3] = 2;
+    END, true
+}
+, {
+    "mask of 3 channels for as many", KIPX_EINVAL, SPOIL mask.volume[3] = src.volume[3] = 3;
+    END, true
+}
+, {
+    "mask past its end", KIPX_EEMPTY, SPOIL at.at[1] = 9;
+    END, true
+}
+, {
+    "mask of zeros", KIPX_EEMPTY, SPOIL mask.strides[1] = mask.strides[2] = 0;
+    END, true
+}
+,
+}
+;
+
+TEST_P(Floods, RefuseWithTheRightCode) {
+    Environment environment;
+    for (const Bad &bad : bad_calls)
+        for (bool masked : {false, true}) {
+            if (bad.masked && !masked) continue;
+            ModelImage m;
+            m.height = 5;
+            m.width = 6;
+            m.level.assign(30, 3);
+            m.mask.assign(30, 1);
+            m.mask[0] = 0;
+            ImageOf image(m);
+            FloodOf flood(environment, GetParam());
+            // A tree that is there must stay there.
+            ASSERT_EQ(flood.run(image, false), 0);
+            KipxST *tree = flood.context.output;
+            KipxSTnode *root = tree->root;
+            kipx_arr src = *image.source.arr(), mask = *image.mask.arr();
+            kipx_site roi{{0, 0, 0, 0}, {1, 5, 6, 1}};
+            kipx_pos at{};
+            KipxWatershedContext context = flood.context;
+            KipxXE *xe = environment;
+            bad.spoil(src, mask, roi, at, context, xe);
+            EXPECT_EQ(KipxWatershedEx(xe, form_flags(GetParam()), &src, masked ? &mask : nullptr,
+                                      &roi, &at, &context),
+                      bad.code)
+                << bad.what << (masked ? ", masked" : "");
+            EXPECT_EQ(tree->root, root) << bad.what;
+        }
+    KipxWatershedContext none{};
+    EXPECT_EQ(KipxWatershed(environment, 0, nullptr, nullptr, &none), KIPX_EINVAL);
+    EXPECT_EQ(KipxWatershed(environment, 0, nullptr, nullptr, nullptr), KIPX_EINVAL);
+}
+
+TEST_P(Floods, ProbeAndPrepareTouchNothing) {
+    Environment xe;
+    ModelImage m{4, 5, std::vector<int>(20, 1), {}, false};
+    ImageOf image(m);
+    FloodOf flood(xe, GetParam());
+    uint64_t flags = form_flags(GetParam());
+    const kipx_arr *src = image.source.arr();
+    EXPECT_EQ(KipxWatershed(xe, flags | KIPX_FLAG_PROBE, src, nullptr, &flood.context),
+              KIPX_EAGAIN);
+    EXPECT_EQ(KipxWatershed(xe, flags | KIPX_FLAG_PREPARE, src, nullptr, &flood.context), 0);
+    EXPECT_EQ(flood.context.output, nullptr);
+    flood.context.seed_row = 4;
+    EXPECT_EQ(KipxWatershed(xe, flags | KIPX_FLAG_PROBE, src, nullptr, &flood.context),
+              KIPX_EINVAL);
+}
+
+// The array and typed levels take plain addresses, and images of two axes are one row.
+TEST_P(Floods, LowerLevels) {
+    Environment xe;
+    Rng rng(77);
+    uint8_t pixels[7 * 9];
+    ModelImage m{5, 6, {}, {}, false}, row{1, 30, {}, {}, false};
+    for (uint8_t &p : pixels) p = static_cast<uint8_t>(rng.below(5));
+    for (uint32_t i = 0; i < 30; ++i) m.level.push_back(pixels[(i / 6 + 1) * 9 + i % 6 + 2]);
+    for (uint32_t i = 0; i < 30; ++i) row.level.push_back(pixels[i]);
+    bool fast = GetParam() == Form::fast;
+    const uint32_t extent[3] = {5, 6, 1}, origin[3] = {1, 2, 0}, strides[3] = {9, 1, 1};
+    FloodOf flood(xe, GetParam());
+    auto array = fast ? kipxa_fwatershed : kipxa_watershed;
+    ASSERT_EQ(array(xe, 0, 3, extent, KIPX_U8, pixels, origin, strides, &flood.context), 0);
+    EXPECT_EQ(flood.regions(), model_regions(m));
+    auto typed = fast ? kipxa__fwatershed : kipxa__watershed;
+    ASSERT_EQ(typed(xe, 0, 2, extent + 1, KIPX_U8, pixels, strides + 1, &flood.context), 0);
+    const uint32_t wide[2] = {30, 1};
+    ASSERT_EQ(typed(xe, 0, 2, wide, KIPX_U8, pixels, strides + 1, &flood.context), 0);
+    EXPECT_EQ(flood.regions(), model_regions(row));
+    if (!fast) return;
+    ASSERT_EQ(__kipxa__fwatershed_c1_u8(xe, 0, 2, wide, pixels, strides + 1, &flood.context), 0);
+    EXPECT_EQ(flood.regions(), model_regions(row));
+    ASSERT_EQ(__kipxa__fwatershed_xm_c1_u8(xe, 0, 2, wide, pixels, strides + 1, pixels, strides + 1,
+                                           &flood.context),
+              0);
+    for (int v : row.level) row.mask.push_back(static_cast<uint8_t>(v));
+    EXPECT_EQ(flood.regions(), model_regions(row));
+}
+
 INSTANTIATE_TEST_SUITE_P(Forms, Floods, testing::ValuesIn(all_forms),
-                         [](const auto &info) { return form_name(info.param); });
+                         [](const auto &param) { return form_name(param.param); });
+
+// ---- the standard flood and its builder ----
+
+// A builder that notes what a flood tells it. Its regions remember every pixel; the first chain's
+// configure replaces it by the second.
+struct Listener {
+    struct Region {
+        KipxWTSregion header;
+        KipxSTnode node;
+        std::vector<uint32_t> pixels; // those of absorbed regions included
+        size_t inside = 0;            // regions merged into it
+    };
+    KipxSTB builder{};
+    std::vector<std::unique_ptr<Region>> regions;
+    size_t region_limit = SIZE_MAX, updates = 0, largest = 0, smallest = SIZE_MAX;
+    size_t configured = 0, finished = 0, disposed = 0;
+    uint32_t entries = 0, width = 0;
+
+    static Listener *of(KipxSTB *builder) { return reinterpret_cast<Listener *>(builder); }
+    Listener() { KipxSTBinit(&builder, first_chain(), 0, nullptr, nullptr, nullptr); }
+    ~Listener() { KipxSTBfini(&builder, 0); }
+
+    static int32_t configure(KipxSTB *b, KipxWTSLSC *levelset, uint64_t, const void *) {
+        of(b)->configured++;
+        of(b)->width = levelset->volume[2];
+        b->interface_chain = second_chain();
+        return 0;
+    }
+    static int32_t finish(KipxSTB *b, KipxWTSLSC *, KipxST **output, uint32_t entries) {
+        of(b)->finished++;
+        of(b)->entries = entries;
+        *output = b->tree;
+        return 0;
+    }
+    static KipxWTSregion *newregion(void *a, KipxSTB *b, KipxWTSLSC *, void *c) {
+        EXPECT_EQ(a, nullptr);
+        EXPECT_EQ(c, nullptr);
+        if (of(b)->regions.size() >= of(b)->region_limit) return nullptr;
+        of(b)->regions.push_back(std::make_unique<Region>());
+        Region &r = *of(b)->regions.back();
+        KipxDGTnodeData(&r.node, &r.header);
+        return &r.header;
+    }
+    static void dispose(KipxSTB *b, KipxWTSLSC *, KipxWTSregion *) { of(b)->disposed++; }
+    static void update2D(KipxSTB *b, KipxWTSLSC *, KipxWTSregion *region, const uint32_t *pairs,
+                         uint32_t count) {
+        auto *r = reinterpret_cast<Region *>(region);
+        for (uint32_t i = 0; i < count; ++i)
+            r->pixels.push_back(pairs[2 * i] * of(b)->width + pairs[2 * i + 1]);
+        r->header.area += static_cast<int32_t>(count);
+        of(b)->updates++;
+        of(b)->largest = std::max<size_t>(of(b)->largest, count);
+        of(b)->smallest = std::min<size_t>(of(b)->smallest, count);
+    }
+    static void merge(KipxSTB *b, KipxWTSLSC *, KipxWTSregion *parent, KipxWTSregion *child) {
+        auto *p = reinterpret_cast<Region *>(parent), *c = reinterpret_cast<Region *>(child);
+        EXPECT_GT(parent->level, child->level);
+        p->pixels.insert(p->pixels.end(), c->pixels.begin(), c->pixels.end());
+        parent->area += child->area;
+        p->inside += c->inside + 1;
+        KipxAGTaddchild(&p->node, &c->node);
+        __KipxSTBrootnode(b, &p->node);
+    }
+    struct Chain {
+        KipxWTSIF wtsl;
+        KipxIFrecord end;
+    };
+    static const Chain *first_chain() {
+        static const Chain chain = {{KIPX_TAG_WTSL, sizeof(KipxWTSIF), nullptr, configure, nullptr,
+                                     newregion, nullptr, dispose, nullptr, refuse_update, merge,
+                                     nullptr},
+                                    {0, 0}};
+        return &chain;
+    }
+    static const Chain *second_chain() {
+        static const Chain chain = {{KIPX_TAG_WTSL, sizeof(KipxWTSIF), nullptr, configure, finish,
+                                     newregion, nullptr, dispose, nullptr, update2D, merge,
+                                     nullptr},
+                                    {0, 0}};
+        return &chain;
+    }
+    static void refuse_update(KipxSTB *, KipxWTSLSC *, KipxWTSregion *, const uint32_t *,
+                              uint32_t) {
+        ADD_FAILURE() << "called through the chain that configure had replaced";
+    }
+};
+
+TEST(StandardFlood, TellsABuilderEverythingOnce) {
+    Rng rng(31);
+    Environment xe;
+    for (int round = 0; round < 500; ++round) {
+        Random r = random_image(rng, round % 3 == 0);
+        std::vector<ModelRegion> expected = model_regions(r.model);
+        if (expected.empty()) continue;
+        ImageOf image(r.model);
+        Listener listener;
+        KipxWTSLSC levelset{};
+        KipxWatershedContext context{};
+        context.builder = &listener.builder;
+        context.levelset = &levelset;
+        context.connectivity = r.model.eight;
+        context.seed_row = r.seed_row;
+        context.seed_column = r.seed_column;
+        ASSERT_EQ(KipxWatershedEx(xe, 0, image.source.arr(), image.mask.arr(), nullptr, nullptr,
+                                  &context),
+                  0);
+        EXPECT_EQ(listener.configured, 1u);
+        EXPECT_EQ(listener.finished, 1u);
+        EXPECT_EQ(listener.entries, 2u) << "the bottom and what has become the root";
+        EXPECT_LE(listener.largest, 16u);
+        EXPECT_GE(listener.smallest, 1u);
+        EXPECT_EQ(levelset.volume[1], r.model.height);
+        EXPECT_EQ(levelset.volume[2], r.model.width);
+        // The bottom is the first region and stays alone.
+        const auto &bottom = *listener.regions.front();
+        EXPECT_EQ(bottom.header.pixel, 0xffffffffu);
+        EXPECT_EQ(bottom.header.level, 0x7fffffff);
+        EXPECT_TRUE(bottom.pixels.empty());
+        EXPECT_EQ(bottom.node.child, nullptr);
+        EXPECT_EQ(listener.regions.size(), expected.size() + 1);
+        std::vector<ModelRegion> found;
+        for (size_t i = 1; i < listener.regions.size(); ++i) {
+            const Listener::Region &g = *listener.regions[i];
+            ModelRegion region{g.header.level, g.pixels, 0};
+            if (g.node.parent)
+                region.parent_size =
+                    static_cast<size_t>(static_cast<KipxWTSregion *>(g.node.parent->data)->area);
+            std::sort(region.pixels.begin(), region.pixels.end());
+            found.push_back(region);
+        }
+        std::sort(found.begin(), found.end());
+        ASSERT_EQ(found, expected);
+        ASSERT_EQ(context.output->root->parent, nullptr);
+    }
+}
+
+TEST(StandardFlood, EndsWhenARegionCannotBeMade) {
+    Rng rng(32);
+    Environment xe;
+    for (int round = 0; round < 60; ++round) {
+        Random r = random_image(rng, round % 2 != 0);
+        size_t needed = model_regions(r.model).size();
+        if (needed == 0) continue;
+        ImageOf image(r.model);
+        for (size_t limit = 0; limit <= needed + 1; ++limit) {
+            Listener listener;
+            listener.region_limit = limit;
+            KipxWTSLSC levelset{};
+            KipxWatershedContext context{};
+            context.builder = &listener.builder;
+            context.levelset = &levelset;
+            context.connectivity = r.model.eight;
+            int32_t code = KipxWatershedEx(xe, 0, image.source.arr(), image.mask.arr(), nullptr,
+                                           nullptr, &context);
+            EXPECT_EQ(code, limit <= needed ? KIPX_ENOMEM : 0) << limit << " of " << needed + 1;
+            if (code == 0) continue;
+            EXPECT_EQ(listener.finished, 0u);
+            if (listener.builder.tree) {
+                EXPECT_EQ(listener.builder.tree->root, nullptr);
+            }
+            // Every region is disposed of, on its own or below another one.
+            size_t below = 0;
+            for (auto &g : listener.regions) below += g->node.parent != nullptr;
+            EXPECT_EQ(listener.disposed + below, listener.regions.size());
+        }
+    }
+}
+
+// ---- the fast flood's store ----
+
+TEST(FastStore, KeepsItsPixelsAndIsAnOrdinaryTree) {
+    Rng rng(41);
+    Environment xe;
+    FloodOf flood(xe, Form::fast);
+    KipxFWTSRES *store = KipxFWTSRESfrombuilder(flood.context.builder);
+    ASSERT_NE(store, nullptr);
+    EXPECT_EQ(kipx_fwtsr_count(store), 0u);
+    const uint32_t *buffer = nullptr;
+    for (int round = 0; round < 50; ++round) {
+        Random r = random_image(rng, false);
+        if (round == 0) r.model = {20, 20, std::vector<int>(400, 0), {}, false};
+        if (round == 20) {
+            KipxSTBclear(&store->builder, 1); // takes the pixels too
+            EXPECT_EQ(kipx_fwtsr_count(store), 0u);
+        }
+        flood.context.connectivity = r.model.eight;
+        ASSERT_EQ(flood.run(ImageOf(r.model), false), 0);
+        ASSERT_EQ(flood.regions(), model_regions(r.model));
+        if (round > 0 && round < 20) {
+            EXPECT_EQ(store->pixels, buffer) << "a smaller image needs no new buffer";
+        }
+        buffer = store->pixels;
+        struct Walk {
+            KipxFWTSRES *store;
+            uint32_t next;
+        } walk{store, 0};
+        kipx_fwtsr_walk(
+            store,
+            [](KipxFWTSRESnode *node, void *arg) -> int32_t {
+                auto *w = static_cast<Walk *>(arg);
+                EXPECT_EQ(node->index, w->next++);
+                EXPECT_EQ(kipx_fwtsr_node(&node->region), node);
+                for (KipxSTnode *c = node->node.child; c; c = c->next) {
+                    auto *inner = kipx_fwtsr_node(static_cast<KipxWTSregion *>(c->data));
+                    EXPECT_LT(inner->index, node->index);
+                    EXPECT_GE(inner->start, node->start);
+                    EXPECT_LE(inner->start + static_cast<uint32_t>(inner->region.area),
+                              node->start + static_cast<uint32_t>(node->region.area));
+                }
+                return 1;
+            },
+            &walk);
+        EXPECT_EQ(walk.next, kipx_fwtsr_count(store));
+    }
+    KipxWTSregion *root = static_cast<KipxWTSregion *>(flood.context.output->root->data);
+    uint32_t area = static_cast<uint32_t>(root->area), pairs[4] = {9, 9, 9, 9};
+    EXPECT_EQ(kipx_fwtsr_fetch2D(store, root, area, 1, pairs), 0u);
+    EXPECT_EQ(kipx_fwtsr_fetch2D(store, root, area - 1, 2, pairs), 1u);
+    EXPECT_EQ(pairs[2], 9u);
+    uint32_t seen = 0;
+    kipx_fwtsr_walkPixels(
+        store, root,
+        [](uint32_t, uint32_t, void *arg) -> int32_t {
+            return ++*static_cast<uint32_t *>(arg) < 3 ? 1 : 0;
+        },
+        &seen);
+    EXPECT_EQ(seen, std::min(area, 3u));
+    EXPECT_EQ(KipxFWTSRESfrombuilder(nullptr), nullptr);
+}
+
+TEST(FastStore, ShiftDropsLevels) {
+    Rng rng(42);
+    Environment xe;
+    for (uint32_t shift : {0u, 1u, 3u, 7u, 8u, 31u, 32u, 33u, 0xffffffffu})
+        for (bool inverted : {false, true}) {
+            Random r = random_image(rng, false);
+            ImageOf image(r.model, inverted);
+            FloodOf flood(xe, Form::fast);
+            flood.context.shift = shift;
+            flood.context.polarity = inverted;
+            flood.context.connectivity = r.model.eight;
+            ASSERT_EQ(flood.run(image, false), 0);
+            for (int &level : r.model.level) level = shift < 32 ? level >> shift : 0;
+            ASSERT_EQ(flood.regions(), model_regions(r.model)) << shift;
+        }
+}
+
+// States gathered from runs agree with the pixels, in any order of the list and with parts
+// complete.
+TEST(FastStore, GathersFeaturesOnce) {
+    Rng rng(43);
+    Environment xe;
+    for (int round = 0; round < 200; ++round) {
+        Random r = random_image(rng, false);
+        KipxWTSFDs features[2];
+        KipxWTSMFinitFeatureDs(&features[0], nullptr);
+        KipxWTSPFinitFeatureDs(&features[1], nullptr);
+        FloodOf flood(xe, Form::fast);
+        flood.context.levelset->descriptors = features;
+        flood.context.levelset->count = 2;
+        ASSERT_EQ(flood.run(ImageOf(r.model), false), 0);
+        std::vector<KipxWTSregion *> list;
+        kipx_fwtsr_walk(
+            KipxFWTSRESfrombuilder(flood.context.builder),
+            [](KipxFWTSRESnode *node, void *arg) -> int32_t {
+                static_cast<std::vector<KipxWTSregion *> *>(arg)->push_back(&node->region);
+                return 1;
+            },
+            &list);
+        for (size_t i = list.size(); i > 1 && round % 2; --i)
+            std::swap(list[i - 1], list[rng.below(i)]);
+        size_t half = list.size() / 2;
+        ASSERT_EQ(KipxGatherMSERsFeatures(flood.context.builder, list.data(), half), 0);
+        ASSERT_EQ(KipxGatherMSERsFeatures(flood.context.builder, list.data(), list.size()), 0);
+        for (KipxWTSregion *region : list) {
+            std::vector<uint32_t> expected(static_cast<size_t>(region->area)), found;
+            kipx_fwtsr_fetch(KipxFWTSRESfrombuilder(flood.context.builder), region, 0, ~0u,
+                             expected.data());
+            double rows = 0, squares = 0;
+            for (uint32_t p : expected) {
+                rows += p / r.model.width;
+                squares += (p % r.model.width) * (p % r.model.width);
+            }
+            auto *state = reinterpret_cast<const char *>(region);
+            auto *moments = reinterpret_cast<const KipxWTSMF *>(state + features[0].state_offset);
+            auto *pixels = reinterpret_cast<const KipxWTSPF *>(state + features[1].state_offset);
+            EXPECT_EQ(moments->count, region->area);
+            EXPECT_EQ(moments->row, rows);
+            EXPECT_EQ(moments->column_column, squares);
+            for (uint64_t i = 0; i < pixels->count; ++i)
+                found.push_back(pixels->entries[i].row * r.model.width + pixels->entries[i].column);
+            std::sort(expected.begin(), expected.end());
+            std::sort(found.begin(), found.end());
+            EXPECT_EQ(found, expected);
+        }
+    }
+}
+
+// ---- going through planes ----
+
+TEST(Planes, FirstNegativeCodeEnds) {
+    uint8_t pixels[24] = {};
+    kipx_arr arr{};
+    const uint32_t volume[4] = {4, 2, 3, 1}, strides[4] = {6, 3, 1, 1};
+    std::memcpy(arr.volume, volume, sizeof volume);
+    std::memcpy(arr.strides, strides, sizeof strides);
+    arr.naxes = 4;
+    arr.type = KIPX_U8;
+    arr.base = pixels;
+    kipx_site site{{1, 0, 0, 0}, {3, 2, 3, 1}};
+    std::vector<const void *> bases;
+    kipx_pack pack;
+    ASSERT_EQ(kipxa_genpackL(&pack, KIPX_CODE_WTSH, &arr, &site, &bases), &pack);
+    auto note = [](KipxXE *, uint64_t flags, const kipx_pack *slice) -> int32_t {
+        auto *list = static_cast<std::vector<const void *> *>(slice->context);
+        EXPECT_EQ(slice->operand[0].origin[0], 0u);
+        list->push_back(slice->operand[0].base);
+        return list->size() == flags ? -7 : 5;
+    };
+    EXPECT_EQ(kipxa_call(nullptr, 0, &pack, note), 0);
+    EXPECT_EQ(bases, (std::vector<const void *>{pixels + 6, pixels + 12, pixels + 18}));
+    bases.clear();
+    EXPECT_EQ(kipxa_call(nullptr, 2, &pack, note), -7);
+    EXPECT_EQ(bases.size(), 2u);
+}
 
 } // namespace
