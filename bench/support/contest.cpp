@@ -84,7 +84,7 @@ int main(int argc, char **argv) {
 #if defined(KIPX_BENCH_OPENCV)
     cv::setNumThreads(1);
 #endif
-    register_contests();
+    if (register_contests) register_contests();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RunSpecifiedBenchmarks();

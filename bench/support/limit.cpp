@@ -41,7 +41,7 @@ void move_block(const Loops &loops, Move move, unsigned char *to, unsigned write
         std::memcpy(to, streams.from[0], common * pixels);
         combined = 1;
     } else if (combined) {
-        loops.combine(to, streams.from, streams.reads, common * pixels, streamed);
+        loops.combine(to, streams.from, streams.reads, common * pixels, 1, streamed);
     }
     unsigned mix = 0;
     for (int k = 0; k < streams.reads; k++) {
@@ -77,10 +77,18 @@ void move_bytes(Move move, Traffic traffic, size_t pixels, unsigned char *write,
         if (!bytes[k]) continue;
         streams.from[streams.reads] = given[k];
         streams.bytes[streams.reads++] = bytes[k];
-        even = even && bytes[k] == traffic.write;
+        even = even && bytes[k] == streams.bytes[0];
     }
-    // Streams of one width go in one piece; others keep in step by blocks that fit the first cache.
-    const bool whole = even && (move != Move::copied || streams.reads <= 1);
+    const unsigned width = streams.bytes[0];
+    const unsigned copies = width && traffic.write % width == 0 ? traffic.write / width : 0;
+    // Reads of one width and a write of the same or twice or four times as much: one loop. Others
+    // keep in step by blocks that fit the first cache.
+    if (even && move != Move::copied && (copies == 1 || copies == 2 || copies == 4)) {
+        loops.combine(write, streams.from, streams.reads, width * pixels, copies,
+                      move == Move::streamed);
+        return loops.fence();
+    }
+    const bool whole = even && copies == 1 && streams.reads == 1;
     const size_t block = whole ? pixels : 2048;
     for (size_t at = 0; at < pixels; at += block) {
         const size_t n = std::min(block, pixels - at);

@@ -37,7 +37,7 @@ template<bool streamed> inline void store(unsigned char *to, Vector v) {
     *reinterpret_cast<Vector *>(to) = v;
 }
 
-template<int streams, bool streamed>
+template<int streams, unsigned copies, bool streamed>
 void combine_n(unsigned char *to, const unsigned char *const *from, size_t n) {
     const unsigned char *a = from[0], *b = streams > 1 ? from[1] : nullptr,
                         *c = streams > 2 ? from[2] : nullptr;
@@ -47,28 +47,38 @@ void combine_n(unsigned char *to, const unsigned char *const *from, size_t n) {
             Vector v = load(a + i + k);
             if constexpr (streams > 1) v ^= load(b + i + k);
             if constexpr (streams > 2) v ^= load(c + i + k);
-            store<streamed>(to + i + k, v);
+            for (size_t m = 0; m < copies; m++) {
+                store<streamed>(to + (i + k) * copies + m * width, v);
+            }
         }
     }
     for (; i < n; i++) {
         unsigned char v = a[i];
         if constexpr (streams > 1) v ^= b[i];
         if constexpr (streams > 2) v ^= c[i];
-        to[i] = v;
+        for (size_t m = 0; m < copies; m++) to[i * copies + m] = v;
     }
 }
 
-template<bool streamed>
+template<unsigned copies, bool streamed>
 void combine_any(unsigned char *to, const unsigned char *const *from, int streams, size_t n) {
-    if (streams == 1) return combine_n<1, streamed>(to, from, n);
-    if (streams == 2) return combine_n<2, streamed>(to, from, n);
-    combine_n<3, streamed>(to, from, n);
+    if (streams == 1) return combine_n<1, copies, streamed>(to, from, n);
+    if (streams == 2) return combine_n<2, copies, streamed>(to, from, n);
+    combine_n<3, copies, streamed>(to, from, n);
+}
+
+template<bool streamed>
+void combine_copies(unsigned char *to, const unsigned char *const *from, int streams, size_t n,
+                    unsigned copies) {
+    if (copies == 1) return combine_any<1, streamed>(to, from, streams, n);
+    if (copies == 2) return combine_any<2, streamed>(to, from, streams, n);
+    combine_any<4, streamed>(to, from, streams, n);
 }
 
 void combine(unsigned char *to, const unsigned char *const *from, int streams, size_t n,
-             bool streamed) {
-    if (streamed) return combine_any<true>(to, from, streams, n);
-    combine_any<false>(to, from, streams, n);
+             unsigned copies, bool streamed) {
+    if (streamed) return combine_copies<true>(to, from, streams, n, copies);
+    combine_copies<false>(to, from, streams, n, copies);
 }
 
 unsigned read(const unsigned char *from, size_t n) {

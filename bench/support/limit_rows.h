@@ -7,10 +7,10 @@
 namespace kipx::bench {
 
 struct Loops {
-    // Reads n bytes of each of 1 to 3 streams and writes their exclusive or; streamed stores need
-    // `to` aligned to 64.
+    // Reads n bytes of each of 1 to 3 streams and writes their exclusive or `copies` times (1, 2 or
+    // 4), vector by vector; streamed stores need `to` aligned to 64.
     void (*combine)(unsigned char *to, const unsigned char *const *from, int streams, size_t n,
-                    bool streamed);
+                    unsigned copies, bool streamed);
     // Reads n bytes; the result depends on each.
     unsigned (*read)(const unsigned char *from, size_t n);
     // Writes n bytes; streamed as above.

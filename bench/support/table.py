@@ -1,5 +1,6 @@
-"""Prints one table per family from results of run.py: Mpixel/s of the median repetition, and how the
-vector form stands to the best peer, to the memory limit and to the plain form.
+"""Prints one table per family from results of run.py: the median repetition's rate in millions a
+second, of pixels or of what the family counts, and how the vector form (or the only one, "kipx") stands
+to the best peer, to the memory limit and to the plain form.
 Usage: table.py FOLDER-OF-RESULTS | FILE.json ..."""
 import collections
 import glob
@@ -10,7 +11,7 @@ import sys
 
 
 def load(paths):
-    """family -> (operation, size) -> contestant -> Mpixel/s of each repetition; and the errors."""
+    """family -> (operation, size) -> contestant -> rate of each repetition; and the errors."""
     families = collections.defaultdict(lambda: collections.defaultdict(lambda: collections.defaultdict(list)))
     errors, processor = [], ""
     for path in paths:
@@ -25,7 +26,8 @@ def load(paths):
             if run.get("error_occurred"):
                 errors.append(f"{run['run_name']}: {run['error_message']}")
                 continue
-            families[family][operation, size][contestant].append(run["Mpixel/s"])
+            families[family][operation, size][contestant].append(
+                run["Mpixel/s"] if "Mpixel/s" in run else run["items_per_second"] / 1e6)
     return families, sorted(set(errors)), processor
 
 
@@ -38,7 +40,7 @@ def best(rates, kind):
 
 def cells(operation, size, runs):
     rates = {contestant: statistics.median(values) for contestant, values in runs.items()}
-    plain, vector = best(rates, "plain")[1], best(rates, "vector")[1]
+    plain, vector = best(rates, "plain")[1], best(rates, "vector")[1] or best(rates, "kipx")[1]
     peer_name, peer = best(rates, "peer")
     limit = best(rates, "limit")[1]
 
@@ -65,7 +67,7 @@ def main():
     for family, contests in families.items():
         rows = [HEAD] + [cells(*key, runs) for key, runs in contests.items()]
         widths = [max(len(row[i]) for row in rows) for i in range(len(HEAD))]
-        print(f"\n{family} (Mpixel/s, median; {processor})\n")
+        print(f"\n{family} (millions a second, median; {processor})\n")
         for number, row in enumerate(rows):
             aligned = [cell.ljust(w) if i < 2 else cell.rjust(w)
                        for i, (cell, w) in enumerate(zip(row, widths))]
