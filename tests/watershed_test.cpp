@@ -229,223 +229,90 @@ TEST_P(Floods, PolarityIsTheNegative) {
 
 // ---- the road ----
 
+// The arguments of one call, right until one of them is spoiled.
+struct Call {
+    kipx_arr src, mask;
+    kipx_site roi;
+    kipx_pos at;
+    KipxWatershedContext context;
+    KipxXE *xe;
+};
+KipxSTB builder_without_operations;
+
 struct Bad {
     const char *what;
     int32_t code;
-    void (*spoil)(kipx_arr &src, kipx_arr &mask, kipx_site &roi, kipx_pos &at,
-                  KipxWatershedContext &context, KipxXE *&xe);
-    bool masked = false;
+    void (*spoil)(Call &c);
+    bool needs_mask = false;
 };
-#define SPOIL                                                                                      \
-    [](kipx_arr &src, kipx_arr &mask, kipx_site &roi, kipx_pos &at, KipxWatershedContext &context, \
-       KipxXE *&xe) {                                             \
-        (void)src, (void)mask, (void)roi, (void)at, (void)context, (void)xe;
-#define END }
-const Bad bad_calls[] = {{"no environment", KIPX_EINVAL, SPOIL xe = nullptr;
-END
-} // namespace
-, {
-    "two axes", KIPX_EINVAL, SPOIL src.naxes = 2;
-    END
-}
-, {
-    "five axes", KIPX_EINVAL, SPOIL src.naxes = 5;
-    END
-}
-, {
-    "no base", KIPX_EINVAL, SPOIL src.base = nullptr;
-    END
-}
-, {
-    "no planes", KIPX_EINVAL, SPOIL src.volume[0] = 0;
-    END
-}
-, {
-    "no rows", KIPX_EINVAL, SPOIL src.volume[1] = 0;
-    END
-}
-, {
-    "no columns", KIPX_EINVAL, SPOIL src.volume[2] = 0;
-    END
-}
-, {
-    "no channels", KIPX_EINVAL, SPOIL src.volume[3] = 0;
-    END
-}
-, {
-    "2^31 rows", KIPX_EEMPTY, SPOIL src.volume[1] = 0x80000000u;
-    END
-}
-, {
-    "region outside", KIPX_EEMPTY, SPOIL roi.origin[1] = 90;
-    END
-}
-, {
-    "region of no width", KIPX_EEMPTY, SPOIL roi.extent[2] = 0;
-    END
-}
-, {
-    "region of no channel", KIPX_EEMPTY, SPOIL roi.extent[3] = 0;
-    END
-}
-, {
-    "type 0", KIPX_EINVAL, SPOIL src.type = 0;
-    END
-}
-, {
-    "type 5", KIPX_EINVAL, SPOIL src.type = 5;
-    END
-}
-, {
-    "type 17", KIPX_EINVAL, SPOIL src.type = 17;
-    END
-}
-, {
-    "type u16", KIPX_ENOTSUP, SPOIL src.type = KIPX_U16;
-    END
-}
-, {
-    "type f32", KIPX_ENOTSUP, SPOIL src.type = KIPX_F32;
-    END
-}
-, {
-    "type 15", KIPX_ENOTSUP, SPOIL src.type = 15;
-    END
-}
-, {
-    "2 channels", KIPX_ENOTSUP, SPOIL src.volume[3] = 2;
-    roi.extent[3] = 8;
-    END
-}
-, {
-    "3 channels", KIPX_EINVAL, SPOIL src.volume[3] = 3;
-    roi.extent[3] = 8;
-    END
-}
-, {
-    "4 channels", KIPX_ENOTSUP, SPOIL src.volume[3] = 4;
-    roi.extent[3] = 8;
-    END
-}
-, {
-    "5 channels", KIPX_EINVAL, SPOIL src.volume[3] = 5;
-    roi.extent[3] = 8;
-    END
-}
-, {
-    "6 channels", KIPX_EINVAL, SPOIL src.volume[3] = 6;
-    roi.extent[3] = 8;
-    END
-}
-, {
-    "7 channels", KIPX_EINVAL, SPOIL src.volume[3] = 7;
-    roi.extent[3] = 8;
-    END
-}
-, {
-    "8 channels", KIPX_ENOTSUP, SPOIL src.volume[3] = 15;
-    roi.extent[3] = 8;
-    END
-}
-, {
-    "u16 and 2 channels", KIPX_EINVAL, SPOIL src.type = KIPX_U16;
-    src.volume[3] = 2;
-    roi.extent[3] = 8;
-    END
-}
-, {
-    "no builder", KIPX_EINVAL, SPOIL context.builder = nullptr;
-    END
-}
-, {
-    "no level-set context", KIPX_EINVAL, SPOIL context.levelset = nullptr;
-    END
-}
-, {
-    "a builder without operations", KIPX_EINVAL, SPOIL static KipxSTB plain;
-    context.builder = &plain;
-    END
-}
-, {
-    "seed row outside", KIPX_EINVAL, SPOIL context.seed_row = roi.extent[1];
-    END
-}
-, {
-    "seed column outside", KIPX_EINVAL, SPOIL context.seed_column = roi.extent[2];
-    END
-}
-, {
-    "offsets past 2^32", KIPX_EINVAL, SPOIL src.strides[1] = 0xf0000000u;
-    END
-}
-, {
-    "65537 columns", KIPX_EINVAL, SPOIL src.volume[2] = mask.volume[2] = 65537;
-    roi.extent[2] = 65537;
-    src.strides[1] = 1;
-    END
-}
-, {
-    "65537 rows", KIPX_EINVAL, SPOIL src.volume[1] = mask.volume[1] = 65537;
-    roi.extent[1] = 65537;
-    END
-}
-, {
-    "mask of another type", KIPX_EINVAL, SPOIL mask.type = KIPX_S8;
-    END, true
-}
-, {
-    "mask without base", KIPX_EINVAL, SPOIL mask.base = nullptr;
-    END, true
-}
-, {
-    "mask of more axes", KIPX_EINVAL, SPOIL mask.naxes = 4;
-    END, true
-}
-, {
-    "mask of other channels", KIPX_EINVAL, SPOIL mask.volume[3] = 2;
-    END, true
-}
-, {
-    "mask of 3 channels for as many", KIPX_EINVAL, SPOIL mask.volume[3] = src.volume[3] = 3;
-    END, true
-}
-, {
-    "mask past its end", KIPX_EEMPTY, SPOIL at.at[1] = 9;
-    END, true
-}
-, {
-    "mask of zeros", KIPX_EEMPTY, SPOIL mask.strides[1] = mask.strides[2] = 0;
-    END, true
-}
-,
-}
-;
+#define SPOIL(...) [](Call &c) { __VA_ARGS__; }
+const Bad bad_calls[] = {
+    {"no environment", KIPX_EINVAL, SPOIL(c.xe = nullptr)},
+    {"two axes", KIPX_EINVAL, SPOIL(c.src.naxes = 2)},
+    {"five axes", KIPX_EINVAL, SPOIL(c.src.naxes = 5)},
+    {"no base", KIPX_EINVAL, SPOIL(c.src.base = nullptr)},
+    {"no planes", KIPX_EINVAL, SPOIL(c.src.volume[0] = 0)},
+    {"no rows", KIPX_EINVAL, SPOIL(c.src.volume[1] = 0)},
+    {"no columns", KIPX_EINVAL, SPOIL(c.src.volume[2] = 0)},
+    {"no channels", KIPX_EINVAL, SPOIL(c.src.volume[3] = 0)},
+    {"2^31 rows", KIPX_EEMPTY, SPOIL(c.src.volume[1] = 0x80000000u)},
+    {"region outside", KIPX_EEMPTY, SPOIL(c.roi.origin[1] = 90)},
+    {"region of no width", KIPX_EEMPTY, SPOIL(c.roi.extent[2] = 0)},
+    {"region of no channel", KIPX_EEMPTY, SPOIL(c.roi.extent[3] = 0)},
+    {"type 0", KIPX_EINVAL, SPOIL(c.src.type = 0)},
+    {"type 5", KIPX_EINVAL, SPOIL(c.src.type = 5)},
+    {"type 17", KIPX_EINVAL, SPOIL(c.src.type = 17)},
+    {"type u16", KIPX_ENOTSUP, SPOIL(c.src.type = KIPX_U16)},
+    {"type f32", KIPX_ENOTSUP, SPOIL(c.src.type = KIPX_F32)},
+    {"type 15", KIPX_ENOTSUP, SPOIL(c.src.type = 15)},
+    {"2 channels", KIPX_ENOTSUP, SPOIL(c.src.volume[3] = 2)},
+    {"3 channels", KIPX_EINVAL, SPOIL(c.src.volume[3] = 3)},
+    {"4 channels", KIPX_ENOTSUP, SPOIL(c.src.volume[3] = 4)},
+    {"5 channels", KIPX_EINVAL, SPOIL(c.src.volume[3] = 5)},
+    {"6 channels", KIPX_EINVAL, SPOIL(c.src.volume[3] = 6)},
+    {"7 channels", KIPX_EINVAL, SPOIL(c.src.volume[3] = 7)},
+    {"8 channels", KIPX_ENOTSUP, SPOIL(c.src.volume[3] = 15)},
+    {"u16 and 2 channels", KIPX_EINVAL, SPOIL(c.src.type = KIPX_U16, c.src.volume[3] = 2)},
+    {"no builder", KIPX_EINVAL, SPOIL(c.context.builder = nullptr)},
+    {"no level-set context", KIPX_EINVAL, SPOIL(c.context.levelset = nullptr)},
+    {"a builder without operations", KIPX_EINVAL,
+     SPOIL(c.context.builder = &builder_without_operations)},
+    {"seed row outside", KIPX_EINVAL, SPOIL(c.context.seed_row = 5)},
+    {"seed column outside", KIPX_EINVAL, SPOIL(c.context.seed_column = 6)},
+    {"offsets past 2^32", KIPX_EINVAL, SPOIL(c.src.strides[1] = 0xf0000000u)},
+    {"65537 columns", KIPX_EINVAL,
+     SPOIL(c.src.volume[2] = c.mask.volume[2] = c.roi.extent[2] = 65537, c.src.strides[1] = 1)},
+    {"65537 rows", KIPX_EINVAL,
+     SPOIL(c.src.volume[1] = c.mask.volume[1] = c.roi.extent[1] = 65537)},
+    {"mask of another type", KIPX_EINVAL, SPOIL(c.mask.type = KIPX_S8), true},
+    {"mask without base", KIPX_EINVAL, SPOIL(c.mask.base = nullptr), true},
+    {"mask of more axes", KIPX_EINVAL, SPOIL(c.mask.naxes = 4), true},
+    {"mask of other channels", KIPX_EINVAL, SPOIL(c.mask.volume[3] = 2), true},
+    {"mask of 3 channels for as many", KIPX_EINVAL, SPOIL(c.mask.volume[3] = c.src.volume[3] = 3),
+     true},
+    {"mask past its end", KIPX_EEMPTY, SPOIL(c.at.at[1] = 9), true},
+    {"mask of zeros", KIPX_EEMPTY, SPOIL(c.mask.strides[1] = c.mask.strides[2] = 0), true},
+};
+#undef SPOIL
 
 TEST_P(Floods, RefuseWithTheRightCode) {
     Environment environment;
+    ModelImage m{5, 6, std::vector<int>(30, 3), std::vector<uint8_t>(30, 1), false};
+    m.mask[0] = 0;
+    ImageOf image(m);
     for (const Bad &bad : bad_calls)
         for (bool masked : {false, true}) {
-            if (bad.masked && !masked) continue;
-            ModelImage m;
-            m.height = 5;
-            m.width = 6;
-            m.level.assign(30, 3);
-            m.mask.assign(30, 1);
-            m.mask[0] = 0;
-            ImageOf image(m);
+            if (bad.needs_mask && !masked) continue;
             FloodOf flood(environment, GetParam());
             // A tree that is there must stay there.
             ASSERT_EQ(flood.run(image, false), 0);
             KipxST *tree = flood.context.output;
             KipxSTnode *root = tree->root;
-            kipx_arr src = *image.source.arr(), mask = *image.mask.arr();
-            kipx_site roi{{0, 0, 0, 0}, {1, 5, 6, 1}};
-            kipx_pos at{};
-            KipxWatershedContext context = flood.context;
-            KipxXE *xe = environment;
-            bad.spoil(src, mask, roi, at, context, xe);
-            EXPECT_EQ(KipxWatershedEx(xe, form_flags(GetParam()), &src, masked ? &mask : nullptr,
-                                      &roi, &at, &context),
+            Call c{*image.source.arr(), *image.mask.arr(), {{0, 0, 0, 0}, {1, 5, 6, 8}}, {},
+                   flood.context,       environment};
+            bad.spoil(c);
+            EXPECT_EQ(KipxWatershedEx(c.xe, form_flags(GetParam()), &c.src,
+                                      masked ? &c.mask : nullptr, &c.roi, &c.at, &c.context),
                       bad.code)
                 << bad.what << (masked ? ", masked" : "");
             EXPECT_EQ(tree->root, root) << bad.what;
