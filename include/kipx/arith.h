@@ -38,7 +38,7 @@
  * division does not trap, it gives 0); the smallest number divided by -1 saturates. In divr and rdivr
  * an infinite or NaN quotient gives the smallest value of a signed destination and 0 for u8.
  *
- * Adding an array to itself, in place and strides too, multiplies it by 2.0 instead: u8 saturates
+ * Adding an array to itself, at the same place with the same strides, multiplies it by 2.0: u8 saturates
  * (200 + 200 gives 255; from an equal copy it gives 144).
  *
  * The sq forms saturate into the signed counterpart of the destination's type (its code with 8 set)
@@ -50,7 +50,9 @@
  *
  * A source may be the destination itself, at the same place with the same strides and element size.
  * Any other sharing of bytes with the destination is KIPX_EINVAL, and so is a destination whose own
- * elements share bytes.
+ * elements share bytes. Strides are taken to nest, each spanning everything inside it: a destination
+ * whose strides do not, or a source of other strides or extents lying between the destination's
+ * first and last byte, counts as sharing.
  */
 #ifndef KIPX_ARITH_H
 #define KIPX_ARITH_H

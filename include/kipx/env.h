@@ -65,7 +65,7 @@ KIPX_API KipxXE *KipxXEdestroyMmstack(KipxXE *xe);
 KIPX_API void *KipxXEalloca(KipxXE *xe, size_t size, size_t align);
 /* Gives a scratch block back; null does nothing. */
 KIPX_API void KipxXEfreea(KipxXE *xe, void *block);
-/* The stack's mark into state, and back to it; without a stack both do nothing. */
+/* The stack's mark into state (a stack is opened when there is none), and back to it. */
 KIPX_API void KipxXEgetmmsp(KipxXE *xe, kipx_mmstate *state);
 KIPX_API void KipxXEsetmmsp(KipxXE *xe, const kipx_mmstate *state);
 /* 1 when vectorised kernels may be used, else 0; flag bit 1 set asks for none and gives 0. */

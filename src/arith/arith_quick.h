@@ -61,6 +61,14 @@ template<> struct Quick<op_addq, s16, s16, s16> {
         return capped(w, static_cast<s16>((a ^ w) & (b ^ w)) < 0, a);
     }
 };
+// The mean rounded down, and one more where that is odd and half a unit was lost.
+inline s16 half_even(s16 down, s16 lost) { return static_cast<s16>(down + (down & lost & 1)); }
+template<> struct Quick<op_add, s16, s16, s16> {
+    static s16 half(s16 a, s16 b) {
+        s16 down = static_cast<s16>((a >> 1) + (b >> 1) + (a & b & 1));
+        return half_even(down, static_cast<s16>(a ^ b));
+    }
+};
 template<> struct Quick<op_subq, s16, s16, s16> {
     static s16 none(s16 a, s16 b) { return sub_capped(a, b); }
 };

@@ -6,6 +6,7 @@
 //          of two NaN operands survives an operation differs between processors.
 // Costs    one pass; the loop is chosen by the scale's mode before it starts.
 #include "arith/arith_rows.h"
+#include "arith/arith_avx512.h"
 #include "arith/arith_quick.h"
 #include "arith/arith_values.h"
 
@@ -29,12 +30,19 @@ void row_exact(void *dst, const void *a, const void *b, size_t n, const ArithSca
     }
     if constexpr (requires { &Short::half; })
         if (scale.mode == ScaleMode::down && scale.shift == 1)
-            return row_of_elements<D, A, B>(dst, a, b, n, streamed, Short::half);
+            return row_of_elements<D, A, B>(dst, a, b, n, streamed,
+                                            [](A x, B y) { return Short::half(x, y); });
 
+#if defined(__AVX512BW__)
+    if constexpr (same<D, s16> && same<A, s16> && same<B, s16>)
+        if (scale.mode == ScaleMode::down)
+            return row_of_scaled_words<Op>(dst, a, b, n, scale.factor, streamed);
+#endif
     switch (scale.mode) {
     case ScaleMode::none:
         if constexpr (requires { &Short::none; })
-            row_of_elements<D, A, B>(dst, a, b, n, streamed, Short::none);
+            row_of_elements<D, A, B>(dst, a, b, n, streamed,
+                                     [](A x, B y) { return Short::none(x, y); });
         else
             row_of_elements<D, A, B>(dst, a, b, n, streamed,
                                      [=](A x, B y) { return unscaled<Op, D>(result(x, y)); });
@@ -62,8 +70,24 @@ template<class B> bool holds_zero(const void *row, size_t n) {
 
 // Integer quotients. A run with a zero among its divisors is divided by the processor's own
 // division, which faults there.
+// Unscaled quotients of a run without a zero divisor, by the shorter way; false where there is
+// none.
+template<class T>
+bool short_quotients([[maybe_unused]] void *dst, [[maybe_unused]] const void *dividend,
+                     [[maybe_unused]] const void *divisor, [[maybe_unused]] size_t n,
+                     [[maybe_unused]] bool streamed) {
+#if defined(__AVX512BW__)
+    if constexpr (same<T, u8>)
+        return row_of_byte_quotients(dst, dividend, divisor, n, streamed), true;
+    if constexpr (same<T, s16>)
+        return row_of_word_quotients(dst, dividend, divisor, n, streamed), true;
+#endif
+    return false;
+}
+
 template<class Op, class T>
-void row_quotient(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale) {
+void row_quotient(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale,
+                  bool streamed) {
     const void *divisor = Op::reversed ? a : b, *dividend = Op::reversed ? b : a;
     const f32 factor = scale.quotient_factor;
     const bool scaled = scale.mode != ScaleMode::none;
@@ -82,9 +106,13 @@ void row_quotient(void *dst, const void *a, const void *b, size_t n, const Arith
     };
     for (size_t from = 0; from < n; from += divisor_run) {
         size_t to = n - from < divisor_run ? n : from + divisor_run;
-        if (holds_zero<T>(static_cast<const char *>(divisor) + from * sizeof(T), to - from))
+        auto at = [=](const void *row) {
+            return static_cast<const char *>(row) + from * sizeof(T);
+        };
+        if (holds_zero<T>(at(divisor), to - from))
             run(from, to, [](T x, T y) { return divide_faulting(x, y); });
-        else
+        else if (scaled || !short_quotients<T>(const_cast<char *>(at(dst)), at(dividend),
+                                               at(divisor), to - from, streamed))
             run(from, to, [](T x, T y) { return truncated_quotient(x, y); });
     }
 }
@@ -99,8 +127,14 @@ void row_quotient_f32(void *dst, const void *a, const void *b, size_t n, const A
 }
 
 template<class Op, class T>
-void row_rounded(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale) {
+void row_rounded(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale,
+                 [[maybe_unused]] bool streamed) {
     const void *divisor = Op::reversed ? a : b, *dividend = Op::reversed ? b : a;
+#if defined(__AVX512BW__)
+    if constexpr (same<T, u8>)
+        if (scale.mode == ScaleMode::none)
+            return row_of_rounded_bytes(dst, dividend, divisor, n, streamed);
+#endif
     const f32 factor = scale.quotient_factor;
     constexpr T indefinite = static_cast<T>(Range<T>::low);
     KIPX_INDEPENDENT
@@ -116,11 +150,11 @@ void row(void *dst, const void *a, const void *b, size_t n, const void *params, 
     [[maybe_unused]] const bool streamed = writing == Writing::streamed;
     const ArithScale &scale = *static_cast<const ArithScale *>(params);
     if constexpr (Op::kind == Kind::rounded)
-        row_rounded<Op, D>(dst, a, b, n, scale);
+        row_rounded<Op, D>(dst, a, b, n, scale, streamed);
     else if constexpr (Op::kind == Kind::quotient && floating<D>)
         row_quotient_f32<Op>(dst, a, b, n, scale);
     else if constexpr (Op::kind == Kind::quotient)
-        row_quotient<Op, D>(dst, a, b, n, scale);
+        row_quotient<Op, D>(dst, a, b, n, scale, streamed);
     else
         row_exact<Op, D, A, B>(dst, a, b, n, scale, streamed);
 }

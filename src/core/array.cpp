@@ -11,7 +11,9 @@ using kipx::axes_of;
 
 extern "C" {
 
-uint32_t kipx_elsize(uint32_t type) { return type > 15 ? 0 : kipx::element_size(type); }
+uint32_t kipx_elsize(uint32_t type) {
+    return kipx::element_valid(type) ? kipx::element_size(type) : 0;
+}
 int32_t kipx_eltype_valid(uint32_t type) { return kipx::element_valid(type); }
 uint32_t kipx_nchannels(uint32_t code) { return kipx::channels_of(code); }
 
@@ -67,8 +69,8 @@ int32_t kipx_volume__empty(uint32_t n, const uint32_t *volume) {
 }
 
 uint64_t kipx_vmemsize(uint32_t kind, const uint32_t *volume, uint32_t *strides, uint32_t align) {
-    uint32_t n = kind & 15, size = kipx::element_size(kind >> 4 & 15);
-    if (kind > 255 || n < 1 || n > 4 || size == 0 || (align & (align - 1)) != 0) return 0;
+    uint32_t n = kind & 15, size = kipx_elsize(kind >> 4);
+    if (n < 1 || n > 4 || size == 0 || (align & (align - 1)) != 0) return 0;
     if (!volume || !strides || kipx_volume__empty(n, volume)) return 0;
     uint64_t step[4], bytes = size, mask = align ? align - 1 : 0;
     for (uint32_t i = n; i-- > 0;) {

@@ -105,7 +105,8 @@ void KipxXEfreea(KipxXE *xe, void *block) {
 }
 
 void KipxXEgetmmsp(KipxXE *xe, kipx_mmstate *state) {
-    if (xe && xe->stack && state) ZuSMEMSTGgetstate(state, xe->stack);
+    kipx_mmstack *stack = state ? KipxXEmmstack(xe) : nullptr;
+    if (stack) ZuSMEMSTGgetstate(state, stack);
 }
 
 void KipxXEsetmmsp(KipxXE *xe, const kipx_mmstate *state) {

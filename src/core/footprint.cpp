@@ -44,6 +44,7 @@ Footprint footprint(const kipx_arr &arr, const kipx_site &site) {
     for (uint32_t i = first_axis(arr); i < 4; ++i) {
         offset += uint64_t{site.origin[i]} * arr.strides[i];
         if (site.extent[i] < 2) continue;
+        f.step[i] = arr.strides[i];
         uint32_t j = f.axes++;
         f.stride[j] = arr.strides[i], f.count[j] = site.extent[i];
         for (; j > 0 && f.stride[j - 1] < f.stride[j]; --j) {
@@ -71,7 +72,9 @@ static bool same_shape(const Footprint &a, const Footprint &b) {
 }
 
 bool same_footprint(const Footprint &a, const Footprint &b) {
-    return a.at == b.at && same_shape(a, b);
+    bool same = a.at == b.at && a.span[a.axes] == b.span[b.axes];
+    for (uint32_t i = 0; i < 4; ++i) same &= a.step[i] == b.step[i];
+    return same;
 }
 
 bool share_bytes(const Footprint &a, const Footprint &b) {

@@ -16,6 +16,7 @@ struct Footprint {
     uint32_t axes;      // axes of more than one element
     uint64_t stride[4]; // of those, largest first
     uint64_t count[4];
+    uint64_t step[4]; // by axis as the array names them, 0 where there is one element
     uint64_t span[5]; // bytes from first to last for axes i and inwards; span[axes] is an element
 };
 

@@ -31,6 +31,7 @@ void kipx_arr_siteof(const kipx_arr *arr, kipx_site *site) {
 }
 
 void kipx_arr__siteof(const uint32_t *volume, uint32_t n, uint32_t *origin, uint32_t *extent) {
+    if (!volume || !extent) return;
     for (uint32_t i = 0; i < n; ++i) {
         if (origin) origin[i] = 0;
         extent[i] = volume[i];
@@ -39,6 +40,7 @@ void kipx_arr__siteof(const uint32_t *volume, uint32_t n, uint32_t *origin, uint
 
 void kipx_arr__siteofAt(const kipx_arr *arr, uint32_t n, uint32_t *origin, uint32_t *extent,
                         const kipx_pos *at) {
+    if (!arr || !origin || !extent) return;
     kipx_arr__siteof(arr->volume, 4, origin, extent);
     if (at)
         kipx__intersecI(static_cast<int32_t>(std::min(n, 3u)), origin, extent, at->at, arr->volume);

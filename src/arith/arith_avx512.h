@@ -1,0 +1,173 @@
+// arith/arith_avx512.h - loops of 512-bit intrinsics, where they beat the compiled ones. Row files
+// only.
+//
+// Gives    quotients of bytes by table reciprocals, truncated and rounded; quotients of s16 by
+//          refined reciprocals; scaled sums and products of s16 in exact 32-bit pairs.
+// Promises the results of arith_values.h for every input, whatever a processor's reciprocal
+//          approximation gives within its documented error. Divisors hold no zero, but for the
+//          rounded quotient.
+#pragma once
+
+#include "arith/arith_values.h"
+
+#if defined(__AVX512BW__)
+
+namespace kipx::KIPX_SET {
+
+// Calls lanes(a, b) -> __m512i on 64 bytes at a time of rows of T; the rest goes through a padded
+// vector, filled with ones so that it may divide.
+template<class T, class Lanes>
+inline void row_of_vectors(void *dst, const void *a, const void *b, size_t n, bool streamed,
+                           Lanes lanes) {
+    char *to = static_cast<char *>(dst);
+    const char *x = static_cast<const char *>(a), *y = static_cast<const char *>(b);
+    size_t bytes = n * sizeof(T), i = 0;
+    for (; bytes - i >= 64; i += 64) {
+        __m512i out = lanes(_mm512_loadu_si512(x + i), _mm512_loadu_si512(y + i));
+        if (streamed)
+            _mm512_stream_si512(reinterpret_cast<__m512i *>(to + i), out);
+        else
+            _mm512_storeu_si512(to + i, out);
+    }
+    if (i < bytes) {
+        __mmask64 rest = _cvtu64_mask64(~UINT64_C(0) >> (64 - (bytes - i)));
+        __m512i ones = _mm512_set1_epi8(1);
+        __m512i out = lanes(_mm512_mask_loadu_epi8(ones, rest, x + i),
+                            _mm512_mask_loadu_epi8(ones, rest, y + i));
+        _mm512_mask_storeu_epi8(to + i, rest, out);
+    }
+}
+
+// ---- quotients of bytes ----
+
+// 65536 / b rounded down, in 16 bits. (256 a + 255) times that, shifted right by 24, is a / b
+// rounded down: the last byte lifts exact quotients by 255 / 256 of what is missing to the next
+// one, more than the reciprocal's rounding takes away.
+struct ReciprocalTable {
+    u16 of[256];
+};
+constexpr ReciprocalTable make_reciprocals() {
+    ReciprocalTable table{};
+    for (u32 b = 1; b < 256; ++b) table.of[b] = static_cast<u16>(b == 1 ? 65535 : 65536 / b);
+    return table;
+}
+
+class ByteQuotient {
+public:
+    ByteQuotient() {
+        alignas(64) static constexpr ReciprocalTable table = make_reciprocals();
+        for (size_t i = 0; i < 8; ++i) part_[i] = _mm512_load_si512(table.of + 32 * i);
+    }
+
+    // Quotients of the even bytes in the low bytes of words (high bytes 0), or of the odd bytes in
+    // the high bytes of words (low bytes 0).
+    __m512i even(__m512i a, __m512i b) const {
+        __m512i raised = _mm512_or_si512(_mm512_slli_epi16(a, 8), _mm512_set1_epi16(255));
+        return _mm512_srli_epi16(_mm512_mulhi_epu16(raised, reciprocal(b)), 8);
+    }
+    __m512i odd(__m512i a, __m512i b) const {
+        __m512i raised = _mm512_or_si512(a, _mm512_set1_epi16(255));
+        __m512i product = _mm512_mulhi_epu16(raised, reciprocal(_mm512_srli_epi16(b, 8)));
+        return _mm512_andnot_si512(_mm512_set1_epi16(255), product);
+    }
+
+private:
+    // Of the low byte of every word.
+    __m512i reciprocal(__m512i b) const {
+        __mmask32 bit6 = _mm512_test_epi16_mask(b, _mm512_set1_epi16(64));
+        __mmask32 bit7 = _mm512_test_epi16_mask(b, _mm512_set1_epi16(128));
+        __m512i low =
+            _mm512_mask_blend_epi16(bit6, _mm512_permutex2var_epi16(part_[0], b, part_[1]),
+                                    _mm512_permutex2var_epi16(part_[2], b, part_[3]));
+        __m512i high =
+            _mm512_mask_blend_epi16(bit6, _mm512_permutex2var_epi16(part_[4], b, part_[5]),
+                                    _mm512_permutex2var_epi16(part_[6], b, part_[7]));
+        return _mm512_mask_blend_epi16(bit7, low, high);
+    }
+    __m512i part_[8];
+};
+
+inline void row_of_byte_quotients(void *dst, const void *a, const void *b, size_t n,
+                                  bool streamed) {
+    const ByteQuotient quotient;
+    row_of_vectors<u8>(dst, a, b, n, streamed, [&](__m512i x, __m512i y) {
+        return _mm512_or_si512(quotient.even(x, y), quotient.odd(x, y));
+    });
+}
+
+// One more where twice the remainder exceeds the divisor, or equals it and the quotient is odd; 0
+// where the divisor is 0. All in words.
+inline __m512i rounded_words(__m512i quotient, __m512i a, __m512i b) {
+    const __m512i one = _mm512_set1_epi16(1);
+    __m512i rest = _mm512_sub_epi16(a, _mm512_mullo_epi16(quotient, b));
+    __m512i twice = _mm512_add_epi16(_mm512_add_epi16(rest, rest), _mm512_and_si512(quotient, one));
+    __mmask32 up = _mm512_cmpgt_epu16_mask(twice, b), some = _mm512_test_epi16_mask(b, b);
+    return _mm512_maskz_mov_epi16(some, _mm512_mask_add_epi16(quotient, up, quotient, one));
+}
+
+inline void row_of_rounded_bytes(void *dst, const void *a, const void *b, size_t n, bool streamed) {
+    const ByteQuotient quotient;
+    const __m512i low = _mm512_set1_epi16(255);
+    row_of_vectors<u8>(dst, a, b, n, streamed, [&](__m512i x, __m512i y) {
+        __m512i even =
+            rounded_words(quotient.even(x, y), _mm512_and_si512(x, low), _mm512_and_si512(y, low));
+        __m512i odd = rounded_words(_mm512_srli_epi16(quotient.odd(x, y), 8),
+                                    _mm512_srli_epi16(x, 8), _mm512_srli_epi16(y, 8));
+        return _mm512_or_si512(even, _mm512_slli_epi16(odd, 8));
+    });
+}
+
+// ---- s16 as pairs of exact 32-bit numbers ----
+
+// Even and odd words of 32-bit lanes, saturated, back in their places.
+inline __m512i joined_words(__m512i even, __m512i odd) {
+    const __m512i places =
+        _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15));
+    return _mm512_shuffle_epi8(_mm512_packs_epi32(even, odd), places);
+}
+
+inline __m512i even_words(__m512i x) { return _mm512_srai_epi32(_mm512_slli_epi32(x, 16), 16); }
+inline __m512i odd_words(__m512i x) { return _mm512_srai_epi32(x, 16); }
+
+template<class Op>
+inline void row_of_scaled_words(void *dst, const void *a, const void *b, size_t n, f32 factor,
+                                bool streamed) {
+    const __m512 times = _mm512_set1_ps(factor);
+    auto scaled = [=](__m512i r) {
+        return _mm512_cvtps_epi32(_mm512_mul_ps(_mm512_cvtepi32_ps(r), times));
+    };
+    row_of_vectors<s16>(dst, a, b, n, streamed, [=](__m512i x, __m512i y) {
+        if constexpr (Op::kind == Kind::product) {
+            const __m512i low = _mm512_set1_epi32(0xffff);
+            return joined_words(scaled(_mm512_madd_epi16(_mm512_and_si512(x, low), y)),
+                                scaled(_mm512_madd_epi16(_mm512_andnot_si512(low, x), y)));
+        } else {
+            typedef s32 Pairs __attribute__((vector_size(64)));
+            Pairs even = Op::of((Pairs)even_words(x), (Pairs)even_words(y));
+            Pairs odd = Op::of((Pairs)odd_words(x), (Pairs)odd_words(y));
+            return joined_words(scaled((__m512i)even), scaled((__m512i)odd));
+        }
+    });
+}
+
+// x times a reciprocal of y that is off by less than 2^-21, raised by 2^-20: never below an exact
+// quotient, and never up to the next integer, which is at least 2^-16 away.
+inline __m512i truncated_pairs(__m512i x, __m512i y) {
+    __m512 divisor = _mm512_cvtepi32_ps(y);
+    __m512 guess = _mm512_rcp14_ps(divisor);
+    __m512 error = _mm512_sub_ps(_mm512_set1_ps(2.0f), _mm512_mul_ps(divisor, guess));
+    __m512 quotient = _mm512_mul_ps(_mm512_cvtepi32_ps(x), _mm512_mul_ps(guess, error));
+    return _mm512_cvttps_epi32(_mm512_mul_ps(quotient, _mm512_set1_ps(1.0f + 0x1p-20f)));
+}
+
+inline void row_of_word_quotients(void *dst, const void *a, const void *b, size_t n,
+                                  bool streamed) {
+    row_of_vectors<s16>(dst, a, b, n, streamed, [=](__m512i x, __m512i y) {
+        return joined_words(truncated_pairs(even_words(x), even_words(y)),
+                            truncated_pairs(odd_words(x), odd_words(y)));
+    });
+}
+
+} // namespace kipx::KIPX_SET
+
+#endif
