@@ -1,0 +1,573 @@
+// Stable regions: detection against a recursive model, generation against brute force, golden
+// lists.
+#include <pthread.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <tuple>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <kipx/mser.h>
+#include <kipx/watershed.h>
+
+#include "support/environment.h"
+#include "support/flood_fixture.h"
+#include "support/guarded.h"
+#include "support/region_model.h"
+#include "support/rng.h"
+
+namespace {
+
+using namespace kipx::test;
+
+// ---- the model: the rules told once more, by recursion ----
+
+struct Node {
+    int level = 0, area = 0;
+    Node *parent = nullptr;
+    std::vector<Node *> children; // in list order
+    bool kept = false;
+    uint32_t name = 0;
+};
+
+void model_prune(Node *r, Node *from, float min_diversity) {
+    for (Node *c : from->children) {
+        float area = static_cast<float>(r->area);
+        if (!(min_diversity > (area - static_cast<float>(c->area)) / area)) continue;
+        if (c->kept)
+            c->kept = false;
+        else
+            model_prune(r, c, min_diversity);
+    }
+}
+
+bool model_detect(Node *r, const KipxMSERparms &p, std::vector<Node *> &list) {
+    r->kept = false;
+    bool inner = false;
+    if (r->level >= p.delta)
+        for (Node *c : r->children) inner |= model_detect(c, p, list);
+    if (r->area < p.min_area) return false;
+    bool too_big = r->area > p.max_area;
+    if (too_big && !inner) return false;
+    Node *around = r->parent;
+    while (around && std::abs(around->level - r->level) < p.delta) around = around->parent;
+    if (!around) return false;
+    float variation = 0;
+    if (std::abs(around->level - r->level) == p.delta)
+        variation = std::fabs((static_cast<float>(around->area) - static_cast<float>(r->area)) /
+                              static_cast<float>(around->area));
+    if (!(variation <= p.max_variation)) return false;
+    r->kept = !too_big;
+    if (!too_big) list.push_back(r);
+    model_prune(r, r, p.min_diversity);
+    return r->kept;
+}
+
+std::vector<Node *> model_list(Node *root, const KipxMSERparms &p) {
+    std::vector<Node *> all, kept;
+    model_detect(root, p, all);
+    std::copy_if(all.begin(), all.end(), std::back_inserter(kept), [](Node *n) { return n->kept; });
+    return kept;
+}
+
+// ---- detection on trees of any shape ----
+
+struct Tree {
+    std::vector<std::unique_ptr<Node>> model;
+    std::vector<KipxSTnode> nodes;
+    std::vector<KipxWTSregion> regions;
+    KipxST tree{};
+
+    Tree(Rng &rng, size_t n) : nodes(n), regions(n) {
+        int spread = static_cast<int>(rng.between(1, 12));
+        for (uint32_t i = 0; i < n; ++i) {
+            auto node = std::make_unique<Node>();
+            node->name = i;
+            if (i == 0) {
+                node->level = static_cast<int>(rng.between(60, 255));
+                node->area = static_cast<int>(rng.between(1000, 4000));
+            } else {
+                size_t depth = rng.one_in(2) ? 1 : i;
+                Node *parent = model[i - 1 - rng.below(std::min<size_t>(depth, i))].get();
+                node->parent = parent;
+                node->level = parent->level - static_cast<int>(rng.between(1, spread));
+                node->area = std::max(1, parent->area -
+                                             static_cast<int>(rng.below(rng.one_in(2) ? 10 : 400)));
+                parent->children.insert(parent->children.begin(), node.get());
+                KipxAGTaddchild(&nodes[parent->name], &nodes[i]);
+            }
+            regions[i] = {&nodes[i], i, node->level, node->area,
+                          static_cast<uint32_t>(rng.below(2))};
+            nodes[i].data = &regions[i];
+            model.push_back(std::move(node));
+        }
+        tree.root = n ? &nodes[0] : nullptr;
+    }
+};
+
+TEST(Detection, FollowsTheRules) {
+    Rng rng(3);
+    size_t found = 0, pruned = 0;
+    for (int round = 0; round < 4000; ++round) {
+        Tree t(rng, static_cast<size_t>(rng.between(1, 60)));
+        // Flags of an earlier walk mean nothing to nodes that are visited.
+        KipxMSERparms p{
+            static_cast<int32_t>(rng.between(-1, 12)), static_cast<int32_t>(rng.between(0, 40)),
+            static_cast<int32_t>(rng.between(500, 4000)), static_cast<float>(rng.below(100)) / 200,
+            static_cast<float>(rng.below(100)) / 150};
+        for (auto &n : t.model) n->kept = t.regions[n->name].kept != 0;
+        std::vector<Node *> all, kept;
+        model_detect(t.model[0].get(), p, all);
+        for (Node *n : all)
+            if (n->kept) kept.push_back(n);
+        KipxMSERlist list{};
+        KipxWTSregion before{};
+        list.entries = static_cast<KipxWTSregion **>(_ZuMcalloc(1, sizeof(void *)));
+        list.capacity = list.count = 1;
+        list.entries[0] = &before;
+        ASSERT_EQ(KipxDetectMSERs(&list, &t.tree, &p), &list);
+        ASSERT_EQ(list.entries[0], &before) << "what was in the list stays";
+        ASSERT_EQ(list.count, kept.size() + 1) << round;
+        for (size_t i = 0; i < kept.size(); ++i)
+            ASSERT_EQ(list.entries[i + 1]->pixel, kept[i]->name) << round;
+        found += kept.size();
+        pruned += all.size() - kept.size();
+        _ZuMfree(list.entries);
+    }
+    EXPECT_GT(found, 1000u);
+    EXPECT_GT(pruned, 500u);
+}
+
+TEST(Detection, NothingFromNothing) {
+    KipxMSERlist list{};
+    KipxST empty{};
+    KipxMSERparms p{5, 1, 100, 1, 0};
+    EXPECT_EQ(KipxDetectMSERs(&list, &empty, &p), &list);
+    EXPECT_EQ(KipxDetectMSERs(&list, nullptr, &p), &list);
+    EXPECT_EQ(KipxDetectFMSERs(&list, &empty, nullptr), &list);
+    EXPECT_EQ(KipxDetectMSERs(nullptr, &empty, &p), nullptr);
+    EXPECT_EQ(list.count, 0u);
+    EXPECT_EQ(list.entries, nullptr);
+}
+
+// A chain of a million regions on a small stack; all nearly alike, so that pruning has work too.
+TEST(Detection, DeepTreesNeedNoStack) {
+    constexpr size_t depth = 1000000;
+    static std::vector<KipxSTnode> nodes(depth);
+    static std::vector<KipxWTSregion> regions(depth);
+    for (size_t i = 0; i < depth; ++i) {
+        regions[i] = {&nodes[i], 0, static_cast<int32_t>(i) + 100, static_cast<int32_t>(i) + 1, 0};
+        nodes[i] = {nullptr, i ? &nodes[i - 1] : nullptr, i + 1 < depth ? &nodes[i + 1] : nullptr,
+                    &regions[i]};
+    }
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 256 << 10);
+    pthread_t thread;
+    static KipxMSERlist list;
+    ASSERT_EQ(pthread_create(
+                  &thread, &attributes,
+                  [](void *) -> void * {
+                      KipxST tree{};
+                      tree.root = &nodes[depth - 1];
+                      KipxMSERparms p{10, 1, 1 << 30, 1, 0.5f};
+                      KipxDetectMSERs(&list, &tree, &p);
+                      return nullptr;
+                  },
+                  nullptr),
+              0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    EXPECT_GE(list.count, 1u);
+    EXPECT_LT(list.count, 100u);
+    _ZuMfree(list.entries);
+}
+
+TEST(Variation, IsSinglePrecisionAndMayBeNegative) {
+    EXPECT_EQ(__KipxMSERareaVariation(90, 100), 0.1f);
+    EXPECT_EQ(__KipxMSERareaVariation(100, 80), -0.25f);
+    EXPECT_EQ(__KipxMSERareaVariationAbs(100, 80), 0.25f);
+    EXPECT_EQ(__KipxMSERareaVariation(0x7fffffff, 0x7fffffff - 1), 0.f);
+    EXPECT_TRUE(std::isnan(__KipxMSERareaVariation(0, 0)));
+    KipxWTSregion r{}, s{};
+    r.area = 30;
+    s.area = 40;
+    EXPECT_EQ(__KipxMSERregionVariation(&r, &s), 0.25f);
+    EXPECT_EQ(__KipxMSERregionVariation(&s, &r), (30.f - 40.f) / 30.f);
+    EXPECT_EQ(__KipxMSERregionVariationAbs(&s, &r), 10.f / 30.f);
+}
+
+// ---- generation ----
+
+KipxMSERContext settings(Rng &rng, const ModelImage &m) {
+    KipxMSERContext c{};
+    c.delta = static_cast<int32_t>(rng.between(1, 6));
+    c.min_area_fraction = rng.one_in(2) ? 0 : static_cast<float>(rng.below(30)) / 100;
+    c.max_area_fraction = static_cast<float>(rng.between(30, 110)) / 100;
+    c.max_variation = static_cast<float>(rng.below(100)) / 100;
+    c.min_diversity = static_cast<float>(rng.below(100)) / 120;
+    c.min_area_pixels = static_cast<int32_t>(rng.between(-2, 25));
+    c.polarity = static_cast<uint16_t>(rng.below(4));
+    c.connectivity = m.eight;
+    c.seed_row = static_cast<uint32_t>(rng.below(m.height));
+    c.seed_column = static_cast<uint32_t>(rng.below(m.width));
+    return c;
+}
+
+ModelImage blobs(Rng &rng, bool masked) {
+    ModelImage m;
+    m.height = static_cast<uint32_t>(rng.between(1, 16));
+    m.width = static_cast<uint32_t>(rng.between(1, 16));
+    m.eight = rng.one_in(2);
+    m.level.assign(m.height * m.width, 128);
+    for (int i = 0; i < 5; ++i) {
+        int cy = static_cast<int>(rng.below(m.height)), cx = static_cast<int>(rng.below(m.width));
+        int radius = static_cast<int>(rng.between(1, 7)),
+            step = static_cast<int>(rng.between(-30, 30));
+        for (uint32_t p = 0; p < m.level.size(); ++p) {
+            int dy = static_cast<int>(p / m.width) - cy, dx = static_cast<int>(p % m.width) - cx;
+            if (dy * dy + dx * dx <= radius * radius)
+                m.level[p] = std::clamp(m.level[p] + step, 0, 255);
+        }
+    }
+    for (int &v : m.level) v = std::clamp(v + static_cast<int>(rng.below(4)), 0, 255);
+    if (masked)
+        for (uint32_t p = 0; p < m.level.size(); ++p) m.mask.push_back(rng.one_in(9) ? 0 : 1);
+    return m;
+}
+
+using Found = std::vector<std::pair<int, std::vector<uint32_t>>>; // level, sorted pixels
+
+// The stable regions of one polarity by the two models together.
+Found model_stable(ModelImage m, bool bright, const KipxMSERContext &c) {
+    if (bright)
+        for (int &v : m.level) v = 255 - v;
+    std::vector<ModelRegion> regions = model_regions(m);
+    std::vector<Node> nodes(regions.size());
+    Node *root = nullptr;
+    for (uint32_t i = 0; i < regions.size(); ++i) {
+        nodes[i].level = regions[i].level;
+        nodes[i].area = static_cast<int>(regions[i].pixels.size());
+        nodes[i].name = i;
+        if (regions[i].parent_size == 0) root = &nodes[i];
+        for (uint32_t k = 0; k < regions.size(); ++k)
+            if (regions[k].pixels.size() == regions[i].parent_size &&
+                std::binary_search(regions[k].pixels.begin(), regions[k].pixels.end(),
+                                   regions[i].pixels[0])) {
+                nodes[i].parent = &nodes[k];
+                nodes[k].children.push_back(&nodes[i]);
+            }
+    }
+    float pixels = static_cast<float>(m.level.size());
+    KipxMSERparms p{c.delta, static_cast<int32_t>(pixels * c.min_area_fraction),
+                    static_cast<int32_t>(pixels * c.max_area_fraction), c.max_variation,
+                    c.min_diversity};
+    if (p.min_area == 0) p.min_area = c.min_area_pixels > 0 ? c.min_area_pixels : 9;
+    Found found;
+    for (Node *n : model_list(root, p))
+        found.push_back({bright ? 255 - n->level : n->level, regions[n->name].pixels});
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+std::vector<uint32_t> pixels_of(KipxSTB *builder, KipxWTSregion *region, uint32_t offset,
+                                uint32_t width) {
+    EXPECT_EQ(KipxGatherMSERFeatures(builder, region), 0);
+    auto *list = reinterpret_cast<const KipxWTSPF *>(reinterpret_cast<char *>(region) + offset);
+    std::vector<uint32_t> pixels;
+    for (uint64_t i = 0; i < list->count; ++i)
+        pixels.push_back(list->entries[i].row * width + list->entries[i].column);
+    std::sort(pixels.begin(), pixels.end());
+    return pixels;
+}
+
+class Generation : public testing::TestWithParam<Form> {
+protected:
+    static int32_t generate(KipxXE *xe, const ImageOf &image, bool masked, KipxMSERContext *c) {
+        auto run = GetParam() == Form::fast ? KipxGenerateFMSERsEx : KipxGenerateMSERsEx;
+        uint64_t flags = GetParam() == Form::general ? KIPX_FLAG_GENERAL_BUILDER : 0;
+        return run(xe, flags, image.source.arr(), masked ? image.mask.arr() : nullptr, nullptr,
+                   nullptr, c);
+    }
+};
+
+TEST_P(Generation, AgreesWithBruteForce) {
+    Rng rng(11);
+    Environment xe;
+    size_t total = 0;
+    for (int round = 0; round < 1500; ++round) {
+        bool masked = round % 3 == 0;
+        ModelImage m = blobs(rng, masked);
+        if (model_regions(m).empty()) continue;
+        KipxWTSFDs feature;
+        KipxWTSPFinitFeatureDs(&feature, nullptr);
+        KipxMSERContext c = settings(rng, m);
+        c.levelset.descriptors = &feature;
+        c.levelset.count = 1;
+        c.gather = static_cast<uint32_t>(rng.below(2));
+        ASSERT_EQ(generate(xe, ImageOf(m), masked, &c), 0) << round;
+        ASSERT_EQ(c.list.count, uint64_t{c.dark_count} + c.bright_count);
+        if (c.list.count > 0) {
+            ASSERT_EQ(c.dark, c.list.entries);
+            ASSERT_EQ(c.bright, c.dark + c.dark_count);
+        }
+        EXPECT_EQ(c.dark_builder != nullptr, c.polarity != 1);
+        EXPECT_EQ(c.bright_builder != nullptr, c.polarity != 0);
+        for (bool bright : {false, true}) {
+            KipxSTB *builder = bright ? c.bright_builder : c.dark_builder;
+            uint32_t count = bright ? c.bright_count : c.dark_count;
+            if (!builder) {
+                EXPECT_EQ(count, 0u);
+                continue;
+            }
+            Found found;
+            for (uint32_t i = 0; i < count; ++i) {
+                KipxWTSregion *region = (bright ? c.bright : c.dark)[i];
+                EXPECT_EQ(region->kept, 1u);
+                if (GetParam() == Form::fast && c.gather) {
+                    EXPECT_NE(feature.isgathered(reinterpret_cast<char *>(region) + 24), 0);
+                }
+                found.push_back(
+                    {region->level, pixels_of(builder, region, feature.state_offset, m.width)});
+                EXPECT_EQ(found.back().second.size(), static_cast<size_t>(region->area));
+            }
+            total += found.size();
+            std::sort(found.begin(), found.end());
+            ASSERT_EQ(found, model_stable(m, bright, c)) << round << (bright ? " bright" : " dark");
+        }
+        KipxMSERrelease(&c);
+        ASSERT_EQ(c.dark_builder, nullptr);
+        ASSERT_EQ(c.list.entries, nullptr);
+    }
+    EXPECT_GT(total, 300u) << "most images should have had something to find";
+}
+
+// Dark and bright disks of several sizes on a slope, with a little noise, all in integers.
+ModelImage golden_image() {
+    ModelImage m;
+    m.height = 40;
+    m.width = 56;
+    Rng rng(2024);
+    for (int y = 0; y < 40; ++y)
+        for (int x = 0; x < 56; ++x) {
+            int v = 110 + x / 2 + y / 3;
+            const int disks[][4] = {{9, 9, 6, 40},   {9, 30, 4, 60},   {28, 12, 8, 200},
+                                    {30, 40, 7, 30}, {30, 40, 3, 220}, {10, 47, 5, 230}};
+            for (const int *d : disks) {
+                int distance = (y - d[0]) * (y - d[0]) + (x - d[1]) * (x - d[1]);
+                if (distance <= d[2] * d[2]) v = d[3] + distance / 4;
+            }
+            m.level.push_back(v + static_cast<int>(rng.below(3)));
+        }
+    return m;
+}
+
+struct GoldenEntry {
+    int level, area;
+    uint32_t pixel;
+    bool operator==(const GoldenEntry &) const = default;
+    friend std::ostream &operator<<(std::ostream &out, const GoldenEntry &e) {
+        return out << '{' << e.level << ", " << e.area << ", " << e.pixel << '}';
+    }
+};
+const std::vector<GoldenEntry> golden_standard = {
+    {44, 120, 1328}, {62, 24, 421},    {66, 49, 758},  {51, 113, 849},
+    {220, 29, 1665}, {201, 197, 1580}, {234, 47, 721}, {230, 81, 551}};
+const std::vector<GoldenEntry> golden_fast = {{44, 120, 1328}, {62, 24, 420},   {66, 49, 758},
+                                              {51, 113, 849},  {220, 29, 1665}, {201, 197, 1580},
+                                              {234, 47, 721},  {230, 81, 551}};
+
+// The list is part of the interface: same image, same list, same order.
+TEST_P(Generation, GoldenList) {
+    Environment xe;
+    ModelImage m = golden_image();
+    KipxMSERContext c{};
+    c.delta = 5;
+    c.max_area_fraction = 0.5f;
+    c.max_variation = 0.25f;
+    c.min_diversity = 0.2f;
+    c.polarity = 2;
+    c.seed_row = 3;
+    c.seed_column = 5;
+    ASSERT_EQ(generate(xe, ImageOf(m), false, &c), 0);
+    std::vector<GoldenEntry> found;
+    for (uint64_t i = 0; i < c.list.count; ++i) {
+        const KipxWTSregion &r = *c.list.entries[i];
+        found.push_back({r.level, r.area, r.pixel});
+    }
+    EXPECT_EQ(found, GetParam() == Form::fast ? golden_fast : golden_standard);
+    KipxMSERrelease(&c);
+}
+
+TEST_P(Generation, TinyImages) {
+    Environment xe;
+    for (auto [height, width] : {std::pair{1u, 1u}, {1u, 40u}, {40u, 1u}, {2u, 2u}}) {
+        ModelImage m;
+        m.height = height;
+        m.width = width;
+        for (uint32_t i = 0; i < height * width; ++i) m.level.push_back(static_cast<int>(6 * i));
+        KipxMSERContext c{};
+        c.delta = 6;
+        c.max_area_fraction = 1;
+        c.max_variation = 1;
+        c.polarity = 2;
+        ASSERT_EQ(generate(xe, ImageOf(m), false, &c), 0);
+        // On a ramp everything from 16 pixels on is stable but for the root, which has no
+        // reference.
+        EXPECT_EQ(c.dark_count, width + height == 41 ? 24u : 0u);
+        EXPECT_EQ(c.bright_count, c.dark_count);
+        KipxMSERrelease(&c);
+    }
+}
+
+TEST_P(Generation, FractionsSaturate) {
+    Environment xe;
+    ModelImage m = golden_image();
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    struct Row {
+        float least, most;
+        bool any;
+    };
+    for (Row row : {Row{0, 1e30f, true}, Row{1e30f, 1e30f, false}, Row{-1e30f, 1, true},
+                    Row{nan, 1, true}, Row{0, nan, false}, Row{0, -1, false}, Row{0, 0, false},
+                    Row{-std::numeric_limits<float>::infinity(), 1, true}}) {
+        KipxMSERContext c{};
+        c.delta = 5;
+        c.min_area_fraction = row.least;
+        c.max_area_fraction = row.most;
+        c.max_variation = 0.25f;
+        c.polarity = 2;
+        ASSERT_EQ(generate(xe, ImageOf(m), false, &c), 0);
+        EXPECT_EQ(c.list.count > 0, row.any) << row.least << ' ' << row.most;
+        KipxMSERrelease(&c);
+        c.max_variation = nan; // passes nothing
+        ASSERT_EQ(generate(xe, ImageOf(m), false, &c), 0);
+        EXPECT_EQ(c.list.count, 0u);
+        KipxMSERrelease(&c);
+    }
+}
+
+// Whatever goes wrong, the context comes back without list and builders.
+TEST_P(Generation, FailuresLeaveTheContextClean) {
+    Environment xe;
+    ModelImage m = golden_image();
+    ImageOf image(m);
+    struct Bad {
+        int32_t code;
+        uint64_t flags;
+        void (*spoil)(kipx_arr &src, kipx_arr &mask, KipxMSERContext &c);
+    };
+    const Bad rows[] = {
+        {KIPX_EINVAL, 0, [](kipx_arr &src, kipx_arr &, KipxMSERContext &) { src.naxes = 1; }},
+        {KIPX_EINVAL, 0, [](kipx_arr &src, kipx_arr &, KipxMSERContext &) { src.base = nullptr; }},
+        {KIPX_EINVAL, 0, [](kipx_arr &src, kipx_arr &, KipxMSERContext &) { src.volume[3] = 3; }},
+        {KIPX_ENOTSUP, 0, [](kipx_arr &src, kipx_arr &, KipxMSERContext &) { src.volume[3] = 2; }},
+        {KIPX_ENOTSUP, 0, [](kipx_arr &src, kipx_arr &, KipxMSERContext &) { src.type = 13; }},
+        {KIPX_EINVAL, 0, [](kipx_arr &, kipx_arr &mask, KipxMSERContext &) { mask.type = 2; }},
+        {KIPX_EEMPTY, 0, [](kipx_arr &, kipx_arr &mask, KipxMSERContext &) { mask.volume[1] = 0; }},
+        {KIPX_EEMPTY, 0,
+         [](kipx_arr &, kipx_arr &mask, KipxMSERContext &) {
+             static unsigned char zero;
+             mask.base = &zero;
+             mask.strides[1] = mask.strides[2] = 0;
+         }},
+        {KIPX_EINVAL, 0, [](kipx_arr &, kipx_arr &, KipxMSERContext &c) { c.seed_row = 40; }},
+        {KIPX_EINVAL, 0, [](kipx_arr &, kipx_arr &, KipxMSERContext &c) { c.levelset.count = 1; }},
+        {KIPX_EAGAIN, KIPX_FLAG_PROBE, [](kipx_arr &, kipx_arr &, KipxMSERContext &) {}},
+        {0, KIPX_FLAG_PREPARE, [](kipx_arr &, kipx_arr &, KipxMSERContext &) {}},
+    };
+    auto run = GetParam() == Form::fast ? KipxGenerateFMSERsEx : KipxGenerateMSERsEx;
+    for (const Bad &bad : rows)
+        for (uint16_t polarity : {0, 1, 2}) {
+            kipx_arr src = *image.source.arr(), mask = *image.mask.arr();
+            KipxMSERContext c{};
+            c.polarity = polarity;
+            c.dark_builder = c.bright_builder = reinterpret_cast<KipxSTB *>(8); // left over
+            c.list.entries = static_cast<KipxWTSregion **>(_ZuMcalloc(2, sizeof(void *)));
+            c.list.capacity = 2;
+            bad.spoil(src, mask, c);
+            EXPECT_EQ(run(xe, bad.flags, &src, &mask, nullptr, nullptr, &c), bad.code)
+                << &bad - rows;
+            EXPECT_EQ(c.dark_builder, nullptr);
+            EXPECT_EQ(c.bright_builder, nullptr);
+            EXPECT_EQ(c.list.count, 0u);
+            if (bad.code < 0) {
+                EXPECT_EQ(c.list.entries, nullptr);
+            }
+            KipxMSERrelease(&c);
+        }
+    EXPECT_EQ(run(xe, 0, image.source.arr(), image.mask.arr(), nullptr, nullptr, nullptr),
+              KIPX_EINVAL);
+    KipxMSERrelease(nullptr);
+}
+
+// Builders closed in either order, a thousand times over, give everything back.
+TEST_P(Generation, MemoryStaysConstant) {
+    Environment xe;
+    ModelImage m = golden_image();
+    ImageOf image(m);
+    size_t drawn = 0;
+    for (int round = 0; round < 1000; ++round) {
+        KipxMSERContext c{};
+        c.delta = 5;
+        c.max_area_fraction = 1;
+        c.max_variation = 1;
+        c.polarity = 2;
+        ASSERT_EQ(generate(xe, image, false, &c), 0);
+        // Scratch is to be had at once, below the builders or not.
+        void *scratch = KipxXEalloca(xe, 100000, 0);
+        ASSERT_NE(scratch, nullptr);
+        KipxSTB *builders[] = {c.dark_builder, c.bright_builder};
+        KipxSTBclose(builders[round % 2], 0);
+        KipxXEfreea(xe, scratch);
+        KipxSTBclose(builders[1 - round % 2], 0);
+        _ZuMfree(c.list.entries);
+        size_t now = ZuSMEMSTGdrawn(xe.stack());
+        if (round == 1) drawn = now;
+        if (round > 1) {
+            ASSERT_LE(now, drawn) << round;
+        }
+    }
+}
+
+// Each plane takes the place of the one before.
+TEST_P(Generation, LastPlaneStays) {
+    Environment xe;
+    ModelImage m = golden_image();
+    Shape shape;
+    shape.naxes = 4;
+    shape.planes = 3;
+    shape.height = m.height;
+    shape.width = m.width;
+    GuardedArray planes(shape), single(ImageOf(m).source.shape());
+    Rng rng(6);
+    planes.fill(rng);
+    for (uint32_t i = 0; i < m.level.size(); ++i) {
+        planes.set_integer({i / m.width, i % m.width, 0, 2}, m.level[i]);
+        single.set_integer({i / m.width, i % m.width, 0, 0}, m.level[i]);
+    }
+    auto run = GetParam() == Form::fast ? KipxGenerateFMSERs : KipxGenerateMSERs;
+    KipxMSERContext a{};
+    a.delta = 5;
+    a.max_area_fraction = 1;
+    a.max_variation = 0.5f;
+    a.polarity = 2;
+    KipxMSERContext b = a;
+    ASSERT_EQ(run(xe, 0, planes.arr(), nullptr, &a), 0);
+    ASSERT_EQ(run(xe, 0, single.arr(), nullptr, &b), 0);
+    ASSERT_EQ(a.list.count, b.list.count);
+    ASSERT_GT(a.list.count, 0u);
+    for (uint64_t i = 0; i < a.list.count; ++i)
+        EXPECT_EQ(a.list.entries[i]->pixel, b.list.entries[i]->pixel);
+    KipxMSERrelease(&a);
+    KipxMSERrelease(&b);
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, Generation, testing::ValuesIn(all_forms),
+                         [](const auto &param) { return form_name(param.param); });
+
+} // namespace
