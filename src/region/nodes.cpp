@@ -11,23 +11,19 @@ namespace {
 
 // The numbers of the children that lead from the start of an in-order walk to the node in hand, as
 // far as they are worth remembering: small ones are counted again from the head of the children's
-// list, large ones are kept in a ring, in which the deepest survive. Constant memory, and the time
-// of a walk stays linear but for trees of more nodes than memory holds.
+// list, large ones are kept in a ring, in which the deepest survive. An entry is known by its node,
+// so that one that was overwritten is not mistaken for another. Constant memory, and the time of a
+// walk stays linear but for trees of more nodes than memory holds.
 class GapNumbers {
 public:
     void descend(KipxSTnode *child, uint32_t number) {
-        if (number < worth_keeping) return;
-        Entry &entry = ring_[top_++ % size];
-        entry.child = child;
-        entry.number = number;
-        if (kept_ < size) kept_++;
+        if (number >= worth_keeping) ring_[top_++ % size] = {child, number};
     }
     uint32_t climb(KipxSTnode *child) {
-        const uint32_t last = top_ - 1;
-        if (kept_ && ring_[last % size].child == child) {
-            top_ = last;
-            kept_--;
-            return ring_[last % size].number;
+        const Entry &newest = ring_[(top_ - 1) % size];
+        if (top_ && newest.child == child) {
+            top_--;
+            return newest.number;
         }
         uint32_t number = 0;
         if (!child->parent) return number;
@@ -43,7 +39,7 @@ private:
         uint32_t number;
     };
     Entry ring_[size];
-    uint32_t top_ = 0, kept_ = 0;
+    uint32_t top_ = 0;
 };
 
 KipxSTnode *first_leaf(KipxSTnode *node) {
