@@ -30,7 +30,7 @@ else()
 endif()
 set(KIPX_SET_FLAGS_baseline "")
 set(KIPX_SET_FLAGS_avx2 -march=x86-64-v3)
-set(KIPX_SET_FLAGS_avx512 -march=x86-64-v4 -mprefer-vector-width=512)
+set(KIPX_SET_FLAGS_avx512 -march=x86-64-v4 -mavx512vbmi -mprefer-vector-width=512)
 # g++ 12 takes the deliberately undefined vectors of its own intrinsics for mistakes.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     list(APPEND KIPX_SET_FLAGS_avx512 -Wno-maybe-uninitialized)

@@ -10,7 +10,7 @@
 
 #include "arith/arith_values.h"
 
-#if defined(__AVX512BW__)
+#if defined(__AVX512VBMI__)
 
 namespace kipx::KIPX_SET {
 
@@ -44,54 +44,63 @@ inline void row_of_vectors(void *dst, const void *a, const void *b, size_t n, bo
 // rounded down: the last byte lifts exact quotients by 255 / 256 of what is missing to the next
 // one, more than the reciprocal's rounding takes away.
 struct ReciprocalTable {
-    u16 of[256];
+    u8 low[256], high[256];
 };
 constexpr ReciprocalTable make_reciprocals() {
     ReciprocalTable table{};
-    for (u32 b = 1; b < 256; ++b) table.of[b] = static_cast<u16>(b == 1 ? 65535 : 65536 / b);
+    for (u32 b = 1; b < 256; ++b) {
+        u32 reciprocal = b == 1 ? 65535 : 65536 / b;
+        table.low[b] = static_cast<u8>(reciprocal),
+        table.high[b] = static_cast<u8>(reciprocal >> 8);
+    }
     return table;
 }
 
+// 256 bytes in four registers.
+struct ByteTable {
+    __m512i part[4];
+    explicit ByteTable(const u8 *bytes) {
+        for (size_t i = 0; i < 4; ++i) part[i] = _mm512_load_si512(bytes + 64 * i);
+    }
+    __m512i operator[](__m512i index) const {
+        __m512i low = _mm512_permutex2var_epi8(part[0], index, part[1]);
+        __m512i high = _mm512_permutex2var_epi8(part[2], index, part[3]);
+        return _mm512_mask_blend_epi8(_mm512_movepi8_mask(index), low, high);
+    }
+};
+
 class ByteQuotient {
 public:
-    ByteQuotient() {
-        alignas(64) static constexpr ReciprocalTable table = make_reciprocals();
-        for (size_t i = 0; i < 8; ++i) part_[i] = _mm512_load_si512(table.of + 32 * i);
-    }
+    // Even quotients in the low bytes of words (high bytes 0), odd ones in the high bytes of words
+    // (low bytes 0).
+    struct Pair {
+        __m512i even, odd;
+    };
 
-    // Quotients of the even bytes in the low bytes of words (high bytes 0), or of the odd bytes in
-    // the high bytes of words (low bytes 0).
-    __m512i even(__m512i a, __m512i b) const {
-        __m512i raised = _mm512_or_si512(_mm512_slli_epi16(a, 8), _mm512_set1_epi16(255));
-        return _mm512_srli_epi16(_mm512_mulhi_epu16(raised, reciprocal(b)), 8);
-    }
-    __m512i odd(__m512i a, __m512i b) const {
-        __m512i raised = _mm512_or_si512(a, _mm512_set1_epi16(255));
-        __m512i product = _mm512_mulhi_epu16(raised, reciprocal(_mm512_srli_epi16(b, 8)));
-        return _mm512_andnot_si512(_mm512_set1_epi16(255), product);
+    ByteQuotient() : low_(table.low), high_(table.high) {}
+
+    Pair operator()(__m512i a, __m512i b) const {
+        const __m512i byte = _mm512_set1_epi16(255);
+        __m512i low = low_[b], high = high_[b];
+        __m512i even = _mm512_or_si512(_mm512_and_si512(low, byte), _mm512_slli_epi16(high, 8));
+        __m512i odd = _mm512_or_si512(_mm512_srli_epi16(low, 8), _mm512_andnot_si512(byte, high));
+        __m512i raised_even = _mm512_or_si512(_mm512_slli_epi16(a, 8), byte);
+        __m512i raised_odd = _mm512_or_si512(a, byte);
+        return {_mm512_srli_epi16(_mm512_mulhi_epu16(raised_even, even), 8),
+                _mm512_andnot_si512(byte, _mm512_mulhi_epu16(raised_odd, odd))};
     }
 
 private:
-    // Of the low byte of every word.
-    __m512i reciprocal(__m512i b) const {
-        __mmask32 bit6 = _mm512_test_epi16_mask(b, _mm512_set1_epi16(64));
-        __mmask32 bit7 = _mm512_test_epi16_mask(b, _mm512_set1_epi16(128));
-        __m512i low =
-            _mm512_mask_blend_epi16(bit6, _mm512_permutex2var_epi16(part_[0], b, part_[1]),
-                                    _mm512_permutex2var_epi16(part_[2], b, part_[3]));
-        __m512i high =
-            _mm512_mask_blend_epi16(bit6, _mm512_permutex2var_epi16(part_[4], b, part_[5]),
-                                    _mm512_permutex2var_epi16(part_[6], b, part_[7]));
-        return _mm512_mask_blend_epi16(bit7, low, high);
-    }
-    __m512i part_[8];
+    alignas(64) static constexpr ReciprocalTable table = make_reciprocals();
+    ByteTable low_, high_;
 };
 
 inline void row_of_byte_quotients(void *dst, const void *a, const void *b, size_t n,
                                   bool streamed) {
     const ByteQuotient quotient;
     row_of_vectors<u8>(dst, a, b, n, streamed, [&](__m512i x, __m512i y) {
-        return _mm512_or_si512(quotient.even(x, y), quotient.odd(x, y));
+        ByteQuotient::Pair q = quotient(x, y);
+        return _mm512_or_si512(q.even, q.odd);
     });
 }
 
@@ -109,10 +118,10 @@ inline void row_of_rounded_bytes(void *dst, const void *a, const void *b, size_t
     const ByteQuotient quotient;
     const __m512i low = _mm512_set1_epi16(255);
     row_of_vectors<u8>(dst, a, b, n, streamed, [&](__m512i x, __m512i y) {
-        __m512i even =
-            rounded_words(quotient.even(x, y), _mm512_and_si512(x, low), _mm512_and_si512(y, low));
-        __m512i odd = rounded_words(_mm512_srli_epi16(quotient.odd(x, y), 8),
-                                    _mm512_srli_epi16(x, 8), _mm512_srli_epi16(y, 8));
+        ByteQuotient::Pair q = quotient(x, y);
+        __m512i even = rounded_words(q.even, _mm512_and_si512(x, low), _mm512_and_si512(y, low));
+        __m512i odd = rounded_words(_mm512_srli_epi16(q.odd, 8), _mm512_srli_epi16(x, 8),
+                                    _mm512_srli_epi16(y, 8));
         return _mm512_or_si512(even, _mm512_slli_epi16(odd, 8));
     });
 }

@@ -33,7 +33,7 @@ void row_exact(void *dst, const void *a, const void *b, size_t n, const ArithSca
             return row_of_elements<D, A, B>(dst, a, b, n, streamed,
                                             [](A x, B y) { return Short::half(x, y); });
 
-#if defined(__AVX512BW__)
+#if defined(__AVX512VBMI__)
     if constexpr (same<D, s16> && same<A, s16> && same<B, s16>)
         if (scale.mode == ScaleMode::down)
             return row_of_scaled_words<Op>(dst, a, b, n, scale.factor, streamed);
@@ -76,7 +76,7 @@ template<class T>
 bool short_quotients([[maybe_unused]] void *dst, [[maybe_unused]] const void *dividend,
                      [[maybe_unused]] const void *divisor, [[maybe_unused]] size_t n,
                      [[maybe_unused]] bool streamed) {
-#if defined(__AVX512BW__)
+#if defined(__AVX512VBMI__)
     if constexpr (same<T, u8>)
         return row_of_byte_quotients(dst, dividend, divisor, n, streamed), true;
     if constexpr (same<T, s16>)
@@ -130,7 +130,7 @@ template<class Op, class T>
 void row_rounded(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale,
                  [[maybe_unused]] bool streamed) {
     const void *divisor = Op::reversed ? a : b, *dividend = Op::reversed ? b : a;
-#if defined(__AVX512BW__)
+#if defined(__AVX512VBMI__)
     if constexpr (same<T, u8>)
         if (scale.mode == ScaleMode::none)
             return row_of_rounded_bytes(dst, dividend, divisor, n, streamed);
