@@ -18,8 +18,10 @@ target_compile_options(kipx_library_flags INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fvisibility-inlines-hidden>
     $<$<C_COMPILER_ID:GNU>:-fno-semantic-interposition>
     $<$<CXX_COMPILER_ID:Clang>:-Wno-dollar-in-identifier-extension>)
-target_link_options(kipx_library_flags INTERFACE -Wl,-Bsymbolic-functions
-    $<$<STREQUAL:${KIPX_SANITIZE},>:-Wl,--no-undefined>)
+target_link_options(kipx_library_flags INTERFACE -Wl,-Bsymbolic-functions)
+if(NOT KIPX_SANITIZE)
+    target_link_options(kipx_library_flags INTERFACE -Wl,--no-undefined)
+endif()
 
 # kipx_rows(FILE...): compile each file once per instruction set of the target processor, each time
 # into the namespace that KIPX_SET names, and add the objects to the library.

@@ -15,11 +15,13 @@ using namespace kipx;
 
 namespace {
 
-// Base plus origin: the element that each operand's walk starts from.
+// Base plus origin: the element that an operand's walk starts from.
 struct ArrayLevel {
     kipx_dims dims;
     void *operator()(const void *base, const uint32_t *origin, const uint32_t *strides) const {
-        return kipx_advance_ptr(base, kipx_vec_mkloff_$LS(dims, origin, strides));
+        uint32_t offset =
+            origin ? byte_offset(leading_of(dims), axes_of(dims), origin, strides) : 0;
+        return static_cast<char *>(const_cast<void *>(base)) + offset;
     }
 };
 

@@ -45,8 +45,8 @@ int32_t run_kernel_of(uint32_t kernel, uint64_t flags, kipx_dims n, const uint32
                       const Stream &dst, const Stream &a, const Stream &b, int32_t exponent) {
     const ArithScale scale = make_scale(exponent);
     RowTask task;
-    task.rows = kipx_volume_height(n, extent);
-    task.width = kipx_volume_width(n, extent);
+    task.rows = height_of(axes_of(n), extent);
+    task.width = width_of(axes_of(n), extent);
     task.sources = 2;
     task.dst = dst, task.src[0] = a, task.src[1] = b;
     task.loop = arith_row(kernel, active_set(flags));

@@ -1,9 +1,10 @@
 // arith/kernel.h - a named kernel's one step: make the scale ready, choose the row loop, walk.
 #pragma once
 
-#include <kipx/array.h>
+#include <kipx/types.h>
 
 #include "arith/arith_rows.h"
+#include "core/element.h"
 #include "core/simd.h"
 #include "core/walk.h"
 
@@ -25,8 +26,8 @@ inline constexpr uint32_t doubled(uint32_t kernel) {
 bool same_storage(kipx_dims n, const KernelOperand &a, const KernelOperand &b);
 
 inline Stream stream_of(kipx_dims n, const KernelOperand &o, uint32_t size) {
-    return {static_cast<char *>(const_cast<void *>(o.at)), kipx_rowstride(n, o.strides),
-            kipx_pixstride(n, o.strides), size};
+    return {static_cast<char *>(const_cast<void *>(o.at)), row_stride(axes_of(n), o.strides),
+            pixel_stride(axes_of(n), o.strides), size};
 }
 
 int32_t run_kernel_of(uint32_t kernel, uint64_t flags, kipx_dims n, const uint32_t *extent,

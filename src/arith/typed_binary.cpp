@@ -51,7 +51,7 @@ bool narrows(const TypedCall &c) {
     return size_of(c.src1) > size_of(c.dst) && !exempt;
 }
 
-Plane plane_of(const TypedOperand &o, kipx_dims n) {
+Plane plane_of(const TypedOperand &o, uint32_t n) {
     return {
         static_cast<const char *>(o.at),
         {kipx_rowstride(n, o.strides), kipx_pixstride(n, o.strides), kipx_elstride(n, o.strides)}};
@@ -159,11 +159,11 @@ int32_t typed_binary(ArithOp op, uint32_t dst_type_bits, TypedCall c) {
     uint32_t channels = channel_entry & 15;
     if (channels == 0) return KIPX_EINVAL;
     plan.middle_size = element_size(middle), plan.dst_size = size_of(c.dst);
-    plan.height = kipx_volume_height(c.n, c.extent);
-    plan.width = kipx_volume_width(c.n, c.extent);
-    plan.dst = plane_of(c.dst, c.n);
-    plan.src1 = plane_of(c.src1, c.n);
-    plan.src2 = plane_of(c.src2, c.n);
+    plan.height = height_of(axes, c.extent);
+    plan.width = width_of(axes, c.extent);
+    plan.dst = plane_of(c.dst, axes);
+    plan.src1 = plane_of(c.src1, axes);
+    plan.src2 = plane_of(c.src2, axes);
     fold_channels(plan, channels);
     if (plan.height == 0 || plan.width == 0) return 0;
     return plan.convert ? run_with_scratch(plan, c) : run(plan, c);

@@ -17,13 +17,19 @@ uint32_t kipx_elsize(uint32_t type) {
 int32_t kipx_eltype_valid(uint32_t type) { return kipx::element_valid(type); }
 uint32_t kipx_nchannels(uint32_t code) { return kipx::channels_of(code); }
 
-uint32_t kipx__rowstride(uint32_t n, const uint32_t *strides) { return n > 2 ? strides[n - 3] : 0; }
+uint32_t kipx__rowstride(uint32_t n, const uint32_t *strides) {
+    return kipx::row_stride(n, strides);
+}
 uint32_t kipx__rowstride2(uint32_t n, const uint32_t *volume, const uint32_t *strides) {
     if (n > 2) return strides[n - 3];
     return kipx_volume__width(n, volume) * kipx__pixstride(n, strides);
 }
-uint32_t kipx__pixstride(uint32_t n, const uint32_t *strides) { return n > 1 ? strides[n - 2] : 0; }
-uint32_t kipx__elstride(uint32_t n, const uint32_t *strides) { return n > 0 ? strides[n - 1] : 0; }
+uint32_t kipx__pixstride(uint32_t n, const uint32_t *strides) {
+    return kipx::pixel_stride(n, strides);
+}
+uint32_t kipx__elstride(uint32_t n, const uint32_t *strides) {
+    return kipx::element_stride(n, strides);
+}
 int64_t kipx__rowpadding(uint32_t n, const uint32_t *volume, const uint32_t *strides) {
     uint64_t row = uint64_t{kipx_volume__width(n, volume)} * kipx__pixstride(n, strides);
     return static_cast<int64_t>(kipx__rowstride(n, strides) - row);
@@ -35,10 +41,10 @@ int64_t kipx__pixpadding(uint32_t n, const uint32_t *volume, const uint32_t *str
 int64_t kipx__elpadding(uint32_t) { return 0; }
 
 uint32_t kipx_volume__height(uint32_t n, const uint32_t *volume) {
-    return n > 2 ? volume[n - 3] : 1;
+    return kipx::height_of(n, volume);
 }
 uint32_t kipx_volume__width(uint32_t n, const uint32_t *volume) {
-    return n > 1 ? volume[n - 2] : 0;
+    return kipx::width_of(n, volume);
 }
 uint32_t kipx_volume__nchannels(uint32_t n, const uint32_t *volume) {
     return n > 0 ? kipx::channels_of(volume[n - 1]) : 0;
@@ -139,11 +145,8 @@ uint32_t kipx_vec_mkloff(kipx_dims dims, const uint32_t *position, const uint32_
     return kipx_vec_mkloff_$LS(axes_of(dims), position, strides);
 }
 uint32_t kipx_vec_mkloff_$LS(kipx_dims dims, const uint32_t *position, const uint32_t *strides) {
-    uint32_t offset = 0;
-    if (!position) return offset;
-    for (int i = -kipx::leading_of(dims); i < static_cast<int>(axes_of(dims)); ++i)
-        offset += position[i] * strides[i];
-    return offset;
+    if (!position) return 0;
+    return kipx::byte_offset(kipx::leading_of(dims), axes_of(dims), position, strides);
 }
 void kipx_vec_update_loff(kipx_dims dims, uint32_t *offset, uint32_t *origin,
                           const uint32_t *strides) {

@@ -43,30 +43,23 @@ bool negotiate(const BinaryCall &c, const kipx_arr &src1, Regions &r) {
     return true;
 }
 
+// A source may lie apart from the destination, be the destination, or share its span but no byte.
+bool source_apart(const kipx_arr &dst, const kipx_site &dst_site, const Span &dst_span,
+                  const kipx_arr &src, const kipx_site &src_site, const Span &src_span) {
+    if (apart(dst_span, src_span)) return true;
+    Footprint d = footprint(dst, dst_site), s = footprint(src, src_site);
+    return same_footprint(d, s) || !share_bytes(d, s);
+}
+
 bool memory_fits(const BinaryCall &c, const kipx_arr &src1, const Regions &r) {
-    if (!offsets_fit(*c.dst, r.dst) || !offsets_fit(src1, r.src1) || !offsets_fit(*c.src2, r.src2))
+    Span dst, a, b;
+    if (!span_of(*c.dst, r.dst, dst) || !span_of(src1, r.src1, a) || !span_of(*c.src2, r.src2, b))
         return false;
     if (!element_valid(c.dst->type) || !element_valid(src1.type) || !element_valid(c.src2->type))
         return true; // the typed level has the word
-    Footprint dst = footprint(*c.dst, r.dst);
-    Footprint a = footprint(src1, r.src1), b = footprint(*c.src2, r.src2);
-    return !shares_own_bytes(dst) && (same_footprint(dst, a) || !share_bytes(dst, a)) &&
-           (same_footprint(dst, b) || !share_bytes(dst, b));
-}
-
-struct Typed {
-    const uint32_t *strides;
-    uint32_t *origin;
-    char *base;
-};
-
-// An operand as the array level takes it: its origin has moved into the base address.
-Typed operand(const kipx_arr &arr, kipx_site &site, kipx_dims dims) {
-    uint32_t lead = static_cast<uint32_t>(leading_of(dims)), offset = arr.offset;
-    kipx_vec_update_loff(dims, &offset, site.origin + lead, arr.strides + lead);
-    kipx_vec_dup_$L(dims, site.origin + lead, 0);
-    return {arr.strides + lead, site.origin + lead,
-            static_cast<char *>(kipx_advance_ptr(arr.base, offset))};
+    return (nests_plainly(*c.dst, r.dst) || !shares_own_bytes(footprint(*c.dst, r.dst))) &&
+           source_apart(*c.dst, r.dst, dst, src1, r.src1, a) &&
+           source_apart(*c.dst, r.dst, dst, *c.src2, r.src2, b);
 }
 
 } // namespace
@@ -84,12 +77,14 @@ int32_t binary_handler(uint32_t code, const BinaryEntry *table, uint32_t entries
     if (c.dst->naxes == 4) return KIPX_ENOTSUP;
     if (!memory_fits(c, src1, r)) return KIPX_EINVAL;
 
+    // The array level adds origins to bases; the planes of a 3-axis array are not stepped over.
     constexpr kipx_dims dims = 3 | 1 << 4 | 1 << 10;
-    Typed dst = operand(*c.dst, r.dst, dims), a = operand(src1, r.src1, dims),
-          b = operand(*c.src2, r.src2, dims);
-    return entry->routine(c.xe, c.flags, dims, r.dst.extent + 1, c.dst->type, dst.base, dst.origin,
-                          dst.strides, src1.type, a.base, a.origin, a.strides, c.src2->type, b.base,
-                          b.origin, b.strides, c.scale, c.aux);
+    r.dst.origin[0] = r.src1.origin[0] = r.src2.origin[0] = 0;
+    auto base = [](const kipx_arr &arr) { return static_cast<char *>(arr.base) + arr.offset; };
+    return entry->routine(c.xe, c.flags, dims, r.dst.extent + 1, c.dst->type, base(*c.dst),
+                          r.dst.origin + 1, c.dst->strides + 1, src1.type, base(src1),
+                          r.src1.origin + 1, src1.strides + 1, c.src2->type, base(*c.src2),
+                          r.src2.origin + 1, c.src2->strides + 1, c.scale, c.aux);
 }
 
 } // namespace kipx

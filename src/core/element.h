@@ -36,6 +36,27 @@ using f32 = float;
 #define KIPX_CODE_s32 11u
 #define KIPX_CODE_f32 13u
 
+// Strides and extents over n axes; kipx/array.h says what each means.
+inline uint32_t row_stride(uint32_t n, const uint32_t *strides) {
+    return n > 2 ? strides[n - 3] : 0;
+}
+inline uint32_t pixel_stride(uint32_t n, const uint32_t *strides) {
+    return n > 1 ? strides[n - 2] : 0;
+}
+inline uint32_t element_stride(uint32_t n, const uint32_t *strides) {
+    return n > 0 ? strides[n - 1] : 0;
+}
+inline uint32_t height_of(uint32_t n, const uint32_t *volume) { return n > 2 ? volume[n - 3] : 1; }
+inline uint32_t width_of(uint32_t n, const uint32_t *volume) { return n > 1 ? volume[n - 2] : 0; }
+
+// Sum of position[i] * strides[i] over entries from -leading to n - 1, as a 32-bit byte offset.
+inline uint32_t byte_offset(int leading, uint32_t n, const uint32_t *position,
+                            const uint32_t *strides) {
+    uint32_t offset = 0;
+    for (int i = -leading; i < static_cast<int>(n); ++i) offset += position[i] * strides[i];
+    return offset;
+}
+
 inline constexpr uint32_t kernel_key(uint32_t dst, uint32_t src1, uint32_t src2) {
     return dst << 8 | src1 << 4 | src2;
 }

@@ -1,8 +1,7 @@
 // core/footprint.h - which bytes a region of an array occupies.
 //
-// Gives    the byte offset of a region's last element, checked; whether an array's own elements
-// share
-//          bytes; whether two arrays share any.
+// Gives    the span of addresses of a region, checked; whether an array's own elements share bytes;
+//          whether two arrays share any.
 // Promises exact for arrays whose strides nest (each stride spans everything inside it) and agree;
 //          otherwise two arrays count as sharing when their address ranges meet.
 #pragma once
@@ -10,6 +9,19 @@
 #include <kipx/types.h>
 
 namespace kipx {
+
+struct Span {
+    uintptr_t first, end;
+};
+
+// False when the last element's byte offset from the array's base would exceed 2^32 - 1. Elements
+// of unknown size count as one byte.
+bool span_of(const kipx_arr &arr, const kipx_site &site, Span &span);
+inline bool offsets_fit(const kipx_arr &arr, const kipx_site &site) {
+    Span span;
+    return span_of(arr, site, span);
+}
+inline bool apart(const Span &a, const Span &b) { return a.end <= b.first || b.end <= a.first; }
 
 struct Footprint {
     const char *at;     // first element
@@ -20,10 +32,10 @@ struct Footprint {
     uint64_t span[5]; // bytes from first to last for axes i and inwards; span[axes] is an element
 };
 
-// False when the last element's byte offset from the array's base would exceed 2^32 - 1.
-bool offsets_fit(const kipx_arr &arr, const kipx_site &site);
 Footprint footprint(const kipx_arr &arr, const kipx_site &site);
 bool shares_own_bytes(const Footprint &f);
+// A quick look that finds the common case: rows span pixels, pixels span channels, nothing shared.
+bool nests_plainly(const kipx_arr &arr, const kipx_site &site);
 // The same elements at the same places.
 bool same_footprint(const Footprint &a, const Footprint &b);
 bool share_bytes(const Footprint &a, const Footprint &b);
