@@ -71,7 +71,8 @@ KIPX_BEGIN
                                 const kipx_pos *src1At, const kipx_pos *src2At, int32_t scale,     \
                                 int32_t aux)
 /* The array level, kipxa_add to kipxa_rsubsq: operands as type, base address, origin and strides,
- * vectors of as many entries as dims counts, preceded by the unused leading slots that it names. */
+ * vectors of as many entries as dims counts, preceded by the unused leading slots that it names; a
+ * null origin is zero. */
 #define KIPX_ARRAY_BINARY(op)                                                                      \
     KIPX_API int32_t kipxa_##op(                                                                   \
         KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent, uint32_t dst_type,     \

@@ -74,16 +74,16 @@ int32_t kipx_binary(uint32_t code, KipxXE *xe, uint64_t flags, const kipx_arr *d
 
 #define KIPX_DEFINE_TYPED(op, base, type_mask)                                                     \
     KIPX_TYPED_BINARY(op) {                                                                        \
-        return typed_binary(ArithOp::base, type_mask,                                              \
-                            {xe,                                                                   \
-                             flags,                                                                \
-                             n,                                                                    \
-                             extent,                                                               \
-                             {dst_type, dst, dst_strides},                                         \
-                             {src1_type, src1, src1_strides},                                      \
-                             {src2_type, src2, src2_strides},                                      \
-                             scale,                                                                \
-                             aux});                                                                \
+        TypedCall call{xe,                                                                         \
+                       flags,                                                                      \
+                       n,                                                                          \
+                       extent,                                                                     \
+                       {dst_type, dst, dst_strides},                                               \
+                       {src1_type, src1, src1_strides},                                            \
+                       {src2_type, src2, src2_strides},                                            \
+                       scale,                                                                      \
+                       aux};                                                                       \
+        return typed_binary(ArithOp::base, type_mask, call);                                       \
     }
 
 // ---- kernels and their tables ----

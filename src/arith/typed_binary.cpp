@@ -100,6 +100,8 @@ int32_t run_narrowed(const Plan &plan, const TypedCall &c, Plane dst, Plane src1
 }
 
 int32_t run(const Plan &plan, const TypedCall &c) {
+    if (plan.passes == 1 && !plan.convert)
+        return run_block(plan, c, plan.height, plan.dst, plan.src1, plan.src2);
     Plane dst = plan.dst, src1 = plan.src1, src2 = plan.src2;
     int32_t code = 0;
     for (uint32_t pass = 0; pass < plan.passes && code == 0; ++pass) {
@@ -132,7 +134,7 @@ bool types_valid(const TypedCall &c) {
 
 } // namespace
 
-int32_t typed_binary(ArithOp op, uint32_t dst_type_bits, TypedCall c) {
+int32_t typed_binary(ArithOp op, uint32_t dst_type_bits, TypedCall &c) {
     uint32_t axes = axes_of(c.n);
     if (!types_valid(c) || axes < 2 || axes > 3) return KIPX_EINVAL;
     c.dst.type |= dst_type_bits;

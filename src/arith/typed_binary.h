@@ -35,6 +35,7 @@ struct TypedCall {
 };
 
 // dst_type_bits are set in the destination's type code once it has been found valid.
-int32_t typed_binary(ArithOp op, uint32_t dst_type_bits, TypedCall call);
+// The call is used up: its sources may come back exchanged.
+int32_t typed_binary(ArithOp op, uint32_t dst_type_bits, TypedCall &call);
 
 } // namespace kipx

@@ -51,15 +51,19 @@ bool source_apart(const kipx_arr &dst, const kipx_site &dst_site, const Span &ds
     return same_footprint(d, s) || !share_bytes(d, s);
 }
 
-bool memory_fits(const BinaryCall &c, const kipx_arr &src1, const Regions &r) {
-    Span dst, a, b;
-    if (!span_of(*c.dst, r.dst, dst) || !span_of(src1, r.src1, a) || !span_of(*c.src2, r.src2, b))
+struct Spans {
+    Span dst, src1, src2;
+};
+
+bool memory_fits(const BinaryCall &c, const kipx_arr &src1, const Regions &r, Spans &s) {
+    if (!span_of(*c.dst, r.dst, s.dst) || !span_of(src1, r.src1, s.src1) ||
+        !span_of(*c.src2, r.src2, s.src2))
         return false;
     if (!element_valid(c.dst->type) || !element_valid(src1.type) || !element_valid(c.src2->type))
         return true; // the typed level has the word
     return (nests_plainly(*c.dst, r.dst) || !shares_own_bytes(footprint(*c.dst, r.dst))) &&
-           source_apart(*c.dst, r.dst, dst, src1, r.src1, a) &&
-           source_apart(*c.dst, r.dst, dst, *c.src2, r.src2, b);
+           source_apart(*c.dst, r.dst, s.dst, src1, r.src1, s.src1) &&
+           source_apart(*c.dst, r.dst, s.dst, *c.src2, r.src2, s.src2);
 }
 
 } // namespace
@@ -75,16 +79,16 @@ int32_t binary_handler(uint32_t code, const BinaryEntry *table, uint32_t entries
     Regions r;
     if (!negotiate(c, src1, r)) return KIPX_EEMPTY;
     if (c.dst->naxes == 4) return KIPX_ENOTSUP;
-    if (!memory_fits(c, src1, r)) return KIPX_EINVAL;
+    Spans s;
+    if (!memory_fits(c, src1, r, s)) return KIPX_EINVAL;
 
-    // The array level adds origins to bases; the planes of a 3-axis array are not stepped over.
+    // Origins have moved into the addresses; what they were is no longer needed.
     constexpr kipx_dims dims = 3 | 1 << 4 | 1 << 10;
-    r.dst.origin[0] = r.src1.origin[0] = r.src2.origin[0] = 0;
-    auto base = [](const kipx_arr &arr) { return static_cast<char *>(arr.base) + arr.offset; };
-    return entry->routine(c.xe, c.flags, dims, r.dst.extent + 1, c.dst->type, base(*c.dst),
-                          r.dst.origin + 1, c.dst->strides + 1, src1.type, base(src1),
-                          r.src1.origin + 1, src1.strides + 1, c.src2->type, base(*c.src2),
-                          r.src2.origin + 1, c.src2->strides + 1, c.scale, c.aux);
+    return entry->routine(c.xe, c.flags, dims, r.dst.extent + 1, c.dst->type,
+                          reinterpret_cast<void *>(s.dst.first), nullptr, c.dst->strides + 1,
+                          src1.type, reinterpret_cast<void *>(s.src1.first), nullptr,
+                          src1.strides + 1, c.src2->type, reinterpret_cast<void *>(s.src2.first),
+                          nullptr, c.src2->strides + 1, c.scale, c.aux);
 }
 
 } // namespace kipx
