@@ -149,8 +149,8 @@ bool FastFlood::raise(uint32_t level, uint32_t done, uint32_t pixel) {
 
 template<uint32_t edges> bool FastFlood::flood_part(uint32_t seed) {
     ptrdiff_t s = stride_;
-    const ptrdiff_t four[8] = {1, s, -1, -s}, all[8] = {1, s + 1, s, s - 1, -1, -s - 1, -s, 1 - s};
-    const ptrdiff_t *step = edges == 4 ? four : all;
+    // Along the row first: what joins the boundary last is taken from it first.
+    const ptrdiff_t step[8] = {1, -1, s, -s, s + 1, s - 1, 1 - s, -s - 1};
     uint16_t *cells = cells_;
     uint32_t *order = store_->pixels;
     uint32_t done = done_, pixel = seed, level = cells[pixel];
@@ -172,7 +172,7 @@ template<uint32_t edges> bool FastFlood::flood_part(uint32_t seed) {
             open(level, done, pixel);
             continue;
         }
-        for (uint32_t e = 0; e < edges; ++e)
+        for (uint32_t e = edges; e-- > 0;)
             if (near[e] < reached) {
                 uint32_t next = pixel + static_cast<uint32_t>(step[e]);
                 cells[next] |= reached;
