@@ -113,13 +113,15 @@ int32_t run(const Plan &plan, const TypedCall &c) {
 }
 
 // Takes the block of rows that narrowing works through, works, gives it back. The block is as many
-// rows as keep it and what is read for it in half of the first-level cache, at least one.
+// rows as keep it and what is read for it in an eighth of the second-level cache, at least one:
+// large enough for the calls per block to vanish, small enough to be converted before it is written
+// back.
 int32_t run_with_scratch(Plan &plan, const TypedCall &c) {
     uint64_t row_bytes = uint64_t{plan.width} * plan.middle_size;
     if (row_bytes > UINT32_MAX) return KIPX_EINVAL;
     uint64_t traffic = uint64_t{plan.width} * (2 * plan.middle_size + size_of(c.src2));
     uint64_t rows =
-        std::max<uint64_t>(kipx_level1_dcache_size() / 2 / std::max<uint64_t>(traffic, 1), 1);
+        std::max<uint64_t>(kipx_level2_cache_size() / 8 / std::max<uint64_t>(traffic, 1), 1);
     plan.block_rows = static_cast<uint32_t>(std::min<uint64_t>(rows, plan.height));
     plan.buffer = static_cast<char *>(KipxXEalloca(c.xe, row_bytes * plan.block_rows, 8));
     if (!plan.buffer) return c.xe ? KIPX_ENOMEM : KIPX_EINVAL;

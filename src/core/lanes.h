@@ -92,8 +92,7 @@ inline void row_of_elements(void *dst, const void *a, const void *b, size_t n, b
         store(dst, i, static_cast<D>(element(load<A>(a, i), load<B>(b, i))));
 }
 
-// Nearest integer of |x| < 2^22 (f32), |x| < 2^51 (f64).
-inline f32 nearest(f32 x) { return (x + 0x1.8p23f) - 0x1.8p23f; }
+// Nearest integer of |x| < 2^51.
 inline f64 nearest(f64 x) { return (x + 0x1.8p52) - 0x1.8p52; }
 
 template<class D, class W> inline D saturate(W r) {
@@ -113,15 +112,22 @@ template<class D> inline D round_saturate(f64 x) {
     clipped = clipped < high ? clipped : high;
     return static_cast<D>(static_cast<s32>(nearest(clipped)));
 }
+// For narrow types the sum with the rounding number is clipped as an integer: the bits of positive
+// floats are ordered like the floats, those of negative ones are negative, and the bits of the
+// rounding number end in 16 zeros, so that the last bits of the sum are the result itself.
 template<class D> inline D round_saturate(f32 x) {
     if constexpr (sizeof(D) > 2) {
         return round_saturate<D>(static_cast<f64>(x));
     } else {
-        constexpr f32 low = static_cast<f32>(Range<D>::low),
-                      high = static_cast<f32>(Range<D>::high);
-        f32 clipped = x > low ? x : low;
-        clipped = clipped < high ? clipped : high;
-        return static_cast<D>(static_cast<s32>(nearest(clipped)));
+        constexpr s32 zero = 0x4b400000; // 0x1.8p23f
+        constexpr s32 low = zero + static_cast<s32>(Range<D>::low);
+        constexpr s32 high = zero + static_cast<s32>(Range<D>::high);
+        f32 sum = x + 0x1.8p23f;
+        s32 bits;
+        memcpy(&bits, &sum, sizeof bits);
+        bits = bits < low ? low : bits;
+        bits = bits > high ? high : bits;
+        return static_cast<D>(x == x ? bits : low);
     }
 }
 
