@@ -31,8 +31,10 @@ else()
     set(KIPX_SETS baseline)
 endif()
 set(KIPX_SET_FLAGS_baseline "")
-set(KIPX_SET_FLAGS_avx2 -march=x86-64-v3)
-set(KIPX_SET_FLAGS_avx512 -march=x86-64-v4 -mavx512vbmi -mprefer-vector-width=512)
+# Just what src/core/simd.cpp looks for in the processor.
+set(KIPX_SET_FLAGS_avx2 -mavx2 -mbmi -mbmi2)
+set(KIPX_SET_FLAGS_avx512 ${KIPX_SET_FLAGS_avx2} -mavx512f -mavx512bw -mavx512cd -mavx512dq
+    -mavx512vl -mavx512vbmi -mprefer-vector-width=512)
 # g++ 12 takes the deliberately undefined vectors of its own intrinsics for mistakes.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     list(APPEND KIPX_SET_FLAGS_avx512 -Wno-maybe-uninitialized)

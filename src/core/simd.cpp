@@ -17,14 +17,13 @@ namespace kipx {
 
 Set best_set() {
 #if defined(__x86_64__)
-    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-        __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512dq") &&
-        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
-        __builtin_cpu_supports("bmi2"))
-        return Set::avx512;
-    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
-        __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("fma"))
-        return Set::avx2;
+    // The features that cmake/flags.cmake compiles the forms for.
+    bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+                __builtin_cpu_supports("bmi2");
+    bool avx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                  __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512dq") &&
+                  __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi");
+    if (avx2) return avx512 ? Set::avx512 : Set::avx2;
 #endif
     return Set::baseline;
 }
