@@ -111,7 +111,8 @@ void walk(const RowTask &t) {
     }
     size_t width = t.width, rows = t.rows;
     if (dense && gapless) width *= rows, rows = rows ? 1 : 0;
-    bool streaming = dense && !in_place && width * rows * element_bytes >= streaming_bytes;
+    bool streaming =
+        dense && !in_place && t.dst.size && width * rows * element_bytes >= streaming_bytes;
 
     char *dst = t.dst.at;
     const char *src[2] = {t.src[0].at, t.src[1].at};
