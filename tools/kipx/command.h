@@ -41,7 +41,12 @@ private:
 // The library's answer as a Failure, when it is one.
 void check_answer(int32_t answer, const std::string &what);
 
+// Tells one sentence on stderr, as one line. Returns the status of a failure, 2.
+int complain(std::string text);
+
 void add_arith_commands(CLI::App &app, const Globals &globals);
 void add_info_command(CLI::App &app, const Globals &globals);
 void add_scene_command(CLI::App &app, const Globals &globals);
+void add_mser_command(CLI::App &app, const Globals &globals);
+void add_tree_command(CLI::App &app, const Globals &globals);
 void add_demo_command(CLI::App &app, const Globals &globals);

@@ -18,16 +18,11 @@ constexpr const char *examples = R"(Examples:
   kipx info scene.png labels.tif                 sizes, types, smallest, largest and mean values
   kipx sub scene.png dark.png -o clean.png --overflow saturate
   kipx add a.png b.png -o mean.png --scale -1    (a + b) / 2
+  kipx mser cells/*.tif -o found --jobs 2        stable regions: tables, labels, overlays
+  kipx tree scene.png -o tree.svg                the tree of nested regions, drawn
   kipx demo photo.jpg -o out                     the main job on a picture of yours
 
 Exit status: 0 done, 2 bad input or a failure, told in one line on stderr.)";
-
-int complain(std::string text) {
-    for (char &c : text)
-        if (static_cast<unsigned char>(c) < 32 || c == 127) c = ' ';
-    std::fprintf(stderr, "kipx: %s\n", text.c_str());
-    return 2;
-}
 
 int run(int count, char **arguments) {
     CLI::App app("Kipx: image arithmetic and region analysis on image files.", "kipx");
@@ -51,6 +46,8 @@ int run(int count, char **arguments) {
     add_arith_commands(app, globals);
     add_info_command(app, globals);
     add_scene_command(app, globals);
+    add_mser_command(app, globals);
+    add_tree_command(app, globals);
     add_demo_command(app, globals);
     try {
         app.parse(count, arguments);
@@ -72,11 +69,21 @@ int main(int count, char **arguments) {
     std::signal(SIGXFSZ, SIG_IGN);
     try {
         return run(count, arguments);
+    } catch (const AlreadyTold &) {
+        std::fflush(stdout);
+        return 2;
     } catch (const std::bad_alloc &) {
         return complain("not enough memory for pictures of this size");
     } catch (const std::exception &error) {
         return complain(error.what());
     }
+}
+
+int complain(std::string text) {
+    for (char &c : text)
+        if (static_cast<unsigned char>(c) < 32 || c == 127) c = ' ';
+    std::fprintf(stderr, "kipx: %s\n", text.c_str());
+    return 2;
 }
 
 uint64_t Globals::pixel_limit() const {

@@ -23,6 +23,16 @@ int64_t whole_number(const std::string &option, const std::string &text, int64_t
     return value;
 }
 
+double real_number(const std::string &option, const std::string &text, double least,
+                   double greatest) {
+    double value = 0;
+    const char *end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value);
+    if (result.ec != std::errc() || result.ptr != end || !(value >= least && value <= greatest))
+        fail(option, ": got '", text, "', expected a number from ", least, " to ", greatest);
+    return value;
+}
+
 void no_such_choice(const std::string &option, const std::string &text,
                     const std::vector<const char *> &known) {
     std::string list;

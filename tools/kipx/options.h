@@ -13,6 +13,8 @@
 
 int64_t whole_number(const std::string &option, const std::string &text, int64_t least,
                      int64_t greatest);
+double real_number(const std::string &option, const std::string &text, double least,
+                   double greatest);
 
 template<class T> using Choices = std::vector<std::pair<const char *, T>>;
 

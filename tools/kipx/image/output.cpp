@@ -18,6 +18,20 @@ void Sink::write(const void *data, size_t size) const {
         fail(std::string("cannot write: ") + std::strerror(errno));
 }
 
+namespace {
+
+// Asked for once: it can only be read by setting it, which other threads would notice.
+mode_t creation_mask() {
+    static const mode_t mask = [] {
+        const mode_t found = umask(0);
+        umask(found);
+        return found;
+    }();
+    return mask;
+}
+
+} // namespace
+
 Output::Output(const std::string &path) {
     std::error_code error;
     sink_.name = path;
@@ -33,9 +47,7 @@ Output::Output(const std::string &path) {
     const int descriptor = mkstemp(pattern.data());
     if (descriptor < 0) sink_.fail(std::string("cannot write: ") + std::strerror(errno));
     sink_.path = pattern;
-    const mode_t mask = umask(0);
-    umask(mask);
-    fchmod(descriptor, 0666 & ~mask);
+    fchmod(descriptor, 0666 & ~creation_mask());
     sink_.file = fdopen(descriptor, "w+b");
     if (!sink_.file) {
         close(descriptor);

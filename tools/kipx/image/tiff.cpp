@@ -13,6 +13,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <tiffio.h>
 
 namespace {
@@ -26,8 +27,11 @@ void on_error(const char *, const char *format, va_list arguments) {
 using Handle = std::unique_ptr<TIFF, void (*)(TIFF *)>;
 
 void listen() {
-    TIFFSetWarningHandler(nullptr);
-    TIFFSetErrorHandler(on_error);
+    static std::once_flag once;
+    std::call_once(once, [] {
+        TIFFSetWarningHandler(nullptr);
+        TIFFSetErrorHandler(on_error);
+    });
     std::strcpy(last_error, "damaged");
 }
 
@@ -167,12 +171,13 @@ void read_strips(TIFF *tiff, const Source &source, const Layout &layout, Image &
         source.fail("TIFF: rows of " + std::to_string(row_bytes) +
                     " bytes do not fit the picture's size");
     auto block = block_buffer(source, TIFFStripSize64(tiff), image.bytes());
-    for (uint16_t sample = 0; sample < (planes ? layout.samples : 1); ++sample)
+    const int samples = planes ? layout.samples : 1;
+    for (int sample = 0; sample < samples; ++sample)
         for (uint32_t y = 0; y < layout.height; y += std::min(rows, layout.height - y)) {
             const uint32_t count = std::min(rows, layout.height - y);
             const auto wanted = tmsize_t(count * row_bytes);
-            if (TIFFReadEncodedStrip(tiff, TIFFComputeStrip(tiff, y, sample), block.data(),
-                                     wanted) != wanted)
+            if (TIFFReadEncodedStrip(tiff, TIFFComputeStrip(tiff, y, uint16_t(sample)),
+                                     block.data(), wanted) != wanted)
                 damaged(source);
             place(image, block.data(), row_bytes, 0, y, layout.width, count, planes ? sample : -1,
                   layout.bits == 1);
@@ -191,11 +196,12 @@ void read_tiles(TIFF *tiff, const Source &source, const Layout &layout, Image &i
                     " pixels cannot be read");
     auto block = block_buffer(source, TIFFTileSize64(tiff), image.bytes());
     const auto wanted = tmsize_t(block.size());
-    for (uint16_t sample = 0; sample < (planes ? layout.samples : 1); ++sample)
+    const int samples = planes ? layout.samples : 1;
+    for (int sample = 0; sample < samples; ++sample)
         for (uint64_t y = 0; y < layout.height; y += height)
             for (uint64_t x = 0; x < layout.width; x += width) {
                 const uint32_t x0 = uint32_t(x), y0 = uint32_t(y);
-                const uint32_t tile = TIFFComputeTile(tiff, x0, y0, 0, sample);
+                const uint32_t tile = TIFFComputeTile(tiff, x0, y0, 0, uint16_t(sample));
                 if (TIFFReadEncodedTile(tiff, tile, block.data(), wanted) != wanted)
                     damaged(source);
                 place(image, block.data(), row_bytes, x0, y0, std::min(width, layout.width - x0),

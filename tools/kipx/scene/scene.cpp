@@ -88,8 +88,9 @@ void Scene::place_cells() {
     for (uint32_t i = 0; i < count; ++i) {
         const uint32_t column = order[i] % columns, row = order[i] / columns;
         const uint32_t shifted = 4 * column + (row % 2 ? 3 : 1); // every other row by half a slot
-        cells_.push_back(make_cell(order[i], int64_t(options_.width) * 16 * shifted / (4 * columns),
-                                   int64_t(options_.height) * 16 * (2 * row + 1) / (2 * rows)));
+        cells_.push_back(make_cell(
+            order[i], int64_t(options_.width) * 16 * shifted / (int64_t(4) * columns),
+            int64_t(options_.height) * 16 * (int64_t(2) * row + 1) / (int64_t(2) * rows)));
         ++row_starts_[row + 1];
     }
     std::partial_sum(row_starts_.begin(), row_starts_.end(), row_starts_.begin());

@@ -1,0 +1,233 @@
+// finder.cpp - see finder.h.
+#include "regions/finder.h"
+
+#include "failure.h"
+
+#include <kipx/array.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr uint32_t kept_flag = 1;
+
+template<class State> State state_of(const KipxWTSregion *record, const KipxWTSFDs &feature) {
+    State out;
+    std::memcpy(&out, reinterpret_cast<const char *>(record) + feature.state_offset, sizeof out);
+    return out;
+}
+
+KipxWTSregion *region_of(const KipxSTnode *node) {
+    return static_cast<KipxWTSregion *>(node->data);
+}
+
+// What the detection took as the region's variation.
+double variation_of(const KipxWTSregion *record, bool bright, int32_t delta) {
+    const int32_t level = level_of(record, bright);
+    for (const KipxSTnode *node = record->node->parent; node; node = node->parent) {
+        const int32_t difference = std::abs(level_of(region_of(node), bright) - level);
+        if (difference < delta) continue;
+        return difference > delta ? 0
+                                  : double(__KipxMSERregionVariationAbs(record, region_of(node)));
+    }
+    return 0;
+}
+
+} // namespace
+
+int32_t level_of(const KipxWTSregion *record, bool bright) {
+    // Detection has put the levels of stable bright regions on the image's scale already.
+    return bright && !(record->kept & kept_flag) ? 255 - record->level : record->level;
+}
+
+kipx_site clipped(const Image &image, const RegionSettings &settings) {
+    const kipx_arr arr = image.arr();
+    kipx_site out = {};
+    kipx_arr_siteof(&arr, &out);
+    if (!settings.roi) return out;
+    const kipx_site &roi = *settings.roi;
+    if (!kipx_arr_adjorgetRoi(&arr, &out, &roi))
+        fail("--roi: ", roi.origin[2], ",", roi.origin[1], " lies outside the picture of ",
+             image.width(), "x", image.height());
+    return out;
+}
+
+Image mask_of(const Image &given, const std::string &name, const GreyLevels &levels) {
+    if (!given.data() && !levels.mask.data()) return {};
+    Image out({KIPX_U8, levels.image.width(), levels.image.height(), 1});
+    if (!given.data()) {
+        std::copy(levels.mask.data(), levels.mask.data() + out.pixels(), out.data());
+        return out;
+    }
+    if (given.width() != out.width() || given.height() != out.height())
+        fail("--mask: '", name, "' is ", given.width(), "x", given.height(), ", the picture ",
+             out.width(), "x", out.height());
+    with_type(given.type(), [&](auto sample) {
+        const auto *in = given.as<decltype(sample)>();
+        for (uint64_t i = 0; i < given.elements(); ++i)
+            if (double(in[i]) < 0 || double(in[i]) > 0) out.data()[i / given.channels()] = 255;
+    });
+    if (levels.mask.data())
+        for (uint64_t i = 0; i < out.pixels(); ++i) out.data()[i] &= levels.mask.data()[i];
+    return out;
+}
+
+Ellipse ellipse_of(const KipxWTSMF &moments) {
+    const double xx = kipx_mf_Mxx(&moments), yy = kipx_mf_Myy(&moments);
+    const double xy = kipx_mf_Mxy(&moments);
+    const double middle = (xx + yy) / 2, away = std::hypot((xx - yy) / 2, xy);
+    return {2 * std::sqrt(std::max(middle + away, 0.0)),
+            2 * std::sqrt(std::max(middle - away, 0.0)), kipx_mf_theta(&moments)};
+}
+
+Finder::Finder(const Image &levels, const Image *mask, const RegionSettings &settings)
+    : settings_(settings), levels_(levels), mask_(mask && mask->data() ? mask : nullptr),
+      site_(clipped(levels, settings)) {
+    KipxWTSMFinitFeatureDs(&features_[0], nullptr);
+    KipxWTSPFinitFeatureDs(&features_[1], nullptr);
+    // The fast store keeps the pixels itself.
+    KipxWTSLSCinit(&context_.levelset, features_, settings.fast ? 1 : 2, nullptr, nullptr);
+    context_.delta = settings.delta;
+    context_.min_area_fraction = settings.min_area_fraction;
+    context_.max_area_fraction = settings.max_area_fraction;
+    context_.max_variation = settings.max_variation;
+    context_.min_diversity = settings.min_diversity;
+    context_.min_area_pixels = settings.min_area_pixels;
+    context_.polarity = settings.dark && settings.bright ? 2 : settings.bright ? 1 : 0;
+    context_.connectivity = settings.eight ? 1 : 0;
+}
+
+Finder::~Finder() { KipxMSERrelease(&context_); }
+
+void Finder::check(int32_t answer) const {
+    if (answer == KIPX_EEMPTY) fail("the mask leaves no pixel to look at");
+    if (answer == KIPX_EINVAL)
+        fail("the library refuses ", site_.extent[2], "x", site_.extent[1],
+             " pixels; at most 65536 rows and columns and ", settings_.fast ? "2^27" : "2^28",
+             " pixels are flooded");
+    check_answer(answer, "stable regions");
+}
+
+void Finder::find() {
+    const kipx_arr src = levels_.arr();
+    const kipx_arr mask = mask_ ? mask_->arr() : kipx_arr{};
+    kipx_pos at = {};
+    std::copy(site_.origin, site_.origin + 4, at.at);
+    const auto form = settings_.fast ? KipxGenerateFMSERsEx : KipxGenerateMSERsEx;
+    check(form(environment_.get(), 0, &src, mask_ ? &mask : nullptr, &site_, &at, &context_));
+}
+
+void Finder::describe() {
+    const struct {
+        bool bright;
+        KipxSTB *builder;
+        KipxWTSregion **entries;
+        uint32_t count;
+    } groups[] = {{false, context_.dark_builder, context_.dark, context_.dark_count},
+                  {true, context_.bright_builder, context_.bright, context_.bright_count}};
+    for (const auto &group : groups) {
+        if (group.count == 0) continue;
+        check(KipxGatherMSERsFeatures(group.builder, group.entries, group.count));
+        for (uint32_t i = 0; i < group.count; ++i)
+            regions_.push_back(measure(group.entries[i], group.bright));
+    }
+    sort_and_nest();
+}
+
+Region Finder::measure(KipxWTSregion *record, bool bright) {
+    Region out = {};
+    out.record = record;
+    out.moments = state_of<KipxWTSMF>(record, features_[0]);
+    out.bright = bright;
+    out.level = record->level;
+    out.area = record->area;
+    out.variation = variation_of(record, bright, settings_.delta);
+    out.parent = -1;
+    out.box = Box{};
+    out.first = UINT64_MAX;
+    out.x = kipx_mf_mx(&out.moments) + site_.origin[2];
+    out.y = kipx_mf_my(&out.moments) + site_.origin[1];
+    std::vector<Place> places;
+    pixels(out, places);
+    for (const Place &place : places) {
+        out.box = {std::min(out.box.x0, place.x), std::min(out.box.y0, place.y),
+                   std::max(out.box.x1, place.x), std::max(out.box.y1, place.y)};
+        out.first = std::min(out.first, uint64_t(place.y) * levels_.width() + place.x);
+    }
+    return out;
+}
+
+void Finder::pixels(const Region &region, std::vector<Place> &out) const {
+    const auto area = uint32_t(region.area);
+    out.resize(area);
+    const uint32_t x0 = site_.origin[2], y0 = site_.origin[1];
+    if (!settings_.fast) {
+        const auto list = state_of<KipxWTSPF>(region.record, features_[1]);
+        if (list.count != area) fail("stable regions: a pixel list is not complete");
+        for (uint32_t i = 0; i < area; ++i)
+            out[i] = {list.entries[i].column + x0, list.entries[i].row + y0};
+        return;
+    }
+    KipxSTB *builder = region.bright ? context_.bright_builder : context_.dark_builder;
+    pairs_.resize(size_t(area) * 2);
+    kipx_fwtsr_fetch2D(KipxFWTSRESfrombuilder(builder), region.record, 0, area, pairs_.data());
+    for (uint32_t i = 0; i < area; ++i) out[i] = {pairs_[2 * i + 1] + x0, pairs_[2 * i] + y0};
+}
+
+const KipxST *Finder::tree(bool bright) const {
+    KipxSTB *builder = bright ? context_.bright_builder : context_.dark_builder;
+    return builder ? __KipxSTBtree(builder) : nullptr;
+}
+
+namespace {
+
+// The stable region around each region, by its place in the list, or -1.
+std::vector<int32_t> parents_of(const std::vector<Region> &regions) {
+    std::vector<std::pair<const KipxWTSregion *, int32_t>> places;
+    for (size_t i = 0; i < regions.size(); ++i) places.emplace_back(regions[i].record, int32_t(i));
+    std::sort(places.begin(), places.end());
+    std::vector<int32_t> out;
+    for (const Region &region : regions) {
+        const KipxSTnode *node = region.record->node->parent;
+        while (node && !(region_of(node)->kept & kept_flag)) node = node->parent;
+        out.push_back(-1);
+        if (!node) continue;
+        const std::pair<const KipxWTSregion *, int32_t> wanted(region_of(node), 0);
+        out.back() = std::lower_bound(places.begin(), places.end(), wanted)->second;
+    }
+    return out;
+}
+
+} // namespace
+
+// Sorted by their first pixels, the larger one first where two share it, regions come after those
+// around them. From there on each takes its place behind what its elder siblings hold.
+void Finder::sort_and_nest() {
+    std::sort(regions_.begin(), regions_.end(), [](const Region &a, const Region &b) {
+        if (a.bright != b.bright) return b.bright;
+        return a.first != b.first ? a.first < b.first : a.area > b.area;
+    });
+    const std::vector<int32_t> parents = parents_of(regions_);
+    const size_t count = regions_.size();
+    std::vector<int32_t> sizes(count, 1), places(count), next(count);
+    for (size_t i = count; i-- > 0;)
+        if (parents[i] >= 0) sizes[size_t(parents[i])] += sizes[i];
+    int32_t free = 0;
+    std::vector<Region> sorted(count);
+    for (size_t i = 0; i < count; ++i) {
+        int32_t &slot = parents[i] < 0 ? free : next[size_t(parents[i])];
+        places[i] = slot;
+        next[i] = slot + 1;
+        slot += sizes[i];
+        Region &region = sorted[size_t(places[i])] = regions_[i];
+        if (parents[i] < 0) continue;
+        region.parent = places[size_t(parents[i])];
+        Region &outer = sorted[size_t(region.parent)];
+        region.depth = outer.depth + 1;
+        ++outer.children;
+    }
+    regions_ = std::move(sorted);
+}

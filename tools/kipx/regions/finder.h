@@ -1,0 +1,91 @@
+// finder.h - the stable regions of a picture, by the library, with what its features say of them.
+//
+// Gives    Finder: floods grey levels, finds the stable regions, has their features gathered, and
+//          tells each region's measures and pixels; and the floods' trees.
+// Promises regions stand in the order of a reader: dark ones first, a region before those nested in
+//          it, siblings by their first pixel. Both floods give the same regions in that order with
+//          the same measures.
+// Costs    the library's trees; without the fast form 8 bytes a pixel and more for pixel lists.
+// Owner    the Finder owns the environment, the trees and the list. Places are on the picture's
+//          axes, whatever the region of interest.
+#pragma once
+
+#include "command.h"
+#include "regions/settings.h"
+
+#include <kipx/mser.h>
+#include <kipx/watershed.h>
+
+#include <vector>
+
+struct Place {
+    uint32_t x, y;
+};
+
+struct Box {
+    uint32_t x0 = UINT32_MAX, y0 = UINT32_MAX, x1 = 0, y1 = 0; // both ends inside
+};
+
+struct Region {
+    const KipxWTSregion *record;
+    KipxWTSMF moments; // on the axes of the region of interest
+    bool bright;
+    int32_t level; // of the grey levels flooded
+    int32_t area;
+    double variation; // as the detection saw it
+    int32_t parent;   // the smallest stable region of its polarity around it, or -1
+    uint32_t children = 0, depth = 0;
+    Box box;
+    uint64_t first; // its first pixel in raster order
+    double x, y;    // mean
+};
+
+// Half axes of the ellipse with the region's second moments, longer first, and the angle of the
+// longer from the x axis to the y axis, radians.
+struct Ellipse {
+    double along, across, angle;
+};
+Ellipse ellipse_of(const KipxWTSMF &moments);
+
+class Finder {
+public:
+    // mask: u8 of the levels' size, or null. Both must outlive the Finder.
+    Finder(const Image &levels, const Image *mask, const RegionSettings &settings);
+    ~Finder();
+    Finder(const Finder &) = delete;
+    Finder &operator=(const Finder &) = delete;
+
+    // Floods and detects; describe() then fills regions().
+    void find();
+    void describe();
+    const std::vector<Region> &regions() const { return regions_; }
+    // The pixels of a region into out, in no particular order.
+    void pixels(const Region &region, std::vector<Place> &out) const;
+    // The flood's tree, whose bright levels are 255 - value but for stable regions; or null.
+    const KipxST *tree(bool bright) const;
+    // Pixels looked at, the mask aside.
+    uint64_t extent() const { return uint64_t(site_.extent[1]) * site_.extent[2]; }
+
+private:
+    Region measure(KipxWTSregion *record, bool bright);
+    void sort_and_nest();
+    void check(int32_t answer) const;
+
+    Environment environment_;
+    RegionSettings settings_;
+    const Image &levels_;
+    const Image *mask_;
+    kipx_site site_ = {};
+    KipxWTSFDs features_[2] = {};
+    KipxMSERContext context_ = {};
+    std::vector<Region> regions_;
+    mutable std::vector<uint32_t> pairs_;
+};
+
+// The part of an image that a region of interest covers; a Failure when it covers none.
+kipx_site clipped(const Image &image, const RegionSettings &settings);
+// A mask for the levels: 255 where given, when it holds anything, has a channel that is not 0 and
+// the levels have a value; empty when nothing is masked. name: where given came from.
+Image mask_of(const Image &given, const std::string &name, const GreyLevels &levels);
+// A level of the flooded image as a node of a tree has it, back on the image's scale.
+int32_t level_of(const KipxWTSregion *record, bool bright);

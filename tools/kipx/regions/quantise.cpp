@@ -1,0 +1,180 @@
+// quantise.cpp - see quantise.h. Values pass through binary64, which holds every element exactly.
+#include "regions/quantise.h"
+
+#include "failure.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace {
+
+struct Count {
+    double value;
+    uint64_t pixels;
+};
+
+// One value a pixel.
+template<class T> std::vector<T> grey_values(const Image &image) {
+    const uint32_t channels = image.channels();
+    const T *in = image.as<T>();
+    std::vector<T> out(size_t(image.pixels()));
+    for (T &value : out) {
+        if (channels < 3) {
+            value = in[0];
+        } else if constexpr (std::is_integral_v<T>) {
+            const int64_t sum = 299 * int64_t(in[0]) + 587 * int64_t(in[1]) + 114 * int64_t(in[2]);
+            value = T((sum + 500 - (sum < -500 ? 999 : 0)) / 1000);
+        } else {
+            value = T(0.299 * double(in[0]) + 0.587 * double(in[1]) + 0.114 * double(in[2]));
+        }
+        in += channels;
+    }
+    return out;
+}
+
+// The different values in ascending order, NaN left out.
+template<class T> std::vector<Count> census(const std::vector<T> &values) {
+    std::vector<Count> out;
+    if constexpr (std::is_integral_v<T> && sizeof(T) <= 2) {
+        std::vector<uint64_t> table(size_t(1) << (8 * sizeof(T)));
+        const int least = std::numeric_limits<T>::min();
+        for (const T value : values) ++table[size_t(value - least)];
+        for (size_t i = 0; i < table.size(); ++i)
+            if (table[i]) out.push_back({double(int64_t(i) + least), table[i]});
+        return out;
+    } else {
+        std::vector<T> sorted(values);
+        sorted.erase(std::remove_if(sorted.begin(), sorted.end(), [](T v) { return v != v; }),
+                     sorted.end());
+        std::sort(sorted.begin(), sorted.end());
+        for (const T value : sorted) {
+            if (out.empty() || out.back().value != double(value)) out.push_back({double(value), 0});
+            ++out.back().pixels;
+        }
+        return out;
+    }
+}
+
+using Plan = std::vector<uint8_t>; // the level of every count
+
+// Ascending values, so that different levels lie in runs.
+uint64_t levels_used(const Plan &plan) {
+    uint64_t used = 1;
+    for (size_t i = 1; i < plan.size(); ++i) used += plan[i] != plan[i - 1];
+    return used;
+}
+
+Plan linear_plan(const std::vector<Count> &counts) {
+    const double least = counts.front().value, range = counts.back().value / 2 - least / 2;
+    Plan plan(counts.size());
+    if (!(range > 0) || !std::isfinite(range)) return plan;
+    for (size_t i = 0; i < counts.size(); ++i) {
+        const double place = (counts[i].value / 2 - least / 2) / range;
+        plan[i] = uint8_t(std::lround(std::clamp(place, 0.0, 1.0) * 255));
+    }
+    return plan;
+}
+
+// A level is left behind when it has its share of the pixels that were still to come, or when each
+// of the values that are left needs a level of its own.
+Plan equal_plan(const std::vector<Count> &counts) {
+    Plan plan(counts.size());
+    uint64_t left = 0, have = 0;
+    for (const Count &count : counts) left += count.pixels;
+    uint32_t level = 0;
+    const size_t last = std::min<size_t>(counts.size(), 256) - 1;
+    for (size_t i = 0; i < counts.size(); ++i) {
+        plan[i] = uint8_t(level);
+        have += counts[i].pixels;
+        if (level < last &&
+            (have * (last + 1 - level) >= left || counts.size() - 1 - i <= last - level)) {
+            left -= have;
+            have = 0;
+            ++level;
+        }
+    }
+    return plan;
+}
+
+Plan exact_plan(const std::vector<Count> &counts, double base) {
+    Plan plan(counts.size());
+    for (size_t i = 0; i < counts.size(); ++i) plan[i] = uint8_t(counts[i].value - base);
+    return plan;
+}
+
+std::string number(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.10g", value);
+    return text;
+}
+
+Plan choose(const std::vector<Count> &counts, uint32_t type, Levels levels, GreyLevels &out) {
+    const double least = counts.front().value, greatest = counts.back().value;
+    const std::string range = " from " + number(least) + " to " + number(greatest);
+    if (is_integer(type) && greatest - least < 256 && levels != Levels::equal) {
+        // Values that a byte holds stay what they are.
+        const double base = least >= 0 && greatest < 256 ? 0 : least;
+        out.way = base == 0 ? "values as they are" : "values less " + number(base);
+        return exact_plan(counts, base);
+    }
+    out.exact = false;
+    const uint64_t best = std::min<uint64_t>(counts.size(), 256);
+    Plan plan = linear_plan(counts);
+    const uint64_t used = levels_used(plan);
+    const bool good = used == best || (counts.size() > 256 && used >= 192);
+    out.way = "linear" + range;
+    if (levels == Levels::linear || (levels == Levels::automatic && good)) return plan;
+    out.way = (counts.size() <= 256 ? "one level a value" : "equal shares of pixels") + range;
+    return equal_plan(counts);
+}
+
+template<class T> GreyLevels levels_of(const Image &image, Levels levels, const std::string &name) {
+    const std::vector<T> values = grey_values<T>(image);
+    const std::vector<Count> counts = census(values);
+    if (counts.empty()) fail(name, ": every pixel is NaN");
+    GreyLevels out;
+    out.image = Image({KIPX_U8, image.width(), image.height(), 1});
+    out.values = counts.size();
+    const Plan plan = choose(counts, image.type(), levels, out);
+    out.used = levels_used(plan);
+    for (size_t i = counts.size(); i-- > 0;) out.least[plan[i]] = counts[i].value;
+    for (size_t i = 0; i < counts.size(); ++i) out.greatest[plan[i]] = counts[i].value;
+    uint8_t *levels_out = out.image.data();
+    if constexpr (std::is_integral_v<T> && sizeof(T) <= 2) {
+        std::vector<uint8_t> table(size_t(1) << (8 * sizeof(T)));
+        const int base = std::numeric_limits<T>::min();
+        for (size_t i = 0; i < counts.size(); ++i)
+            table[size_t(int(counts[i].value) - base)] = plan[i];
+        for (const T value : values) *levels_out++ = table[size_t(value - base)];
+        return out;
+    } else {
+        bool has_nan = false;
+        const auto below = [](const Count &count, double value) { return count.value < value; };
+        for (const T value : values) {
+            const auto at = std::lower_bound(counts.begin(), counts.end(), double(value), below);
+            has_nan |= value != value;
+            *levels_out++ = value != value ? 0 : plan[size_t(at - counts.begin())];
+        }
+        if (!has_nan) return out;
+        out.mask = Image({KIPX_U8, image.width(), image.height(), 1});
+        std::transform(values.begin(), values.end(), out.mask.data(),
+                       [](T value) { return value != value ? 0 : 255; });
+        return out;
+    }
+}
+
+} // namespace
+
+GreyLevels grey_levels(const Image &image, Levels levels, const std::string &name) {
+    GreyLevels out = with_type(image.type(), [&](auto sample) {
+        return levels_of<decltype(sample)>(image, levels, name);
+    });
+    const std::string kind =
+        std::string(name_of(image.type())) + (image.channels() < 3 ? "" : " luma");
+    out.way = kind + ", " + out.way;
+    if (out.lost() > 0)
+        out.way += ": " + std::to_string(out.lost()) + " of " + std::to_string(out.values) +
+                   " values fell together with another";
+    return out;
+}
