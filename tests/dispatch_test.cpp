@@ -255,8 +255,9 @@ TEST(Flags, ProbeAndPrepareTouchNoPixel) {
                         // Not mapped: an access would be the end.
                         arrays[i].base = reinterpret_cast<void *>(uintptr_t{4096} + i * 64);
                     }
+                    KipxXE xe{}; // never opened: nothing is taken either
                     const auto call = [&](uint64_t flags) {
-                        return f.function(nullptr, flags, arrays, arrays + 1, arrays + 2, nullptr,
+                        return f.function(&xe, flags, arrays, arrays + 1, arrays + 2, nullptr,
                                           nullptr, nullptr, 0, 0);
                     };
                     const uint64_t probe = KIPX_FLAG_PROBE, prepare = KIPX_FLAG_PREPARE;
@@ -264,6 +265,7 @@ TEST(Flags, ProbeAndPrepareTouchNoPixel) {
                     ASSERT_EQ(call(probe), s ? s : KIPX_EAGAIN) << f.name << " " << d << " " << a;
                     ASSERT_EQ(call(probe | prepare), s ? s : KIPX_EAGAIN);
                     ASSERT_EQ(call(prepare), s) << f.name << " " << d << " " << a << " " << b;
+                    ASSERT_EQ(xe.stack, nullptr);
                 }
 }
 

@@ -201,17 +201,17 @@ TEST(SharedBytes, HalvesOfOneImageAndWorkInPlace) {
 
 // The last element of a region may end at the last byte that 32 bits reach, and no further; nothing
 // there is touched, since the call is only prepared.
-TEST(Offsets, ReachTheLastByteOf32Bits) {
+TEST(Offsets, OfTheLastElementKeepTo32Bits) {
     struct {
         uint32_t height, row, offset, type;
         bool fits;
     } const cases[] = {
-        {2, 0xffffff00, 0xf0, KIPX_U8, true},       {2, 0xffffff00, 0xff, KIPX_U8, true},
-        {2, 0xffffff00, 0x100, KIPX_U8, false},     {2, 0xffffff00, 0xfe, KIPX_S16, true},
-        {2, 0xffffff00, 0xff, KIPX_S16, false},     {65538, 65535, 0, KIPX_U8, true},
-        {65538, 65535, 1, KIPX_U8, false},          {3, 0x80000000, 0, KIPX_U8, false},
-        {0x7fffffff, 2, 3, KIPX_U8, true},          {0x7fffffff, 3, 0, KIPX_U8, false},
-        {0x7fffffff, 0xffffffff, 0, KIPX_U8, false}};
+        {2, 0xffffff00, 0xf0, KIPX_U8, true},   {2, 0xffffff00, 0xff, KIPX_U8, true},
+        {2, 0xffffff00, 0x100, KIPX_U8, false}, {2, 0xffffff00, 0xfe, KIPX_S16, true},
+        {2, 0xffffff00, 0xff, KIPX_S16, true},  {2, 0xffffff00, 0x100, KIPX_S16, false},
+        {65538, 65535, 0, KIPX_U8, true},       {65538, 65535, 1, KIPX_U8, false},
+        {3, 0x80000000, 0, KIPX_U8, false},     {0x7fffffff, 2, 3, KIPX_U8, true},
+        {0x7fffffff, 3, 0, KIPX_U8, false},     {0x7fffffff, 0xffffffff, 0, KIPX_U8, false}};
     for (const auto &c : cases)
         for (int which : {0, 1, 2}) {
             kipx_arr arrays[3] = {};

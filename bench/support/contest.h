@@ -1,8 +1,7 @@
 // support/contest.h - one operation at one size, and who competes in it.
 //
 // Gives    benchmarks named family/operation/size/contestant, where the contestant is plain,
-// vector,
-//          peer:<name> or limit:<loop>, each counting pixels per second. run.py runs the
+//          vector, peer:<name> or limit:<loop>, each counting pixels per second. run.py runs the
 //          contestants of one contest interleaved, table.py prints the ratios.
 // Promises nothing is allocated before a contestant runs, if the calls take their images from
 //          images.h. A call that fails is reported as an error, not timed.

@@ -109,7 +109,8 @@ KIPX_API void kipx_arr_siteof(const kipx_arr *arr, kipx_site *site);
 KIPX_API void kipx_arr__siteof(const uint32_t *volume, uint32_t n, uint32_t *origin,
                                uint32_t *extent);
 /* The whole array, and with a position that part of it from there on, intersected over the first
- * min(n, 3) slots. origin and extent have four entries; the channel entry stays the code. */
+ * min(n, 3) slots, extents at least 0. origin and extent have four entries; the channel entry
+ * stays the code. */
 KIPX_API void kipx_arr__siteofAt(const kipx_arr *arr, uint32_t n, uint32_t *origin,
                                  uint32_t *extent, const kipx_pos *at);
 /* The whole array with the channel code decoded, intersected with roi over all four slots when roi is

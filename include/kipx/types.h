@@ -46,6 +46,9 @@ enum {
 /* Number of axes in the low 4 bits; number of unused leading slots in bits 4-7. */
 typedef uint32_t kipx_dims;
 
+/* Extents: planes, height, width, channel code, right-aligned; functions take pointers to entries. */
+typedef uint32_t kipx_volume[4];
+
 /* Array descriptor. The caller owns the record and the pixels. The element at position p lies at
  * base + offset + sum of p[i] * strides[i]; the byte offset of the last element must stay below
  * 2^32. Elements may be misaligned. The last volume entry is a channel code c, meaning

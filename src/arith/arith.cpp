@@ -1,8 +1,7 @@
 // arith/arith.cpp - binary arithmetic from the public functions down to the named kernels.
 //
 // Gives    everything that kipx/arith.h declares per operation and per type triple, made from the
-// two
-//          lists; the work itself is typed_binary.cpp's and the row loops'.
+//          two lists; the work itself is typed_binary.cpp's and the row loops'.
 #include <kipx/arith.h>
 #include <kipx/array.h>
 

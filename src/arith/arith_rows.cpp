@@ -2,8 +2,7 @@
 //
 // Gives    arith_rows, one loop per (operation, type triple), in the order of ArithKernel.
 // Promises each set gives the same bits. A NaN result is always the quiet NaN 0x7fc00000, since
-// which
-//          of two NaN operands survives an operation differs between processors.
+//          which of two NaN operands survives an operation differs between processors.
 // Costs    one pass; the loop is chosen by the scale's mode before it starts.
 #include "arith/arith_rows.h"
 #include "arith/arith_avx512.h"

@@ -1,8 +1,7 @@
 // arith/arith_rows.h - what the row loops of the binary arithmetic take, and their tables.
 //
 // Gives    the index of every (operation, type triple), the scale exponent made ready, and one
-// table
-//          of row loops per instruction set, in the order of the index.
+//          table of row loops per instruction set, in the order of the index.
 #pragma once
 
 #include <cstddef>

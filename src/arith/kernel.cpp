@@ -43,6 +43,8 @@ bool same_storage(kipx_dims n, const KernelOperand &a, const KernelOperand &b) {
 
 int32_t run_kernel_of(uint32_t kernel, uint64_t flags, kipx_dims n, const uint32_t *extent,
                       const Stream &dst, const Stream &a, const Stream &b, int32_t exponent) {
+    if (flags & (KIPX_FLAG_PROBE | KIPX_FLAG_PREPARE))
+        return flags & KIPX_FLAG_PROBE ? KIPX_EAGAIN : 0;
     const ArithScale scale = make_scale(exponent);
     RowTask task;
     task.rows = height_of(axes_of(n), extent);

@@ -124,7 +124,7 @@ int32_t run_with_scratch(Plan &plan, const TypedCall &c) {
         std::max<uint64_t>(kipx_level2_cache_size() / 8 / std::max<uint64_t>(traffic, 1), 1);
     plan.block_rows = static_cast<uint32_t>(std::min<uint64_t>(rows, plan.height));
     plan.buffer = static_cast<char *>(KipxXEalloca(c.xe, row_bytes * plan.block_rows, 8));
-    if (!plan.buffer) return c.xe ? KIPX_ENOMEM : KIPX_EINVAL;
+    if (!plan.buffer) return KIPX_ENOMEM;
     int32_t code = run(plan, c);
     KipxXEfreea(c.xe, plan.buffer);
     return code;
@@ -138,7 +138,8 @@ bool types_valid(const TypedCall &c) {
 
 int32_t typed_binary(ArithOp op, uint32_t dst_type_bits, TypedCall &c) {
     uint32_t axes = axes_of(c.n);
-    if (!types_valid(c) || axes < 2 || axes > 3) return KIPX_EINVAL;
+    if (!types_valid(c) || axes < 2 || axes > 4) return KIPX_EINVAL;
+    if (axes == 4) return KIPX_ENOTSUP;
     c.dst.type |= dst_type_bits;
     const OpEntry *entry = &op_entries[static_cast<uint32_t>(op)];
     if (wants_exchange(c.src1, c.src2)) {
@@ -157,11 +158,11 @@ int32_t typed_binary(ArithOp op, uint32_t dst_type_bits, TypedCall &c) {
         plan.convert = convert_row_for(c.dst.type, middle, active_set(c.flags));
         if (!plan.convert) return KIPX_ENOTSUP;
     }
+    uint32_t channels = channel_entry & 15;
+    if (channels == 0 || (plan.convert && !c.xe)) return KIPX_EINVAL;
     if (c.flags & KIPX_FLAG_PROBE) return KIPX_EAGAIN;
     if (c.flags & KIPX_FLAG_PREPARE) return 0;
 
-    uint32_t channels = channel_entry & 15;
-    if (channels == 0) return KIPX_EINVAL;
     plan.middle_size = element_size(middle), plan.dst_size = size_of(c.dst);
     plan.height = height_of(axes, c.extent);
     plan.width = width_of(axes, c.extent);

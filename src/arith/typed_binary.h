@@ -3,9 +3,9 @@
 // Gives    typed_binary(): types checked, sources ordered, kernel and conversion found, channels
 //          folded, scratch taken, rows worked, scratch given back.
 // Promises validity of the three type codes comes first, then the order of the sources (exchanged
-// at
-//          most once, the operation with them), then narrowing, then the look-ups, then the flags.
-//          Nothing is written before the last of these and the one allocation have succeeded.
+//          at most once, the operation with them), then narrowing, then the look-ups, then the
+//          flags. Nothing is written before the last of these and the one allocation have
+//          succeeded.
 #pragma once
 
 #include <kipx/env.h>

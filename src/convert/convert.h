@@ -2,7 +2,7 @@
 //
 // Gives    convert_row_for(): the row loop for a pair of types, to be walked by core/walk.h.
 // Promises to nearest with ties to even, saturated; NaN to the smallest value, 0 for unsigned
-// types.
+//          types.
 #pragma once
 
 #include "core/simd.h"

@@ -55,12 +55,12 @@ struct Spans {
     Span dst, src1, src2;
 };
 
-bool memory_fits(const BinaryCall &c, const kipx_arr &src1, const Regions &r, Spans &s) {
-    if (!span_of(*c.dst, r.dst, s.dst) || !span_of(src1, r.src1, s.src1) ||
-        !span_of(*c.src2, r.src2, s.src2))
-        return false;
-    if (!element_valid(c.dst->type) || !element_valid(src1.type) || !element_valid(c.src2->type))
-        return true; // the typed level has the word
+bool spans_fit(const BinaryCall &c, const kipx_arr &src1, const Regions &r, Spans &s) {
+    return span_of(*c.dst, r.dst, s.dst) && span_of(src1, r.src1, s.src1) &&
+           span_of(*c.src2, r.src2, s.src2);
+}
+
+bool bytes_apart(const BinaryCall &c, const kipx_arr &src1, const Regions &r, const Spans &s) {
     return (nests_plainly(*c.dst, r.dst) || !shares_own_bytes(footprint(*c.dst, r.dst))) &&
            source_apart(*c.dst, r.dst, s.dst, src1, r.src1, s.src1) &&
            source_apart(*c.dst, r.dst, s.dst, *c.src2, r.src2, s.src2);
@@ -80,15 +80,21 @@ int32_t binary_handler(uint32_t code, const BinaryEntry *table, uint32_t entries
     if (!negotiate(c, src1, r)) return KIPX_EEMPTY;
     if (c.dst->naxes == 4) return KIPX_ENOTSUP;
     Spans s;
-    if (!memory_fits(c, src1, r, s)) return KIPX_EINVAL;
+    if (!spans_fit(c, src1, r, s)) return KIPX_EINVAL;
 
     // Origins have moved into the addresses; what they were is no longer needed.
     constexpr kipx_dims dims = 3 | 1 << 4 | 1 << 10;
-    return entry->routine(c.xe, c.flags, dims, r.dst.extent + 1, c.dst->type,
-                          reinterpret_cast<void *>(s.dst.first), nullptr, c.dst->strides + 1,
-                          src1.type, reinterpret_cast<void *>(s.src1.first), nullptr,
-                          src1.strides + 1, c.src2->type, reinterpret_cast<void *>(s.src2.first),
-                          nullptr, c.src2->strides + 1, c.scale, c.aux);
+    auto route = [&](uint64_t flags) {
+        return entry->routine(
+            c.xe, flags, dims, r.dst.extent + 1, c.dst->type, reinterpret_cast<void *>(s.dst.first),
+            nullptr, c.dst->strides + 1, src1.type, reinterpret_cast<void *>(s.src1.first), nullptr,
+            src1.strides + 1, c.src2->type, reinterpret_cast<void *>(s.src2.first), nullptr,
+            c.src2->strides + 1, c.scale, c.aux);
+    };
+    if (bytes_apart(c, src1, r, s)) return route(c.flags);
+    // Sizes that no kernel works with say nothing about shared bytes: the types have the first word.
+    int32_t types = route((c.flags | KIPX_FLAG_PREPARE) & ~KIPX_FLAG_PROBE);
+    return types ? types : KIPX_EINVAL;
 }
 
 } // namespace kipx

@@ -1,8 +1,7 @@
 // core/binary.h - the generic handler for operations of two arrays.
 //
 // Gives    binary_handler(): from descriptors to the array-level call, for any family whose
-// routines
-//          have this argument shape. It knows no operation: the family hands in its table.
+//          routines have this argument shape. It knows no operation: the family hands in its table.
 // Promises checks come in this order, and the first that fails gives the code: operation code,
 //          destination, sources, region with the second source, region with the first, axes, byte
 //          offsets and shared bytes. Types are left to the typed level. No pixel is touched here.

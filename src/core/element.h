@@ -1,8 +1,7 @@
 // core/element.h - element type codes, channel codes and dims words, for inlining.
 //
 // Gives    sizes, validity and the table of C++ types behind the codes; the decoding of channel
-// codes
-//          and dims words.
+//          codes and dims words.
 #pragma once
 
 #include <cstdint>

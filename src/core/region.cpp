@@ -41,9 +41,12 @@ void kipx_arr__siteof(const uint32_t *volume, uint32_t n, uint32_t *origin, uint
 void kipx_arr__siteofAt(const kipx_arr *arr, uint32_t n, uint32_t *origin, uint32_t *extent,
                         const kipx_pos *at) {
     if (!arr || !origin || !extent) return;
+    int32_t slots = static_cast<int32_t>(std::min(n, 3u));
     kipx_arr__siteof(arr->volume, 4, origin, extent);
-    if (at)
-        kipx__intersecI(static_cast<int32_t>(std::min(n, 3u)), origin, extent, at->at, arr->volume);
+    if (!at) return;
+    kipx__intersecI(slots, origin, extent, at->at, arr->volume);
+    for (int32_t i = 0; i < slots; ++i)
+        extent[i] = static_cast<uint32_t>(std::max<int64_t>(signed_of(extent[i]), 0));
 }
 
 intptr_t kipx_arr_adjorgetRoi(const kipx_arr *arr, kipx_site *site, const kipx_site *roi) {

@@ -5,9 +5,8 @@
 //          are packed into and spread out of small buffers on the stack.
 // Promises only elements of the region are read or written. A destination may be one of the sources
 //          (same place, strides and element size): a run is read before it is written.
-// Costs    a call per run. Once the operands exceed what the last-level cache keeps, destinations
-// are
-//          written past the cache, through a buffer that stays in the first level.
+// Costs    a call per run. Once the operands exceed what the last-level cache keeps, row loops are
+//          told that they may write past the cache.
 #pragma once
 
 #include <cstddef>

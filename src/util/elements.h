@@ -1,8 +1,7 @@
 // util/elements.h - an array of raw elements, as the sorts see it.
 //
 // Gives    Elements<N>: comparing, exchanging and rotating elements by index, for elements of N
-// bytes,
-//          or for N = 0 of any number of bytes.
+//          bytes, or for N = 0 of any number of bytes.
 // Promises elements need no alignment; the comparator sees addresses inside the array only; nothing
 //          is allocated.
 // Costs    an exchange of 4 or 8 bytes is two loads and two stores.

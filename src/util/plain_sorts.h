@@ -4,9 +4,9 @@
 // Promises every loop is bounded by indices, so that no comparator, however inconsistent, leads out
 //          of the range.
 // Costs    heap sort: about n log2 n comparisons, at most half as many again, since it goes down
-// along
-//          the larger children without asking for the sinking element and then climbs back to that
-//          one's place. Insertion sort: n - 1 comparisons when sorted. Both others: up to n^2 / 2.
+//          along the larger children without asking for the sinking element and then climbs back to
+//          that one's place. Insertion sort: n - 1 comparisons when sorted. Both others: up to n^2
+//          / 2.
 #ifndef KIPX_UTIL_PLAIN_SORTS_H
 #define KIPX_UTIL_PLAIN_SORTS_H
 

@@ -3,8 +3,7 @@
 // Promises indices never leave the array, whatever the comparator answers; at most log2 n + 2
 //          comparisons. The first element is asked first, so keys before the array cost one.
 // Costs    the choice of the half is no branch; both places that may be asked next are fetched
-// while
-//          the comparator runs.
+//          while the comparator runs.
 #include <cstdint>
 #include <kipx/sort.h>
 

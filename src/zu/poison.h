@@ -1,11 +1,10 @@
 // zu/poison.h - how the storage makes misuse of its memory visible.
 //
-// Gives    taken and lost, called with every stretch of memory that changes
-//          hands, and misuse, called for a double free or a pointer that is not ours.
+// Gives    taken and lost, called with every stretch of memory that changes hands, and misuse,
+//          called for a double free or a pointer that is not ours.
 // Promises in debug builds (NDEBUG undefined) fresh, given-back and rewound memory carries a
-// pattern
-//          of its own, and misuse aborts; release builds do nothing. Under the address sanitizer
-//          only the bytes of live blocks may be touched by the program.
+//          pattern of its own, and misuse aborts; release builds do nothing. Under the address
+//          sanitizer only the bytes of live blocks may be touched by the program.
 // Costs    nothing in a release build without the sanitizer.
 #ifndef ZU_POISON_H
 #define ZU_POISON_H

@@ -1,13 +1,11 @@
 // support/arith_model.h - the binary arithmetic by exact numbers, one element at a time.
 //
 // Gives    the operations and their type triples as tables made from the library's own lists; what
-// a
-//          kernel or a public function must write for two elements; the road a triple of types
+//          a kernel or a public function must write for two elements; the road a triple of types
 //          takes through exchange and narrowing; the comparison of a whole array with all this.
 // Promises integer results are formed in 128 bits and rounded by looking at remainders, products
-// and
-//          quotients of binary32 in a wider format whose second rounding is known to be harmless.
-//          Nothing here shares a line with the row loops.
+//          and quotients of binary32 in a wider format whose second rounding is known to be
+//          harmless. Nothing here shares a line with the row loops.
 #ifndef KIPX_TESTS_SUPPORT_ARITH_MODEL_H
 #define KIPX_TESTS_SUPPORT_ARITH_MODEL_H
 

@@ -7,6 +7,29 @@
 
 namespace kipx::test {
 
+RandomImage random_image(Rng &rng, bool masked) {
+    RandomImage r;
+    ModelImage &m = r.model;
+    m.height = static_cast<uint32_t>(rng.between(1, rng.one_in(4) ? 3 : 14));
+    m.width = static_cast<uint32_t>(rng.between(1, rng.one_in(4) ? 3 : 14));
+    m.eight = rng.one_in(2);
+    int levels = static_cast<int>(rng.between(1, rng.one_in(2) ? 4 : 256));
+    int smooth = static_cast<int>(rng.below(3));
+    for (uint32_t i = 0; i < m.height * m.width; ++i) {
+        int v = static_cast<int>(rng.below(static_cast<uint64_t>(levels)));
+        if (smooth && i > 0) v = (v + smooth * m.level.back()) / (smooth + 1);
+        m.level.push_back(v);
+    }
+    if (masked) {
+        uint64_t holes = static_cast<uint64_t>(rng.between(1, 8));
+        for (uint32_t i = 0; i < m.height * m.width; ++i)
+            m.mask.push_back(rng.one_in(holes) ? 0 : static_cast<uint8_t>(rng.between(1, 255)));
+    }
+    r.seed_row = static_cast<uint32_t>(rng.below(m.height));
+    r.seed_column = static_cast<uint32_t>(rng.below(m.width));
+    return r;
+}
+
 std::string form_name(Form form) {
     return form == Form::standard ? "standard" : form == Form::general ? "general" : "fast";
 }

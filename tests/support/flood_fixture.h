@@ -1,8 +1,7 @@
 // support/flood_fixture.h - floods of model images, in each of their forms, read back as regions.
 //
 // Gives    the image of a model as a guarded array, and a flood whose result is a list of regions
-// to
-//          compare with the model's.
+//          to compare with the model's.
 // Owner    a FloodOf owns its builder, which lives on the environment's stack; the environment must
 //          outlive it.
 #ifndef KIPX_TESTS_SUPPORT_FLOOD_FIXTURE_H
@@ -16,8 +15,16 @@
 
 #include "support/guarded.h"
 #include "support/region_model.h"
+#include "support/rng.h"
 
 namespace kipx::test {
+
+// A small image of any shape, from nearly flat to noise, with a seed, some with a mask.
+struct RandomImage {
+    ModelImage model;
+    uint32_t seed_row = 0, seed_column = 0;
+};
+RandomImage random_image(Rng &rng, bool masked);
 
 // Which flood, and through which of the builder's chains.
 enum class Form { standard, general, fast };

@@ -3,7 +3,7 @@
 // Gives    the regions of a small image straight from their definition, level by level with a fill
 //          for every component, to compare floods with.
 // Costs    levels * pixels, and regions squared for the nesting; made for images of some hundred
-// pixels.
+//          pixels.
 #ifndef KIPX_TESTS_SUPPORT_REGION_MODEL_H
 #define KIPX_TESTS_SUPPORT_REGION_MODEL_H
 
