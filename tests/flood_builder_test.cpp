@@ -1,0 +1,184 @@
+// What the standard flood tells a builder, and what it does when the builder fails.
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <kipx/watershed.h>
+
+#include "support/environment.h"
+#include "support/flood_fixture.h"
+#include "support/region_model.h"
+#include "support/rng.h"
+
+namespace {
+
+using namespace kipx::test;
+
+// A builder that notes what a flood tells it. Its regions remember every pixel; the first chain's
+// configure replaces it by the second.
+struct Listener {
+    struct Region {
+        KipxWTSregion header;
+        KipxSTnode node;
+        std::vector<uint32_t> pixels; // those of absorbed regions included
+        size_t inside = 0;            // regions merged into it
+    };
+    KipxSTB builder{};
+    std::vector<std::unique_ptr<Region>> regions;
+    size_t region_limit = SIZE_MAX, updates = 0, largest = 0, smallest = SIZE_MAX;
+    size_t configured = 0, finished = 0, disposed = 0;
+    uint32_t entries = 0, width = 0;
+
+    static Listener *of(KipxSTB *builder) { return reinterpret_cast<Listener *>(builder); }
+    Listener() { KipxSTBinit(&builder, first_chain(), 0, nullptr, nullptr, nullptr); }
+    ~Listener() { KipxSTBfini(&builder, 0); }
+
+    static int32_t configure(KipxSTB *b, KipxWTSLSC *levelset, uint64_t, const void *) {
+        of(b)->configured++;
+        of(b)->width = levelset->volume[2];
+        b->interface_chain = second_chain();
+        return 0;
+    }
+    static int32_t finish(KipxSTB *b, KipxWTSLSC *, KipxST **output, uint32_t entries) {
+        of(b)->finished++;
+        of(b)->entries = entries;
+        *output = b->tree;
+        return 0;
+    }
+    static KipxWTSregion *newregion(void *a, KipxSTB *b, KipxWTSLSC *, void *c) {
+        EXPECT_EQ(a, nullptr);
+        EXPECT_EQ(c, nullptr);
+        if (of(b)->regions.size() >= of(b)->region_limit) return nullptr;
+        of(b)->regions.push_back(std::make_unique<Region>());
+        Region &r = *of(b)->regions.back();
+        KipxDGTnodeData(&r.node, &r.header);
+        return &r.header;
+    }
+    static void dispose(KipxSTB *b, KipxWTSLSC *, KipxWTSregion *) { of(b)->disposed++; }
+    static void update2D(KipxSTB *b, KipxWTSLSC *, KipxWTSregion *region, const uint32_t *pairs,
+                         uint32_t count) {
+        auto *r = reinterpret_cast<Region *>(region);
+        for (uint32_t i = 0; i < count; ++i)
+            r->pixels.push_back(pairs[2 * i] * of(b)->width + pairs[2 * i + 1]);
+        r->header.area += static_cast<int32_t>(count);
+        of(b)->updates++;
+        of(b)->largest = std::max<size_t>(of(b)->largest, count);
+        of(b)->smallest = std::min<size_t>(of(b)->smallest, count);
+    }
+    static void merge(KipxSTB *b, KipxWTSLSC *, KipxWTSregion *parent, KipxWTSregion *child) {
+        auto *p = reinterpret_cast<Region *>(parent), *c = reinterpret_cast<Region *>(child);
+        EXPECT_GT(parent->level, child->level);
+        p->pixels.insert(p->pixels.end(), c->pixels.begin(), c->pixels.end());
+        parent->area += child->area;
+        p->inside += c->inside + 1;
+        KipxAGTaddchild(&p->node, &c->node);
+        __KipxSTBrootnode(b, &p->node);
+    }
+    struct Chain {
+        KipxWTSIF wtsl;
+        KipxIFrecord end;
+    };
+    static const Chain *first_chain() {
+        static const Chain chain = {{KIPX_TAG_WTSL, sizeof(KipxWTSIF), nullptr, configure, nullptr,
+                                     newregion, nullptr, dispose, nullptr, refuse_update, merge,
+                                     nullptr},
+                                    {0, 0}};
+        return &chain;
+    }
+    static const Chain *second_chain() {
+        static const Chain chain = {{KIPX_TAG_WTSL, sizeof(KipxWTSIF), nullptr, configure, finish,
+                                     newregion, nullptr, dispose, nullptr, update2D, merge,
+                                     nullptr},
+                                    {0, 0}};
+        return &chain;
+    }
+    static void refuse_update(KipxSTB *, KipxWTSLSC *, KipxWTSregion *, const uint32_t *,
+                              uint32_t) {
+        ADD_FAILURE() << "called through the chain that configure had replaced";
+    }
+};
+
+TEST(StandardFlood, TellsABuilderEverythingOnce) {
+    Rng rng(31);
+    Environment xe;
+    for (int round = 0; round < 500; ++round) {
+        RandomImage r = random_image(rng, round % 3 == 0);
+        std::vector<ModelRegion> expected = model_regions(r.model);
+        if (expected.empty()) continue;
+        ImageOf image(r.model);
+        Listener listener;
+        KipxWTSLSC levelset{};
+        KipxWatershedContext context{};
+        context.builder = &listener.builder;
+        context.levelset = &levelset;
+        context.connectivity = r.model.eight;
+        context.seed_row = r.seed_row;
+        context.seed_column = r.seed_column;
+        ASSERT_EQ(KipxWatershedEx(xe, 0, image.source.arr(), image.mask.arr(), nullptr, nullptr,
+                                  &context),
+                  0);
+        EXPECT_EQ(listener.configured, 1u);
+        EXPECT_EQ(listener.finished, 1u);
+        EXPECT_EQ(listener.entries, 2u) << "the bottom and what has become the root";
+        EXPECT_LE(listener.largest, 16u);
+        EXPECT_GE(listener.smallest, 1u);
+        EXPECT_EQ(levelset.volume[1], r.model.height);
+        EXPECT_EQ(levelset.volume[2], r.model.width);
+        // The bottom is the first region and stays alone.
+        const auto &bottom = *listener.regions.front();
+        EXPECT_EQ(bottom.header.pixel, 0xffffffffu);
+        EXPECT_EQ(bottom.header.level, 0x7fffffff);
+        EXPECT_TRUE(bottom.pixels.empty());
+        EXPECT_EQ(bottom.node.child, nullptr);
+        EXPECT_EQ(listener.regions.size(), expected.size() + 1);
+        std::vector<ModelRegion> found;
+        for (size_t i = 1; i < listener.regions.size(); ++i) {
+            const Listener::Region &g = *listener.regions[i];
+            ModelRegion region{g.header.level, g.pixels, 0};
+            if (g.node.parent)
+                region.parent_size =
+                    static_cast<size_t>(static_cast<KipxWTSregion *>(g.node.parent->data)->area);
+            std::sort(region.pixels.begin(), region.pixels.end());
+            found.push_back(region);
+        }
+        std::sort(found.begin(), found.end());
+        ASSERT_EQ(found, expected);
+        ASSERT_EQ(context.output->root->parent, nullptr);
+    }
+}
+
+TEST(StandardFlood, EndsWhenARegionCannotBeMade) {
+    Rng rng(32);
+    Environment xe;
+    for (int round = 0; round < 60; ++round) {
+        RandomImage r = random_image(rng, round % 2 != 0);
+        size_t needed = model_regions(r.model).size();
+        if (needed == 0) continue;
+        ImageOf image(r.model);
+        for (size_t limit = 0; limit <= needed + 1; ++limit) {
+            Listener listener;
+            listener.region_limit = limit;
+            KipxWTSLSC levelset{};
+            KipxWatershedContext context{};
+            context.builder = &listener.builder;
+            context.levelset = &levelset;
+            context.connectivity = r.model.eight;
+            int32_t code = KipxWatershedEx(xe, 0, image.source.arr(), image.mask.arr(), nullptr,
+                                           nullptr, &context);
+            EXPECT_EQ(code, limit <= needed ? KIPX_ENOMEM : 0) << limit << " of " << needed + 1;
+            if (code == 0) continue;
+            EXPECT_EQ(listener.finished, 0u);
+            if (listener.builder.tree) {
+                EXPECT_EQ(listener.builder.tree->root, nullptr);
+            }
+            // Every region is disposed of, on its own or below another one.
+            size_t below = 0;
+            for (auto &g : listener.regions) below += g->node.parent != nullptr;
+            EXPECT_EQ(listener.disposed + below, listener.regions.size());
+        }
+    }
+}
+
+} // namespace
