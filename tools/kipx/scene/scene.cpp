@@ -278,7 +278,8 @@ Image noisy_frame(const Image &light, uint64_t key, uint32_t type) {
     const uint64_t start = mixed(key ^ 0x6672616D65);
     return camera(light, type, [start](uint64_t i, int32_t expected) {
         Random random(start + i);
-        return photons(random, expected) * 16 + normal(random) * read_noise / 256;
+        const int32_t arrived = photons(random, expected); // before the draw for the read-out
+        return arrived * 16 + normal(random) * read_noise / 256;
     });
 }
 
