@@ -1,12 +1,7 @@
 // Stable regions: detection against a recursive model, generation against brute force, golden
 // lists.
-#include <pthread.h>
-
 #include <algorithm>
-#include <cmath>
 #include <limits>
-#include <memory>
-#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -19,189 +14,11 @@
 #include "support/guarded.h"
 #include "support/region_model.h"
 #include "support/rng.h"
+#include "support/stable_model.h"
 
 namespace {
 
 using namespace kipx::test;
-
-// ---- the model: the rules told once more, by recursion ----
-
-struct Node {
-    int level = 0, area = 0;
-    Node *parent = nullptr;
-    std::vector<Node *> children; // in list order
-    bool kept = false;
-    uint32_t name = 0;
-};
-
-void model_prune(Node *r, Node *from, float min_diversity) {
-    for (Node *c : from->children) {
-        float area = static_cast<float>(r->area);
-        if (!(min_diversity > (area - static_cast<float>(c->area)) / area)) continue;
-        if (c->kept)
-            c->kept = false;
-        else
-            model_prune(r, c, min_diversity);
-    }
-}
-
-bool model_detect(Node *r, const KipxMSERparms &p, std::vector<Node *> &list) {
-    r->kept = false;
-    bool inner = false;
-    if (r->level >= p.delta)
-        for (Node *c : r->children) inner |= model_detect(c, p, list);
-    if (r->area < p.min_area) return false;
-    bool too_big = r->area > p.max_area;
-    if (too_big && !inner) return false;
-    Node *around = r->parent;
-    while (around && std::abs(around->level - r->level) < p.delta) around = around->parent;
-    if (!around) return false;
-    float variation = 0;
-    if (std::abs(around->level - r->level) == p.delta)
-        variation = std::fabs((static_cast<float>(around->area) - static_cast<float>(r->area)) /
-                              static_cast<float>(around->area));
-    if (!(variation <= p.max_variation)) return false;
-    r->kept = !too_big;
-    if (!too_big) list.push_back(r);
-    model_prune(r, r, p.min_diversity);
-    return r->kept;
-}
-
-std::vector<Node *> model_list(Node *root, const KipxMSERparms &p) {
-    std::vector<Node *> all, kept;
-    model_detect(root, p, all);
-    std::copy_if(all.begin(), all.end(), std::back_inserter(kept), [](Node *n) { return n->kept; });
-    return kept;
-}
-
-// ---- detection on trees of any shape ----
-
-struct Tree {
-    std::vector<std::unique_ptr<Node>> model;
-    std::vector<KipxSTnode> nodes;
-    std::vector<KipxWTSregion> regions;
-    KipxST tree{};
-
-    Tree(Rng &rng, size_t n) : nodes(n), regions(n) {
-        int spread = static_cast<int>(rng.between(1, 12));
-        for (uint32_t i = 0; i < n; ++i) {
-            auto node = std::make_unique<Node>();
-            node->name = i;
-            if (i == 0) {
-                node->level = static_cast<int>(rng.between(60, 255));
-                node->area = static_cast<int>(rng.between(1000, 4000));
-            } else {
-                size_t depth = rng.one_in(2) ? 1 : i;
-                Node *parent = model[i - 1 - rng.below(std::min<size_t>(depth, i))].get();
-                node->parent = parent;
-                node->level = parent->level - static_cast<int>(rng.between(1, spread));
-                node->area = std::max(1, parent->area -
-                                             static_cast<int>(rng.below(rng.one_in(2) ? 10 : 400)));
-                parent->children.insert(parent->children.begin(), node.get());
-                KipxAGTaddchild(&nodes[parent->name], &nodes[i]);
-            }
-            regions[i] = {&nodes[i], i, node->level, node->area,
-                          static_cast<uint32_t>(rng.below(2))};
-            nodes[i].data = &regions[i];
-            model.push_back(std::move(node));
-        }
-        tree.root = n ? &nodes[0] : nullptr;
-    }
-};
-
-TEST(Detection, FollowsTheRules) {
-    Rng rng(3);
-    size_t found = 0, pruned = 0;
-    for (int round = 0; round < 4000; ++round) {
-        Tree t(rng, static_cast<size_t>(rng.between(1, 60)));
-        // Flags of an earlier walk mean nothing to nodes that are visited.
-        KipxMSERparms p{
-            static_cast<int32_t>(rng.between(-1, 12)), static_cast<int32_t>(rng.between(0, 40)),
-            static_cast<int32_t>(rng.between(500, 4000)), static_cast<float>(rng.below(100)) / 200,
-            static_cast<float>(rng.below(100)) / 150};
-        for (auto &n : t.model) n->kept = t.regions[n->name].kept != 0;
-        std::vector<Node *> all, kept;
-        model_detect(t.model[0].get(), p, all);
-        for (Node *n : all)
-            if (n->kept) kept.push_back(n);
-        KipxMSERlist list{};
-        KipxWTSregion before{};
-        list.entries = static_cast<KipxWTSregion **>(_ZuMcalloc(1, sizeof(void *)));
-        list.capacity = list.count = 1;
-        list.entries[0] = &before;
-        ASSERT_EQ(KipxDetectMSERs(&list, &t.tree, &p), &list);
-        ASSERT_EQ(list.entries[0], &before) << "what was in the list stays";
-        ASSERT_EQ(list.count, kept.size() + 1) << round;
-        for (size_t i = 0; i < kept.size(); ++i)
-            ASSERT_EQ(list.entries[i + 1]->pixel, kept[i]->name) << round;
-        found += kept.size();
-        pruned += all.size() - kept.size();
-        _ZuMfree(list.entries);
-    }
-    EXPECT_GT(found, 1000u);
-    EXPECT_GT(pruned, 500u);
-}
-
-TEST(Detection, NothingFromNothing) {
-    KipxMSERlist list{};
-    KipxST empty{};
-    KipxMSERparms p{5, 1, 100, 1, 0};
-    EXPECT_EQ(KipxDetectMSERs(&list, &empty, &p), &list);
-    EXPECT_EQ(KipxDetectMSERs(&list, nullptr, &p), &list);
-    EXPECT_EQ(KipxDetectFMSERs(&list, &empty, nullptr), &list);
-    EXPECT_EQ(KipxDetectMSERs(nullptr, &empty, &p), nullptr);
-    EXPECT_EQ(list.count, 0u);
-    EXPECT_EQ(list.entries, nullptr);
-}
-
-// A chain of a million regions on a small stack; all nearly alike, so that pruning has work too.
-TEST(Detection, DeepTreesNeedNoStack) {
-    constexpr size_t depth = 1000000;
-    static std::vector<KipxSTnode> nodes(depth);
-    static std::vector<KipxWTSregion> regions(depth);
-    for (size_t i = 0; i < depth; ++i) {
-        regions[i] = {&nodes[i], 0, static_cast<int32_t>(i) + 100, static_cast<int32_t>(i) + 1, 0};
-        nodes[i] = {nullptr, i ? &nodes[i - 1] : nullptr, i + 1 < depth ? &nodes[i + 1] : nullptr,
-                    &regions[i]};
-    }
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 256 << 10);
-    pthread_t thread;
-    static KipxMSERlist list;
-    ASSERT_EQ(pthread_create(
-                  &thread, &attributes,
-                  [](void *) -> void * {
-                      KipxST tree{};
-                      tree.root = &nodes[depth - 1];
-                      KipxMSERparms p{10, 1, 1 << 30, 1, 0.5f};
-                      KipxDetectMSERs(&list, &tree, &p);
-                      return nullptr;
-                  },
-                  nullptr),
-              0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-    EXPECT_GE(list.count, 1u);
-    EXPECT_LT(list.count, 100u);
-    _ZuMfree(list.entries);
-}
-
-TEST(Variation, IsSinglePrecisionAndMayBeNegative) {
-    EXPECT_EQ(__KipxMSERareaVariation(90, 100), 0.1f);
-    EXPECT_EQ(__KipxMSERareaVariation(100, 80), -0.25f);
-    EXPECT_EQ(__KipxMSERareaVariationAbs(100, 80), 0.25f);
-    EXPECT_EQ(__KipxMSERareaVariation(0x7fffffff, 0x7fffffff - 1), 0.f);
-    EXPECT_TRUE(std::isnan(__KipxMSERareaVariation(0, 0)));
-    KipxWTSregion r{}, s{};
-    r.area = 30;
-    s.area = 40;
-    EXPECT_EQ(__KipxMSERregionVariation(&r, &s), 0.25f);
-    EXPECT_EQ(__KipxMSERregionVariation(&s, &r), (30.f - 40.f) / 30.f);
-    EXPECT_EQ(__KipxMSERregionVariationAbs(&s, &r), 10.f / 30.f);
-}
-
-// ---- generation ----
 
 KipxMSERContext settings(Rng &rng, const ModelImage &m) {
     KipxMSERContext c{};
@@ -247,8 +64,8 @@ Found model_stable(ModelImage m, bool bright, const KipxMSERContext &c) {
     if (bright)
         for (int &v : m.level) v = 255 - v;
     std::vector<ModelRegion> regions = model_regions(m);
-    std::vector<Node> nodes(regions.size());
-    Node *root = nullptr;
+    std::vector<StableNode> nodes(regions.size());
+    StableNode *root = nullptr;
     for (uint32_t i = 0; i < regions.size(); ++i) {
         nodes[i].level = regions[i].level;
         nodes[i].area = static_cast<int>(regions[i].pixels.size());
@@ -268,7 +85,7 @@ Found model_stable(ModelImage m, bool bright, const KipxMSERContext &c) {
                     c.min_diversity};
     if (p.min_area == 0) p.min_area = c.min_area_pixels > 0 ? c.min_area_pixels : 9;
     Found found;
-    for (Node *n : model_list(root, p))
+    for (StableNode *n : model_list(root, p))
         found.push_back({bright ? 255 - n->level : n->level, regions[n->name].pixels});
     std::sort(found.begin(), found.end());
     return found;

@@ -93,7 +93,8 @@ KIPX_STATIC_ASSERT(sizeof(KipxMSERContext) == 168, "KipxMSERContext");
 /* ---- generation ---- */
 
 /* Finds the stable regions of the region of interest; arguments as in KipxWatershed and
- * KipxWatershedEx. The F forms use the fast flood: the same regions, with the pixel indices and the
+ * KipxWatershedEx. The F forms use the fast flood, as either bit of KIPX_FLAG_FAST makes the others do:
+ * the same regions, with the pixel indices and the
  * order of the fast store. Levels of bright regions are on the image's own scale; those of other
  * nodes in the bright builder's tree are as flooded, 255 - value. Areas are fractions of the region
  * of interest, mask or not: fraction * pixels in single precision, truncated, saturated, NaN as 0.

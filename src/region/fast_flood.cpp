@@ -3,47 +3,14 @@
 
 #include <kipx/types.h>
 
-#include <bit>
-#include <cstring>
-
 #include "region/fast_store.h"
-#include "region/levels.h"
+#include "region/level_stacks.h"
 
 namespace kipx {
 namespace {
 
 constexpr uint16_t reached = 0x100; // in a cell: done, waiting, masked out or beyond the border
-constexpr uint32_t no_level = level_count;
 constexpr uint32_t smallest_region = 16;
-
-// One stack a level, each just large enough, and which of them hold something.
-struct Boundary {
-    uint32_t *base[level_count], *top[level_count];
-    uint64_t filled[level_count / 64];
-
-    void carve(uint32_t *memory, const uint32_t levels[level_count]) {
-        for (uint32_t k = 0; k < level_count; ++k) {
-            base[k] = top[k] = memory;
-            memory += levels[k];
-        }
-        std::memset(filled, 0, sizeof filled);
-    }
-    void push(uint32_t level, uint32_t pixel) {
-        *top[level]++ = pixel;
-        filled[level / 64] |= uint64_t{1} << level % 64;
-    }
-    bool empty(uint32_t level) const { return top[level] == base[level]; }
-    // The lowest level above an emptied one that holds something, or no_level.
-    uint32_t next_after(uint32_t level) {
-        uint32_t word = level / 64;
-        uint64_t bits = filled[word] &= ~(uint64_t{1} << level % 64);
-        while (!bits) {
-            if (++word == level_count / 64) return no_level;
-            bits = filled[word];
-        }
-        return word * 64 + static_cast<uint32_t>(std::countr_zero(bits));
-    }
-};
 
 // A component whose pixels are still coming in.
 struct Open {
@@ -82,7 +49,7 @@ private:
     KipxFWTSRES *store_;
     uint32_t done_ = 0;
     uint32_t top_ = 0;
-    Boundary boundary_;
+    LevelStacks<uint32_t> boundary_;
     Open open_[level_count + 1];
 };
 
@@ -182,10 +149,10 @@ template<uint32_t edges> bool FastFlood::flood_part(uint32_t seed) {
         if (boundary_.empty(level)) {
             uint32_t next = boundary_.next_after(level);
             if (next == no_level) break;
-            if (!raise(next, done, boundary_.top[next][-1])) return false;
+            if (!raise(next, done, boundary_.newest(next))) return false;
             level = next;
         }
-        pixel = *--boundary_.top[level];
+        pixel = boundary_.take(level);
     }
     done_ = done;
     return true;

@@ -11,127 +11,19 @@
 #include "region/flood.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "region/chain.h"
+#include "region/flood_state.h"
+#include "region/level_stacks.h"
 #include "region/road.h"
 
 namespace kipx {
 namespace {
 
-constexpr uint32_t buffered = 16; // pixels a component holds before it becomes a region
-constexpr uint64_t no_region = ~uint64_t{0};
-constexpr int32_t bottom_level = 0x7fffffff;
-constexpr int32_t join_level = bottom_level - 1; // what separated parts hang on, while flooding
-
-// A component without a region. It begins like a region record; its first word tells them apart.
-struct Component {
-    uint64_t region; // no_region
-    uint32_t pixel;
-    int32_t level;
-    uint32_t count;
-    uint32_t pairs[2 * buffered];
-};
-static_assert(offsetof(Component, pixel) == offsetof(KipxWTSregion, pixel) &&
-              offsetof(Component, level) == offsetof(KipxWTSregion, level));
-
-// What an entry of the component stack points at: a Component, or a KipxWTSregion.
-union Entry {
-    Component *component;
-    KipxWTSregion *region;
-    bool is_buffered() const { return component->region == no_region; }
-    int32_t level() const { return component->level; }
-};
-
-// Boundary entries: where a pixel is, and the neighbour to go on with.
-struct Waiting {
-    uint64_t word;
-    static Waiting of(uint32_t index, uint32_t edge, uint32_t row, uint32_t column) {
-        return {index | uint64_t{edge} << 28 | uint64_t{column} << 32 | uint64_t{row} << 48};
-    }
-    uint32_t index() const { return static_cast<uint32_t>(word) & 0x0fffffff; }
-    uint32_t edge() const { return static_cast<uint32_t>(word >> 28) & 15; }
-    uint32_t column() const { return static_cast<uint32_t>(word >> 32) & 0xffff; }
-    uint32_t row() const { return static_cast<uint32_t>(word >> 48); }
-};
-
-struct Boundary {
-    Waiting *base[level_count], *top[level_count];
-    uint64_t filled[level_count / 64];
-
-    void carve(Waiting *memory, const uint32_t levels[level_count]) {
-        for (uint32_t k = 0; k < level_count; ++k) {
-            base[k] = top[k] = memory;
-            memory += levels[k];
-        }
-        std::memset(filled, 0, sizeof filled);
-    }
-    void push(uint32_t level, Waiting w) {
-        *top[level]++ = w;
-        filled[level / 64] |= uint64_t{1} << level % 64;
-    }
-    // Takes the newest entry of the lowest level from `level` on that has one; false when none has.
-    bool pop(uint32_t &level, Waiting &w) {
-        if (top[level] == base[level]) {
-            uint32_t word = level / 64;
-            uint64_t bits = filled[word] &= ~(uint64_t{1} << level % 64);
-            while (!bits) {
-                if (++word == level_count / 64) return false;
-                bits = filled[word];
-            }
-            level = word * 64 + static_cast<uint32_t>(std::countr_zero(bits));
-        }
-        w = *--top[level];
-        return true;
-    }
-};
-
-// One bit a pixel, with set bits before the first row and after the last.
-struct ReachedMask {
-    uint8_t *bits; // of pixel 0
-    static uint64_t margin(uint32_t width) { return (uint64_t{width} + 9) / 8; }
-    static uint64_t size(const FloodImage &image) {
-        return 2 * margin(image.width) + (image.pixels() + 7) / 8;
-    }
-    bool test(int64_t i) const { return bits[i >> 3] >> (i & 7) & 1; }
-    void set(int64_t i) { bits[i >> 3] = static_cast<uint8_t>(bits[i >> 3] | 1 << (i & 7)); }
-    // Clears the pixels inside the mask.
-    void prepare(uint8_t *memory, const FloodImage &image) {
-        uint64_t n = image.pixels();
-        std::memset(memory, 0xff, size(image));
-        bits = memory + margin(image.width);
-        if (image.mask.at) {
-            uint64_t i = 0;
-            for (uint32_t y = 0; y < image.height; ++y)
-                for (uint32_t x = 0; x < image.width; ++x, ++i)
-                    if (!image.masked_out(y, x))
-                        bits[i >> 3] = static_cast<uint8_t>(bits[i >> 3] & ~(1 << (i & 7)));
-        } else {
-            std::memset(bits, 0, n / 8);
-            if (n % 8) bits[n / 8] = static_cast<uint8_t>(0xff << n % 8);
-        }
-    }
-};
-
-// A step to a neighbour.
-struct Edge {
-    int32_t index, row, column;
-    int64_t address;
-};
-
-struct Scratch {
-    uint8_t small[64]; // the reached mask of a small image
-    uint8_t *mask;
-    Waiting *boundary;
-    Entry *entries;
-    Component *pool;
-    uint32_t slots; // entries and pool records
-};
-
 class StandardFlood {
 public:
-    StandardFlood(const FloodImage &image, KipxWatershedContext *context, Scratch &scratch)
+    StandardFlood(const FloodImage &image, KipxWatershedContext *context, FloodScratch &scratch)
         : image_(image), builder_(context->builder), levelset_(context->levelset),
           context_(context), scratch_(scratch), slots_(scratch.slots) {}
     int32_t run(uint64_t flags, const uint32_t levels[level_count]);
@@ -173,7 +65,7 @@ private:
     KipxSTB *builder_;
     KipxWTSLSC *levelset_;
     KipxWatershedContext *context_;
-    Scratch &scratch_;
+    FloodScratch &scratch_;
     const KipxWTSIF *ops_ = nullptr;
     uint32_t slots_; // of the entry stack
     uint32_t count_ = 0;
@@ -181,7 +73,7 @@ private:
     ReachedMask reached_;
     Edge edge_[8];
     Component *free_[level_count];
-    Boundary boundary_;
+    LevelStacks<Waiting> boundary_;
 };
 
 StandardFlood::Pixel StandardFlood::pixel_at(uint32_t row, uint32_t column) const {
@@ -327,9 +219,10 @@ template<uint32_t edges> bool StandardFlood::flood_part(Pixel p) {
             edge = ~0u; // the new pixel's first neighbour is next
         }
         if (!take(p.row, p.column)) return false;
-        Waiting w;
         uint32_t level = p.level;
-        if (!boundary_.pop(level, w)) return true;
+        if (boundary_.empty(level)) level = boundary_.next_after(level);
+        if (level == no_level) return true;
+        Waiting w = boundary_.take(level);
         bool higher = level > p.level;
         p = {w.index(), w.row(), w.column(), level,
              image_.source.row_at(w.row()) + w.column() * image_.source.pixel};
@@ -421,7 +314,7 @@ int32_t StandardFlood::run(uint64_t flags, const uint32_t levels[level_count]) {
 }
 
 // Takes everything in turn; what could be taken is there on return.
-bool take_scratch(KipxXE *xe, const FloodImage &image, Scratch &s) {
+bool take_scratch(KipxXE *xe, const FloodImage &image, FloodScratch &s) {
     uint64_t n = image.pixels(), mask = ReachedMask::size(image);
     s.slots = static_cast<uint32_t>(std::min<uint64_t>(n, level_count));
     s.mask = mask <= sizeof s.small ? s.small : static_cast<uint8_t *>(KipxXEalloca(xe, mask, 8));
@@ -434,7 +327,7 @@ bool take_scratch(KipxXE *xe, const FloodImage &image, Scratch &s) {
     return s.pool != nullptr;
 }
 
-void give_back(KipxXE *xe, Scratch &s) {
+void give_back(KipxXE *xe, FloodScratch &s) {
     _ZuMfree(s.pool);
     _ZuMfree(s.entries);
     KipxXEfreea(xe, s.boundary);
@@ -450,7 +343,7 @@ int32_t standard_flood(KipxXE *xe, uint64_t flags, const FloodImage &image,
     uint32_t values[level_count], levels[level_count];
     count_values(image, values);
     values_to_levels(image, values, levels);
-    Scratch scratch{};
+    FloodScratch scratch{};
     int32_t code = KIPX_ENOMEM;
     if (take_scratch(xe, image, scratch)) {
         StandardFlood flood(image, context, scratch);
