@@ -2,13 +2,15 @@
  *
  * Gives    KipxFWTSRES, a tree builder whose nodes the fast flood makes itself. Its tree is walked
  *          like any other (KipxAGTwalk), its regions are KipxWTSregion records, features are
- * gathered with KipxGatherMSERsFeatures; on top of that the pixels of every region can be read.
+ *          gathered with KipxGatherMSERsFeatures; on top of that the pixels of every region can be
+ *          read.
  * Promises nodes and pixels stay where they are until the next flood into the store, or until the
  *          tree is emptied or the builder cleared or closed. The order of nodes and pixels is the
  *          same on every machine.
  * Costs    4 bytes a pixel; a node of 40 bytes and its region record, rounded up to 8 (64 bytes
  *          without features). The pixel buffer stays for later floods of images that are not
- * larger. Owner    the store owns nodes and pixels. It is closed with KipxSTBclose on its head.
+ *          larger.
+ * Owner    the store owns nodes and pixels. It is closed with KipxSTBclose on its head.
  *
  * Layout. Nodes lie one after another in post-order, children before their parent, in blocks of
  * growing size. Pixels lie in one array, one word each, row * (width + 1) + column, in the order in

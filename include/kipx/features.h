@@ -6,10 +6,11 @@
  *          states of chosen regions with those of the regions nested in them.
  * Promises a flood knows no feature and a feature no flood: they meet in the record "wtsl" of the
  *          builder's chain. A descriptor's operations may each be null. Whichever of the four
- * chains built a tree, gathered moments and pixels are the same (sums as long as they stay below
- *          2^53; pixels but for their order).
+ *          chains built a tree, gathered moments and pixels are the same (sums as long as they stay
+ *          below 2^53; pixels but for their order).
  * Costs    a region is one block of record size + 32 bytes. Gathering a list visits a node at most
- *          twice, whatever the order of the list.
+ *          twice, whatever the order of the list; a fast region result store instead reads the
+ *          pixels of every listed region that no complete region before it in the list covers.
  * Owner    the caller owns contexts and descriptors; descriptors must live until the builder has
  *          been cleared or closed, since they dispose of its states. Regions belong to the builder.
  */
@@ -246,14 +247,15 @@ KIPX_API int32_t __KipxWTSTBdisposergn(KipxSTnode *node, void *arg, int32_t inde
  * regions nested in it, every pixel once; a complete state is left as it is. Afterwards a moment
  * state's count is the region's area, and a pixel state lists the region's own pixels first. The
  * list may be in any order; nested regions that are complete are used whole.
- * Bit 31 of the kept words is used meanwhile and is 0 afterwards.
+ * Bit 31 of the kept words may be used meanwhile and is 0 afterwards.
  * Return 0; -65514 for null arguments, a builder that no flood has configured, one without the
  * operation, and one whose chain keeps no pixels; -65524 when a pixel list lacks pixels for want of
  * memory, all other regions being gathered nevertheless. */
 KIPX_API int32_t KipxGatherMSERFeatures(KipxSTB *builder, KipxWTSregion *region);
 KIPX_API int32_t KipxGatherMSERsFeatures(KipxSTB *builder, KipxWTSregion *const *regions,
                                          uint64_t count);
-/* The same for one region of any tree, by the descriptors of the context. */
+/* The same for one region of a tree whose states have seen the region's pixels, by the descriptors of
+ * the context. The states of a fast region result store have not: use KipxGatherMSERFeatures. */
 KIPX_API int32_t KipxMSERgatherFeatures(const KipxWTSLSC *context, KipxWTSregion *region);
 
 KIPX_STATIC_ASSERT(offsetof(KipxWTSregion, node) == 0, "KipxWTSregion.node");

@@ -5,12 +5,12 @@
  *          taken (KipxSTB). A concrete builder is made by a constant chain of tagged records.
  * Promises walks and counts need constant memory, whatever the depth of the tree. A null argument
  *          gives null, 0 or nothing. Emptying a tree gives all of its memory back in one step.
- * Costs    a node is one block of a storage; emptying is one roll-back, and one walk when nodes
- * need disposal. Pre-order, post-order and deep counts read each link once; see KipxAGTwalk. Owner
- * a builder fills one tree at a time, a tree is filled by one builder at most. Closing a tree can
- * close its builder and the other way round; the arguments say which. A storage that a builder
- * opened goes with the builder; a storage that the caller gave is rolled back, never closed. One
- * thread at a time; chains may be shared.
+ * Costs    a node is one block of a storage; emptying is one roll-back, and one walk when nodes need
+ *          disposal. Pre-order, post-order and deep counts read each link once; see KipxAGTwalk.
+ * Owner    a builder fills one tree at a time, a tree is filled by one builder at most. Closing a
+ *          tree can close its builder and the other way round; the arguments say which. A storage
+ *          that a builder opened goes with the builder; a storage that the caller gave is rolled
+ *          back, never closed. One thread at a time; chains may be shared.
  */
 #ifndef KIPX_TREE_H
 #define KIPX_TREE_H

@@ -12,18 +12,18 @@
  * pixel indices and the order of children are the store's own. Either bit of KIPX_FLAG_FAST selects
  * it.
  *
- * All functions return 0 or a negative code. Nothing has been given to the builder when it is one
- * of
+ * All functions return 0 or a negative code. Nothing has been given to the builder when it is one of
  *
  *   KIPX_EINVAL   context, builder, level-set context, array or its base null; not 3 or 4 axes; no
  *                 elements; a builder without "wtsl" operations, or a store that is none; a seed
  *                 outside the region; more than 65536 rows or columns, more than 2^28 pixels (fast:
  *                 2^27 and more); a byte offset beyond 2^32 - 1; 3, 5, 6, 7 channels; an invalid
- * type; a mask of another type than u8, or with other axes or channels KIPX_ENOTSUP  another valid
- * type, or 2, 4 or 8 channels (both at once: KIPX_EINVAL) KIPX_EEMPTY   the region of interest, or
- * the mask inside it, is empty KIPX_EAGAIN   everything is in order and KIPX_FLAG_PROBE was set
- *   KIPX_ENOMEM   scratch could not be taken. The same code ends a flood in whose middle the
- * builder or the store cannot make a region; the tree is then empty or incomplete
+ *                 type; a mask of another type than u8, or with other axes or channels
+ *   KIPX_ENOTSUP  another valid type, or 2, 4 or 8 channels (both at once: KIPX_EINVAL)
+ *   KIPX_EEMPTY   the region of interest, or the mask inside it, is empty
+ *   KIPX_EAGAIN   everything is in order and KIPX_FLAG_PROBE was set
+ *   KIPX_ENOMEM   scratch could not be taken. The same code ends a flood in whose middle the builder
+ *                 or the store cannot make a region; the tree is then empty
  *
  * A null environment is KIPX_EINVAL: there is no flood without scratch.
  *

@@ -84,8 +84,8 @@ void *builder_alloc(KipxSTB *builder, size_t size, size_t alignment) {
 
 KipxSTB *KipxSTBinit(KipxSTB *builder, const void *chain, uint32_t extsize, KipxST *tree,
                      ZuSMEMSTG *storage, ZuSMEMSTG *parent) {
-    if (!builder || extsize > UINT16_MAX) return nullptr;
     if (kipx::initialised(builder)) return builder;
+    if (!builder || extsize > UINT16_MAX) return nullptr;
     if (tree && tree->builder == builder) tree->builder = nullptr;
     builder->interface_chain = chain;
     builder->specialisation = nullptr;
