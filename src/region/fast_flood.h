@@ -2,13 +2,11 @@
 //
 // Gives    the component tree of an image of at most 256 levels, nodes and pixels, in one pass.
 // Promises the nodes are the root and, for every level, each connected component of the pixels at
-// or
-//          below it that holds 16 pixels or more and one of that level. Nodes, their order and the
-//          order of pixels depend on the image, the mask, the seed and the settings alone.
+//          or below it that holds 16 pixels or more and one of that level. Nodes, their order and
+//          the order of pixels depend on the image, the mask, the seed and the settings alone.
 // Costs    every pixel is visited once and once more for every step down taken from it (1.3 visits
-// a
-//          pixel on noise). 2 bytes a pixel for levels and reached marks and 4 for the boundary are
-//          scratch; 4 bytes a pixel and 64 a node stay in the store.
+//          a pixel on noise). 2 bytes a pixel for levels and reached marks and 4 for the boundary
+//          are scratch; 4 bytes a pixel and 64 a node stay in the store.
 // Owner    the store owns nodes and pixels, the caller the scratch.
 //
 // The algorithm. Pixels waiting at the boundary lie in one stack a level. The pixel in hand looks

@@ -2,8 +2,7 @@
 //
 // Gives    the component tree through a builder, level by level, features gathered as pixels come.
 // Promises all memory is taken before the builder hears of the image, and given back block by block
-// in
-//          reverse. A region that cannot be made ends the flood: the regions it still holds are
+//          in reverse. A region that cannot be made ends the flood: the regions it still holds are
 //          disposed of and the tree's root is null.
 // Costs    8 bytes a pixel for the boundary and one bit for the reached mask, from the environment;
 //          at most 256 component records and some entry pointers from the heap. Every pixel is

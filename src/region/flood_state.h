@@ -1,6 +1,7 @@
 // region/flood_state.h - what the standard flood keeps in mind.
 //
-// Gives    components and the entries of their stack, the boundary's entries, the reached mask, steps to neighbours.
+// Gives    components and the entries of their stack, the boundary's entries, the reached mask,
+//          steps to neighbours.
 // Owner    the flood takes the memory; these records only divide it.
 #pragma once
 

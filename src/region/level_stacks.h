@@ -1,8 +1,8 @@
 // region/level_stacks.h - the boundary of a flood: one stack a level, in one block of memory.
 //
 // Gives    push, take the newest of a level, and the next level that holds something.
-// Promises constant time for each. A level never holds more than the pixels that there are of it; so
-//          many slots it has, and nothing is checked.
+// Promises constant time for each. A level never holds more than the pixels that there are of it;
+//          so many slots it has, and nothing is checked.
 // Owner    the memory is the caller's, one entry a pixel.
 #pragma once
 

@@ -1,8 +1,7 @@
 // region/road.h - what the floods' and the stable regions' roads share.
 //
 // Gives    the checks of arrays, regions and types in the order of the public functions, and the
-// step
-//          from a slice to a flooded image.
+//          step from a slice to a flooded image.
 // Promises a check that fails has written nothing but its own results.
 // Owner    slices and images borrow the arrays; a FastRun owns its scratch until give_back.
 #pragma once
