@@ -94,11 +94,12 @@ KIPX_STATIC_ASSERT(sizeof(KipxMSERContext) == 168, "KipxMSERContext");
 /* ---- generation ---- */
 
 /* Finds the stable regions of the region of interest; arguments as in KipxWatershed and
- * KipxWatershedEx. The F forms use the fast flood, as either bit of KIPX_FLAG_FAST makes the others do:
- * the same regions, with the pixel indices and the
- * order of the fast store. Levels of bright regions are on the image's own scale; those of other
- * nodes in the bright builder's tree are as flooded, 255 - value. Areas are fractions of the region
- * of interest, mask or not: fraction * pixels in single precision, truncated, saturated, NaN as 0.
+ * KipxWatershedEx. The F forms use the fast flood, as either bit of KIPX_FLAG_FAST makes the others
+ * do: the same regions, with the pixel indices and the order of the fast store. Levels of bright
+ * regions are on the image's own scale (level XOR 255; with a shift that is 255 minus the shifted
+ * level); those of other nodes in the bright builder's tree are as flooded, 255 - value. Areas are
+ * fractions of the region of interest, mask or not: fraction * pixels in single precision, truncated,
+ * saturated, NaN as 0.
  * A 4-axis array is worked on plane by plane; the regions of the last plane stay. */
 KIPX_API int32_t KipxGenerateMSERs(KipxXE *xe, uint64_t flags, const kipx_arr *src,
                                    const kipx_site *roi, KipxMSERContext *context);

@@ -274,13 +274,15 @@ bool StandardFlood::flood(uint32_t highest) {
     }
 }
 
-// The builder cannot make a region. What the stack holds is in no tree.
+// The builder cannot make a region. What the stack holds is in no tree; what has been made goes back to
+// the storage, so that the next flood finds room.
 void StandardFlood::abandon() {
     while (count_ > 0) {
         Entry e = scratch_.entries[--count_];
         if (!e.is_buffered() && ops_->dispose) ops_->dispose(builder_, levelset_, e.region);
     }
     __KipxSTBrootnode(builder_, nullptr);
+    KipxSTBclear(builder_, 1);
 }
 
 bool complete(const KipxWTSIF *ops) { return ops && ops->newregion && ops->update2D && ops->merge; }
