@@ -105,9 +105,9 @@ Answer analyse(const Job &job, const std::string &file, const Target &target,
     finder.describe();
     marker.remove();
     write_text(regions_csv(finder, levels), target.csv);
-    write_text(
-        regions_json(finder, levels, fs::path(file).filename().string(), image, job.settings),
-        target.json);
+    write_text(regions_json(finder, levels, fs::path(file).filename().string(), image.shape(),
+                            job.settings),
+               target.json);
     write_image(region_labels(finder, levels.image), target.labels);
     write_image(region_overlay(finder, shown(image, levels)), target.overlay);
     const std::string summary = summary_of(file, image, levels, finder, spent.count());
@@ -137,7 +137,7 @@ void run(const Globals &globals, const Arguments &given) {
     Job job{globals, given, given.regions.settings(), {}, {}, {}};
     const auto threads = size_t(whole_number("--jobs", given.jobs, 1, 1024));
     if (!job.settings.mask.empty()) job.mask = globals.load(job.settings.mask);
-    job.key = fingerprint(job.settings) + ", mask " + identity(job.settings.mask);
+    job.key = settings_json(job.settings) + ", mask " + identity(job.settings.mask);
     for (const std::string &file : given.files)
         job.targets.push_back(target_of(file, given.folder));
     check_targets(job);

@@ -80,15 +80,15 @@ void append_group(std::string &out, const Finder &finder, const GreyLevels &leve
 } // namespace
 
 std::string regions_json(const Finder &finder, const GreyLevels &levels, const std::string &source,
-                         const Image &image, const RegionSettings &settings) {
+                         const Shape &shape, const RegionSettings &settings) {
     std::string out = "{\n  \"image\": {\"file\": " + json_text(source);
     append(out, ", \"width\": %u, \"height\": %u, \"channels\": %u, \"type\": \"%s\"},\n",
-           image.width(), image.height(), image.channels(), name_of(image.type()));
+           shape.width, shape.height, shape.channels, name_of(shape.type));
     append(out, "  \"levels\": {\"values\": %llu, \"kept\": %llu, \"lost\": %llu, \"how\": ",
            static_cast<unsigned long long>(levels.values),
            static_cast<unsigned long long>(levels.used),
            static_cast<unsigned long long>(levels.lost()));
-    out += json_text(levels.way) + "},\n  \"settings\": " + json_text(fingerprint(settings));
+    out += json_text(levels.way) + "},\n  \"settings\": " + settings_json(settings);
     out += ",\n  \"dark\": ";
     append_group(out, finder, levels, false);
     out += ",\n  \"bright\": ";

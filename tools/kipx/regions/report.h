@@ -13,7 +13,7 @@ std::string regions_csv(const Finder &finder, const GreyLevels &levels);
 // One object: what was looked at and how, the loss of levels, and the outermost regions of both
 // polarities with those nested in them as their children.
 std::string regions_json(const Finder &finder, const GreyLevels &levels, const std::string &source,
-                         const Image &image, const RegionSettings &settings);
+                         const Shape &shape, const RegionSettings &settings);
 // The number of the smallest region at every pixel (of two of one size the bright one), else 0;
 // s32, of the picture's size.
 Image region_labels(const Finder &finder, const Image &levels);

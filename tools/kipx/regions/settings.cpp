@@ -3,8 +3,8 @@
 
 #include "failure.h"
 #include "options.h"
+#include "regions/text.h"
 
-#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -122,16 +122,28 @@ void add_region_options(CLI::App &command, RegionArguments &given) {
     add_flood_options(command, given);
 }
 
-std::string fingerprint(const RegionSettings &settings) {
-    char text[400];
-    const kipx_site roi = settings.roi.value_or(kipx_site{});
-    std::snprintf(text, sizeof text,
-                  "delta %d, area %d %.9g %.9g, variation %.9g, diversity %.9g, polarity %d%d, "
-                  "neighbours %d, levels %d, roi %u,%u,%u,%u",
-                  settings.delta, settings.min_area_pixels, double(settings.min_area_fraction),
-                  double(settings.max_area_fraction), double(settings.max_variation),
-                  double(settings.min_diversity), settings.dark, settings.bright,
-                  settings.eight ? 8 : 4, int(settings.levels), roi.origin[2], roi.origin[1],
-                  roi.extent[2], roi.extent[1]);
-    return text;
+std::string settings_json(const RegionSettings &settings) {
+    static constexpr const char *levels[] = {"auto", "linear", "equal"};
+    std::string out;
+    append(out, "{\"delta_levels\": %d, ", settings.delta);
+    if (settings.min_area_fraction > 0)
+        append(out, "\"min_area\": %.7g, ", double(settings.min_area_fraction));
+    else
+        append(out, "\"min_area_px\": %d, ", settings.min_area_pixels);
+    append(out, "\"max_area\": %.7g, \"max_variation\": %.7g, \"min_diversity\": %.7g, ",
+           double(settings.max_area_fraction), double(settings.max_variation),
+           double(settings.min_diversity));
+    append(out, "\"polarity\": \"%s\", \"connectivity\": %d, \"levels\": \"%s\", \"mask\": ",
+           settings.dark && settings.bright ? "both"
+           : settings.dark                  ? "dark"
+                                            : "bright",
+           settings.eight ? 8 : 4, levels[int(settings.levels)]);
+    out += settings.mask.empty() ? "null" : json_text(settings.mask);
+    out += ", \"roi\": ";
+    if (settings.roi)
+        append(out, "[%u, %u, %u, %u]}", settings.roi->origin[2], settings.roi->origin[1],
+               settings.roi->extent[2], settings.roi->extent[1]);
+    else
+        out += "null}";
+    return out;
 }

@@ -14,12 +14,12 @@
 #include <string>
 
 struct RegionSettings {
-    int32_t delta = 8;
+    int32_t delta = 5;
     int32_t min_area_pixels = 30;
     float min_area_fraction = 0;
     float max_area_fraction = 0.1f;
     float max_variation = 0.3f;
-    float min_diversity = 0.5f;
+    float min_diversity = 0.3f;
     bool dark = true, bright = true;
     bool eight = true; // neighbours
     bool fast = false;
@@ -40,5 +40,5 @@ struct RegionArguments {
 void add_flood_options(CLI::App &command, RegionArguments &given);
 // The options of stability besides.
 void add_region_options(CLI::App &command, RegionArguments &given);
-// Every setting that changes results, on one line; the fast form is none.
-std::string fingerprint(const RegionSettings &settings);
+// Every setting that changes results, as a JSON object on one line; the fast form is none.
+std::string settings_json(const RegionSettings &settings);
