@@ -22,6 +22,19 @@ ADD = [
     (["--max-pixels", "-5"], "--max-pixels"), (["--max-pixels", "4"], "--max-pixels"),
 ]
 
+# What follows `mser a.png -o out`, and what the sentence must name.
+MSER = [
+    (["--delta-levels", "0"], "--delta-levels"), (["--delta-levels", "256"], "--delta-levels"),
+    (["--min-area-px", "0"], "--min-area-px"), (["--min-area", "1.5"], "--min-area"),
+    (["--min-area", "nan"], "--min-area"), (["--min-area", "0.1", "--min-area-px", "9"], "--min-area"),
+    (["--max-area", "-0.1"], "--max-area"), (["--max-area", ""], "--max-area"),
+    (["--max-variation", "half"], "--max-variation"), (["--max-variation", "inf"], "--max-variation"),
+    (["--min-diversity", "2"], "--min-diversity"), (["--polarity", "grey"], "--polarity"),
+    (["--connectivity", "6"], "--connectivity"), (["--levels", "log"], "--levels"),
+    (["--mask", "absent.png"], "absent.png"), (["--roi", "1,2,3"], "--roi"), (["--roi", "0,0,0,4"], "--roi"),
+    (["--jobs", "0"], "--jobs"), (["--jobs", "many"], "--jobs"), (["--sideways"], "--sideways"),
+]
+
 # Whole command lines.
 LINES = [
     ([], "--help"), (["bogus"], "bogus"), (["add"], "A"), (["add", "a.png"], "B"),
@@ -45,7 +58,16 @@ LINES = [
     (["scene", "-o", "s.png", "--clean", "no/such/c.png"], "no/such"),
     (["demo", "absent.png"], "absent.png"), (["demo", "--frames", "3"], "--frames"),
     (["demo", "--size", "5"], "--size"), (["demo", "a.png", "b.png"], "b.png"),
-    (["demo", "a.png", "-o", "a.png"], "a.png"),
+    (["demo", "a.png", "-o", "a.png"], "a.png"), (["demo", "a.png", "--delta-levels", "x"], "--delta-levels"),
+    (["mser"], "FILE"), (["mser", "a.png"], "--output"), (["mser", "a.png", "-o", "a.png"], "a.png"),
+    (["mser", "a.png", "-o", "a.png/b"], "a.png/b"),
+    (["tree"], "FILE"), (["tree", "a.png", "b.png"], "b.png"), (["tree", "absent.png"], "absent.png"),
+    (["tree", "a.png", "-o", "t.png"], ".svg"), (["tree", "a.png", "-o", ""], "--output"),
+    (["tree", "a.png", "-o", "no/such/t.svg"], "no/such"), (["tree", "a.png", "--depth", "-1"], "--depth"),
+    (["tree", "a.png", "--smallest", "0"], "--smallest"),
+    (["tree", "a.png", "-o", "t.svg", "--depth", "3"], "--depth"), (["tree", "a.png", "--fast"], "--fast"),
+    (["tree", "a.png", "--roi", "8,0,1,1"], "--roi"), (["tree", "a.png", "--mask", "small.png"], "small.png"),
+    (["tree", "a.png", "--mask", "zero.png"], "mask"),
 ]
 
 
@@ -56,12 +78,19 @@ class Arguments(ProgramCase):
         self.put("a.png", write_png(grey))
         self.put("b.png", write_png(grey))
         self.put("rgb.png", write_png(Array("u8", 8, 5, 3, list(range(120)))))
+        self.put("small.png", write_png(Array("u8", 7, 5, 1, [1] * 35)))
+        self.put("zero.png", write_png(Array("u8", 8, 5, 1, [0] * 40)))
         os.mkdir(self.path("folder.png"))
 
     def test_options_of_an_operation(self):
         for options, named in ADD:
             with self.subTest(options):
                 self.refuses("add", "a.png", "b.png", "-o", "out.png", *options, says=[named])
+
+    def test_options_of_regions(self):
+        for options, named in MSER:
+            with self.subTest(options):
+                self.refuses("mser", "a.png", "-o", "out", *options, says=[named])
 
     def test_command_lines(self):
         for line, named in LINES:
@@ -93,7 +122,7 @@ class Arguments(ProgramCase):
     def test_help_and_version(self):
         self.assertRegex(self.works("--version"), r"^kipx \d+\.\d+\.\d+\n$")
         whole = self.works("--help")
-        for command in "add sub rsub mul div divr rdiv rdivr info scene demo".split():
+        for command in "add sub rsub mul div divr rdiv rdivr info scene mser tree demo".split():
             self.assertIn("\n  " + command + " ", whole)
             self.assertIn("Example", self.works(command, "--help"))
         self.assertIn("Exit status", whole)

@@ -5,6 +5,7 @@
 #include "options.h"
 #include "report/terminal.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -12,6 +13,8 @@
 #include <memory>
 
 namespace {
+
+constexpr int largest_cell = 6000; // pixels; few of the scene's cells have more
 
 void take(const Steps &table, State &state, std::span<const Step> steps) {
     using Clock = std::chrono::steady_clock;
@@ -57,14 +60,15 @@ void run(const Globals &globals, const DemoArguments &given) {
                     {{"2", 1}, {"4", 2}, {"8", 3}, {"16", 4}, {"32", 5}, {"64", 6}, {"128", 7}});
     State state(globals, given);
     state.settings = given.regions.settings();
-    // Of the scene single cells are wanted, not heaps of them.
-    if (given.image.empty() && given.regions.max_area.empty())
-        state.settings.max_area_fraction = 0.01f;
     state.frame_count = uint32_t(1) << log_count;
     state.settings.fast = true;
     const Steps table(globals.quiet);
     table.head();
     take(table, state, given.image.empty() ? scene_steps : file_steps);
+    // Of the scene single cells are wanted, not heaps of them.
+    if (given.image.empty() && given.regions.max_area.empty())
+        state.settings.max_area_fraction =
+            std::min(float(largest_cell) / float(state.light.pixels()), 1.0f);
     take(table, state, region_steps);
     if (!globals.quiet) tell(state);
 }
@@ -87,6 +91,7 @@ void add_demo_command(CLI::App &app, const Globals &globals) {
     add_region_options(*command, given->regions);
     command->footer(
         "Example: kipx demo photo.jpg -o out\n"
-        "Of the scene, where --max-area is not given, regions of up to 0.01 are found.");
+        "Of the scene, where --max-area is not given, regions of up to 6000 pixels are\n"
+        "found.");
     command->callback([&globals, given] { run(globals, *given); });
 }

@@ -33,6 +33,10 @@ double real_number(const std::string &option, const std::string &text, double le
     return value;
 }
 
+std::string filled(const std::string &text) {
+    return text.empty() ? "got '', expected a value" : "";
+}
+
 void no_such_choice(const std::string &option, const std::string &text,
                     const std::vector<const char *> &known) {
     std::string list;

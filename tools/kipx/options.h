@@ -16,6 +16,9 @@ int64_t whole_number(const std::string &option, const std::string &text, int64_t
 double real_number(const std::string &option, const std::string &text, double least,
                    double greatest);
 
+// A check for options whose empty text would mean that they were not given: what is wrong, or "".
+std::string filled(const std::string &text);
+
 template<class T> using Choices = std::vector<std::pair<const char *, T>>;
 
 [[noreturn]] void no_such_choice(const std::string &option, const std::string &text,

@@ -73,13 +73,15 @@ void add_tree_command(CLI::App &app, const Globals &globals) {
                      "A drawing (.svg), all regions for programs (.json), or - for text (default)")
         ->type_name("OUT");
     command->add_option("--depth", given->depth, "Text: how many branchings deep (default 8)")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(filled);
     command
         ->add_option(
             "--smallest", given->smallest,
             "Smallest region shown, pixels (default: a thousandth of the picture in texts, "
             "1 in JSON)")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(filled);
     add_region_options(*command, given->regions);
     command->footer(
         "Example: kipx tree cells.png -o tree.svg --polarity dark\n"

@@ -68,19 +68,24 @@ void add_flood_options(CLI::App &command, RegionArguments &given) {
     command
         .add_option("--polarity", given.polarity,
                     "Regions darker or brighter than what is around them")
-        ->type_name("dark|bright|both");
+        ->type_name("dark|bright|both")
+        ->check(filled);
     command
         .add_option("--connectivity", given.connectivity, "Neighbours of a pixel: 8 (default) or 4")
-        ->type_name("4|8");
+        ->type_name("4|8")
+        ->check(filled);
     command.add_option("--mask", given.mask, "Pixels that are 0 in this image do not count")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(filled);
     command.add_option("--roi", given.roi, "Look at this part of the image only")
-        ->type_name("x,y,w,h");
+        ->type_name("x,y,w,h")
+        ->check(filled);
     command
         .add_option("--levels", given.levels,
                     "How images of more than 8 bits become 256 levels: linear, equal shares of "
                     "pixels, or auto (default): whichever keeps the values apart, linear rather")
-        ->type_name("auto|linear|equal");
+        ->type_name("auto|linear|equal")
+        ->check(filled);
 }
 
 void add_region_options(CLI::App &command, RegionArguments &given) {
@@ -93,32 +98,38 @@ void add_region_options(CLI::App &command, RegionArguments &given) {
     command
         .add_option("--delta-levels", given.delta,
                     with_default("Levels over which the area is compared", standard.delta))
-        ->type_name("N");
+        ->type_name("N")
+        ->check(filled);
     auto *pixels =
         command
             .add_option("--min-area-px", given.min_area_pixels,
                         with_default("Smallest region, pixels", standard.min_area_pixels))
-            ->type_name("N");
+            ->type_name("N")
+            ->check(filled);
     command
         .add_option("--min-area", given.min_area,
                     "Smallest region, as a fraction of the picture or --roi")
         ->type_name("FRAC")
+        ->check(filled)
         ->excludes(pixels);
     command
         .add_option(
             "--max-area", given.max_area,
             with_default("Largest region, as a fraction", double(standard.max_area_fraction)))
-        ->type_name("FRAC");
+        ->type_name("FRAC")
+        ->check(filled);
     command
         .add_option(
             "--max-variation", given.max_variation,
             with_default("Largest relative growth over N levels", double(standard.max_variation)))
-        ->type_name("V");
+        ->type_name("V")
+        ->check(filled);
     command
         .add_option("--min-diversity", given.min_diversity,
                     with_default("Smallest relative difference of area between nested regions",
                                  double(standard.min_diversity)))
-        ->type_name("V");
+        ->type_name("V")
+        ->check(filled);
     add_flood_options(command, given);
 }
 
