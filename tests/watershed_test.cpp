@@ -355,7 +355,7 @@ TEST(Model, NoticesPlantedFaults) {
         other.eight = !other.eight;
         connected += found != model_regions(other);
         other = r.model;
-        other.level[rng.below(other.level.size())] += 1;
+        other.level[rng.below(other.level.size())] ^= 1;
         lifted += found != model_regions(other);
     }
     EXPECT_GT(smaller, 5);

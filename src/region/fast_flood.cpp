@@ -9,7 +9,10 @@
 namespace kipx {
 namespace {
 
-constexpr uint16_t reached = 0x100; // in a cell: done, waiting, masked out or beyond the border
+// In a cell: done, waiting, masked out or beyond the border. Cells of one byte have no code to spare:
+// there the highest level means the same.
+template<typename Cell>
+constexpr uint32_t reached = sizeof(Cell) == 1 ? level_count - 1 : level_count;
 constexpr uint32_t smallest_region = 16;
 
 // A component whose pixels are still coming in.
@@ -22,11 +25,15 @@ struct Open {
 
 // The flood's state. open[0] lies under everything: what the parts of a masked image hang on.
 // Levels fall strictly from open[1] to the top, so that there are no more of them than levels.
-class FastFlood {
+//
+// A flood with one-byte cells takes the pixels of level 255 for walls. They part the rest of the image
+// as a mask does, and all of it meets again at their level, in the root; so that an image without a
+// mask loses nothing by it.
+template<typename Cell> class FastFlood {
 public:
     FastFlood(const FloodImage &image, const FastScratch &scratch, KipxFWTSRES *store)
-        : image_(image), stride_(image.width + 1), cells_(scratch.cells + stride_ + 1),
-          store_(store) {
+        : image_(image), stride_(image.width + 1),
+          cells_(static_cast<Cell *>(scratch.cells) + stride_ + 1), store_(store) {
         open_[0] = {no_level, 0, 0, nullptr};
     }
 
@@ -36,16 +43,25 @@ public:
 private:
     void fill_row(uint32_t y);
     template<uint32_t edges> bool flood_part(uint32_t seed);
+    uint32_t cell_of(uint64_t pixel) const {
+        return static_cast<uint32_t>(pixel / image_.width * stride_ + pixel % image_.width);
+    }
     void open(uint32_t level, uint32_t done, uint32_t pixel) {
         open_[++top_] = {level, done, pixel, nullptr};
     }
     bool raise(uint32_t level, uint32_t done, uint32_t pixel);
     KipxSTnode *close(const Open &component, uint32_t done);
     bool end_part(bool whole);
+    void add_walls();
+    uint64_t next_seed(uint64_t from) const {
+        return next_pixel(image_, from, [this](uint32_t y, uint32_t x) {
+            return cells_[uint64_t{y} * stride_ + x] < reached<Cell>;
+        });
+    }
 
     const FloodImage &image_;
     uint32_t stride_; // cells from row to row; the cell after a row borders the next one too
-    uint16_t *cells_; // of pixel (0, 0)
+    Cell *cells_;     // of pixel (0, 0)
     KipxFWTSRES *store_;
     uint32_t done_ = 0;
     uint32_t top_ = 0;
@@ -53,32 +69,31 @@ private:
     Open open_[level_count + 1];
 };
 
-void FastFlood::fill_row(uint32_t y) {
-    uint16_t *cells = cells_ + uint64_t{y} * stride_;
+template<typename Cell> void FastFlood<Cell>::fill_row(uint32_t y) {
+    Cell *cells = cells_ + uint64_t{y} * stride_;
     const uint8_t *p = image_.source.row_at(y);
     uint32_t width = image_.width, invert = image_.invert, shift = image_.shift;
     if (shift > 7) invert = 0, shift = 8;
     if (image_.source.pixel == 1)
-        for (uint32_t x = 0; x < width; ++x)
-            cells[x] = static_cast<uint16_t>((p[x] ^ invert) >> shift);
+        for (uint32_t x = 0; x < width; ++x) cells[x] = static_cast<Cell>((p[x] ^ invert) >> shift);
     else
         for (uint32_t x = 0; x < width; ++x)
-            cells[x] = static_cast<uint16_t>((p[x * image_.source.pixel] ^ invert) >> shift);
+            cells[x] = static_cast<Cell>((p[x * image_.source.pixel] ^ invert) >> shift);
     if (image_.mask.at)
         for (uint32_t x = 0; x < width; ++x)
-            if (image_.masked_out(y, x)) cells[x] = reached;
-    cells[width] = reached;
+            if (image_.masked_out(y, x)) cells[x] = reached<Cell>;
+    cells[width] = reached<Cell>;
 }
 
-void FastFlood::fill_cells() {
-    for (uint32_t i = 0; i <= stride_; ++i) *(cells_ - 1 - i) = reached;
+template<typename Cell> void FastFlood<Cell>::fill_cells() {
+    for (uint32_t i = 0; i <= stride_; ++i) *(cells_ - 1 - i) = reached<Cell>;
     for (uint32_t y = 0; y < image_.height; ++y) fill_row(y);
-    uint16_t *below = cells_ + uint64_t{image_.height} * stride_;
-    for (uint32_t x = 0; x < stride_; ++x) below[x] = reached;
+    Cell *below = cells_ + uint64_t{image_.height} * stride_;
+    for (uint32_t x = 0; x < stride_; ++x) below[x] = reached<Cell>;
 }
 
 // Makes the node of a component that is complete. Null when there is no memory.
-KipxSTnode *FastFlood::close(const Open &component, uint32_t done) {
+template<typename Cell> KipxSTnode *FastFlood<Cell>::close(const Open &component, uint32_t done) {
     KipxFWTSRESnode *made = fast_store_take(store_);
     if (!made) return nullptr;
     uint32_t row = component.pixel / stride_;
@@ -93,7 +108,7 @@ KipxSTnode *FastFlood::close(const Open &component, uint32_t done) {
 
 // Closes what is complete below `level`, which the next pixel has. The component on top either
 // becomes one of that level, or ends in the one under it.
-bool FastFlood::raise(uint32_t level, uint32_t done, uint32_t pixel) {
+template<typename Cell> bool FastFlood<Cell>::raise(uint32_t level, uint32_t done, uint32_t pixel) {
     do {
         Open &top = open_[top_], &second = open_[top_ - 1];
         KipxSTnode *node = nullptr;
@@ -114,14 +129,14 @@ bool FastFlood::raise(uint32_t level, uint32_t done, uint32_t pixel) {
     return true;
 }
 
-template<uint32_t edges> bool FastFlood::flood_part(uint32_t seed) {
+template<typename Cell> template<uint32_t edges> bool FastFlood<Cell>::flood_part(uint32_t seed) {
     ptrdiff_t s = stride_;
     // Along the row first: what joins the boundary last is taken from it first.
     const ptrdiff_t step[8] = {1, -1, s, -s, s + 1, s - 1, 1 - s, -s - 1};
-    uint16_t *cells = cells_;
+    Cell *cells = cells_;
     uint32_t *order = store_->pixels;
     uint32_t done = done_, pixel = seed, level = cells[pixel];
-    cells[pixel] |= reached;
+    cells[pixel] = reached<Cell>;
     open(level, done, pixel);
     for (;;) {
         // The lowest neighbour, the first of several; reached ones are above every level.
@@ -135,14 +150,14 @@ template<uint32_t edges> bool FastFlood::flood_part(uint32_t seed) {
             boundary_.push(level, pixel);
             pixel += static_cast<uint32_t>(step[lowest & 7]);
             level = lowest >> 3;
-            cells[pixel] |= reached;
+            cells[pixel] = reached<Cell>;
             open(level, done, pixel);
             continue;
         }
         for (uint32_t e = edges; e-- > 0;)
-            if (near[e] < reached) {
+            if (near[e] < reached<Cell>) {
                 uint32_t next = pixel + static_cast<uint32_t>(step[e]);
-                cells[next] |= reached;
+                cells[next] = reached<Cell>;
                 boundary_.push(near[e], next);
             }
         order[done++] = pixel;
@@ -160,7 +175,7 @@ template<uint32_t edges> bool FastFlood::flood_part(uint32_t seed) {
 
 // A part has been flooded; its outermost component is on top. It is the root if it is the whole
 // image, otherwise it goes under what will be the root.
-bool FastFlood::end_part(bool whole) {
+template<typename Cell> bool FastFlood<Cell>::end_part(bool whole) {
     while (top_ > 0) {
         const Open &part = open_[top_];
         if (whole || done_ - part.start >= smallest_region) {
@@ -174,24 +189,32 @@ bool FastFlood::end_part(bool whole) {
     return true;
 }
 
-int32_t FastFlood::run(const uint32_t levels[level_count], uint64_t total, uint32_t *memory) {
+// Walls belong to the root alone. They come in raster order.
+template<typename Cell> void FastFlood<Cell>::add_walls() {
+    for (uint32_t y = 0; y < image_.height; ++y)
+        for (uint32_t x = 0; x < image_.width; ++x)
+            if (image_.level_at(y, x) == reached<Cell>) store_->pixels[done_++] = y * stride_ + x;
+}
+
+template<typename Cell>
+int32_t FastFlood<Cell>::run(const uint32_t levels[level_count], uint64_t total, uint32_t *memory) {
     boundary_.carve(memory, levels);
+    uint64_t walls = sizeof(Cell) == 1 ? levels[reached<Cell>] : 0;
     uint64_t seed = uint64_t{image_.seed_row} * image_.width + image_.seed_column, at = 0;
-    bool several = false;
-    for (;;) {
-        uint32_t cell = static_cast<uint32_t>(seed / image_.width * stride_ + seed % image_.width);
-        if (!several) open_[0].pixel = cell;
+    open_[0].pixel = cell_of(seed);
+    bool several = walls > 0;
+    if (several && cells_[cell_of(seed)] == reached<Cell>) seed = at = next_seed(0);
+    while (done_ + walls < total) {
+        uint32_t cell = cell_of(seed);
         bool flooded = image_.eight ? flood_part<8>(cell) : flood_part<4>(cell);
-        if (!flooded) return KIPX_ENOMEM;
-        if (!end_part(!several && done_ == total)) return KIPX_ENOMEM;
-        if (done_ == total) break;
+        if (!flooded || !end_part(!several && done_ == total)) return KIPX_ENOMEM;
+        if (done_ + walls == total) break;
         several = true;
-        seed = at = next_pixel(image_, at, [this](uint32_t y, uint32_t x) {
-            return cells_[uint64_t{y} * stride_ + x] < reached;
-        });
+        seed = at = next_seed(at);
     }
     KipxSTnode *root = open_[0].children;
     if (several) {
+        if (walls > 0) add_walls();
         open_[0].level = level_count - 1;
         while (levels[open_[0].level] == 0) --open_[0].level;
         root = close(open_[0], done_);
@@ -201,15 +224,22 @@ int32_t FastFlood::run(const uint32_t levels[level_count], uint64_t total, uint3
     return 0;
 }
 
+template<typename Cell>
+int32_t flood_with(const FloodImage &image, const uint32_t levels[level_count], uint64_t total,
+                   const FastScratch &scratch, KipxFWTSRES *store) {
+    FastFlood<Cell> flood(image, scratch, store);
+    flood.fill_cells();
+    return flood.run(levels, total, scratch.boundary);
+}
+
 } // namespace
 
 int32_t fast_flood(const FloodImage &image, const uint32_t values[level_count], uint64_t total,
                    const FastScratch &scratch, KipxFWTSRES *store) {
     uint32_t levels[level_count];
     values_to_levels(image, values, levels);
-    FastFlood flood(image, scratch, store);
-    flood.fill_cells();
-    int32_t code = flood.run(levels, total, scratch.boundary);
+    auto flood = image.mask.at ? flood_with<uint16_t> : flood_with<uint8_t>;
+    int32_t code = flood(image, levels, total, scratch, store);
     if (code < 0) fast_store_forget(store);
     return code;
 }

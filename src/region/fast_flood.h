@@ -5,8 +5,8 @@
 //          or below it that holds 16 pixels or more and one of that level. Nodes, their order and
 //          the order of pixels depend on the image, the mask, the seed and the settings alone.
 // Costs    every pixel is visited once and once more for every step down taken from it (1.3 visits
-//          a pixel on noise). 2 bytes a pixel for levels and reached marks and 4 for the boundary
-//          are scratch; 4 bytes a pixel and 64 a node stay in the store.
+//          a pixel on noise). 1 byte a pixel for levels and reached marks (2 with a mask) and 4 for
+//          the boundary are scratch; 4 bytes a pixel and 64 a node stay in the store.
 // Owner    the store owns nodes and pixels, the caller the scratch.
 //
 // The algorithm. Pixels waiting at the boundary lie in one stack a level. The pixel in hand looks
@@ -30,15 +30,17 @@ namespace kipx {
 
 // Scratch of one flood; both may be undefined on entry.
 struct FastScratch {
-    uint16_t *cells;    // fast_cells(image) of them
+    void *cells;        // fast_cells_size(image) bytes
     uint32_t *boundary; // one a pixel
 };
 
-inline uint64_t fast_cells(const FloodImage &image) {
-    return (uint64_t{image.height} + 2) * (uint64_t{image.width} + 1) + 1;
+// One byte a pixel and border; two for a masked image.
+inline uint64_t fast_cells_size(const FloodImage &image) {
+    uint64_t cells = (uint64_t{image.height} + 2) * (uint64_t{image.width} + 1) + 1;
+    return image.mask.at ? 2 * cells : cells;
 }
 
-// Floods into a store that has been made ready (kipx_fwtsr_prepare in fast_store.h). values: pixels
+// Floods into a store that has been made ready (fast_store_prepare). values: pixels
 // of each value, as count_values gives them; total: their sum, at least 1. The seed lies inside the
 // mask. 0, or KIPX_ENOMEM when the store's storage cannot supply a node.
 int32_t fast_flood(const FloodImage &image, const uint32_t values[level_count], uint64_t total,

@@ -102,8 +102,7 @@ int32_t announce(KipxWTSLSC *levelset, const FloodImage &image) {
 
 int32_t FastRun::take(KipxXE *xe, const FloodImage &image) {
     total_ = count_values(image, values_);
-    scratch_.cells =
-        static_cast<uint16_t *>(KipxXEalloca(xe, fast_cells(image) * sizeof *scratch_.cells, 8));
+    scratch_.cells = KipxXEalloca(xe, fast_cells_size(image), 8);
     if (!scratch_.cells) return KIPX_ENOMEM;
     scratch_.boundary =
         static_cast<uint32_t *>(KipxXEalloca(xe, image.pixels() * sizeof *scratch_.boundary, 8));

@@ -20,6 +20,9 @@ RandomImage random_image(Rng &rng, bool masked) {
         if (smooth && i > 0) v = (v + smooth * m.level.back()) / (smooth + 1);
         m.level.push_back(v);
     }
+    // The levels next to 255 as often as those next to 0.
+    if (rng.one_in(2))
+        for (int &v : m.level) v = 255 - v;
     if (masked) {
         uint64_t holes = static_cast<uint64_t>(rng.between(1, 8));
         for (uint32_t i = 0; i < m.height * m.width; ++i)
