@@ -37,7 +37,7 @@ set(KIPX_SET_FLAGS_avx512 ${KIPX_SET_FLAGS_avx2} -mavx512f -mavx512bw -mavx512cd
     -mavx512vl -mavx512vbmi -mprefer-vector-width=512)
 # g++ 12 takes the deliberately undefined vectors of its own intrinsics for mistakes.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    list(APPEND KIPX_SET_FLAGS_avx512 -Wno-maybe-uninitialized)
+    list(APPEND KIPX_SET_FLAGS_avx512 -Wno-uninitialized -Wno-maybe-uninitialized)
 endif()
 
 function(kipx_rows)

@@ -9,8 +9,9 @@
  *
  * The context owns what a call leaves in it: the list, by KipxMSERrelease or by closing the
  * builders (KipxSTBclose) and freeing the list's entries (_ZuMfree). The regions live in the
- * builders, and these in the environment's memory stack: release before the environment ends. Every
- * call, also one that fails, starts by forgetting what the context held: release that first.
+ * builders, and these in the environment's memory stack: release before the environment ends. A
+ * call wants a context without list and builders: it adds to a list that is still there and forgets
+ * builders without closing them, so release what an earlier call left first.
  *
  * The same image gives the same list in the same order on every machine.
  */

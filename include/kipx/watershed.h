@@ -21,7 +21,7 @@
  *                 type; a mask of another type than u8, or with other axes or channels
  *   KIPX_ENOTSUP  another valid type, or 2, 4 or 8 channels (both at once: KIPX_EINVAL)
  *   KIPX_EEMPTY   the region of interest, or the mask inside it, is empty
- *   KIPX_EAGAIN   everything is in order and KIPX_FLAG_PROBE was set
+ *   KIPX_EAGAIN   array, region, type and seed are in order and KIPX_FLAG_PROBE was set
  *   KIPX_ENOMEM   scratch could not be taken. The same code ends a flood in whose middle the builder
  *                 or the store cannot make a region; the tree is then empty
  *

@@ -126,6 +126,61 @@ inline void row_of_rounded_bytes(void *dst, const void *a, const void *b, size_t
     });
 }
 
+// ---- scaled bytes ----
+
+// Products times 2^-k, k from 2 to 9. The sum of the product, half a unit less one, and one more where
+// the quotient is odd is halved by an average that rounds up, and shifted on; packing saturates.
+inline void row_of_scaled_byte_products(void *dst, const void *a, const void *b, size_t n, u32 k,
+                                        bool streamed) {
+    const __m512i low = _mm512_set1_epi16(255), odd = _mm512_set1_epi16(1);
+    const __m512i bias = _mm512_set1_epi16(static_cast<s16>((1 << (k - 1)) - 2));
+    const __m512i whole = _mm512_set1_epi16(static_cast<s16>(k)),
+                  rest = _mm512_set1_epi16(static_cast<s16>(k - 1));
+    const __m512i places =
+        _mm512_broadcast_i32x4(_mm_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15));
+    auto scaled = [=](__m512i r) {
+        // (r >> k) & 1, or bias
+        __m512i more = _mm512_ternarylogic_epi32(_mm512_srlv_epi16(r, whole), odd, bias, 0xea);
+        return _mm512_srlv_epi16(_mm512_avg_epu16(r, more), rest);
+    };
+    row_of_vectors<u8>(dst, a, b, n, streamed, [=](__m512i x, __m512i y) {
+        __m512i even = _mm512_mullo_epi16(_mm512_and_si512(x, low), _mm512_and_si512(y, low));
+        __m512i high = _mm512_mulhi_epu16(_mm512_andnot_si512(low, x), _mm512_andnot_si512(low, y));
+        return _mm512_shuffle_epi8(_mm512_packus_epi16(scaled(even), scaled(high)), places);
+    });
+}
+
+// Sums times 2^-k, k from 2 to 8, in bytes: with m the mean rounded down and p the half that it lost,
+// the result is (m + 2^(k-2) - 1 + (p | bit k-1 of m)) >> (k - 1). A difference below zero is stored as
+// zero, and one above is the sum with zero.
+template<class Op>
+inline void row_of_scaled_byte_sums(void *dst, const void *a, const void *b, size_t n, u32 k,
+                                    bool streamed) {
+    const __m512i one = _mm512_set1_epi8(1);
+    const __m512i bias = _mm512_set1_epi8(static_cast<char>(k > 2 ? (1 << (k - 2)) - 2 : 0));
+    const __m512i kept = _mm512_set1_epi8(static_cast<char>(0xff >> (k - 2)));
+    const __m128i to_odd = _mm_cvtsi32_si128(static_cast<int>(k - 1)),
+                  rest = _mm_cvtsi32_si128(static_cast<int>(k - 2));
+    const bool halves = k == 2;
+    row_of_vectors<u8>(dst, a, b, n, streamed, [=](__m512i x, __m512i y) {
+        if constexpr (!same<Op, op_add> && !same<Op, op_addq>) {
+            constexpr bool reversed = same<Op, op_rsub> || same<Op, op_rsubq>;
+            x = reversed ? _mm512_subs_epu8(y, x) : _mm512_subs_epu8(x, y);
+            y = _mm512_setzero_si512();
+        }
+        __m512i differ = _mm512_xor_si512(x, y);
+        __m512i mean = _mm512_sub_epi8(_mm512_avg_epu8(x, y), _mm512_and_si512(differ, one));
+        // Bits of the neighbouring byte come into the high bits only.
+        __m512i odd = _mm512_ternarylogic_epi32(differ, _mm512_srl_epi16(mean, to_odd), one, 0xa8);
+        if (halves) {
+            __m512i uneven = _mm512_and_si512(_mm512_xor_si512(mean, odd), one);
+            return _mm512_sub_epi8(_mm512_avg_epu8(mean, odd), uneven);
+        }
+        __m512i half = _mm512_avg_epu8(mean, _mm512_or_si512(odd, bias));
+        return _mm512_and_si512(_mm512_srl_epi16(half, rest), kept);
+    });
+}
+
 // ---- s16 as pairs of exact 32-bit numbers ----
 
 // Even and odd words of 32-bit lanes, saturated, back in their places.

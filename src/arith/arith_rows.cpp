@@ -22,6 +22,17 @@ void row_exact(void *dst, const void *a, const void *b, size_t n, const ArithSca
     using W = Wide<D, A, B>;
     using Short = Quick<Op, D, A, B>;
     auto result = [](A x, B y) { return Op::of(static_cast<W>(x), static_cast<W>(y)); };
+#if defined(__AVX512VBMI__)
+    if constexpr (all_bytes<D, A, B>)
+        if (scale.mode == ScaleMode::down && scale.shift >= 2) {
+            if constexpr (Op::kind == Kind::product) {
+                if (scale.shift <= 9)
+                    return row_of_scaled_byte_products(dst, a, b, n, scale.shift, streamed);
+            } else if (scale.shift <= 8) {
+                return row_of_scaled_byte_sums<Op>(dst, a, b, n, scale.shift, streamed);
+            }
+        }
+#endif
     if constexpr (all_bytes<D, A, B>) {
         bool pairs = scale.mode == ScaleMode::down && scale.shift > 1;
         if constexpr (Op::kind == Kind::product) pairs = scale.mode != ScaleMode::up;
