@@ -96,15 +96,17 @@ LIES = {
 
 class Hostile(ProgramCase):
     def refused(self, name):
-        """Reading must fail with a sentence that names the file; as either operand nothing is written."""
-        self.put("good.pgm", write_pnm(picture(), "P5"))
-        self.refuses("info", name, says=[name + ": "])
+        """Reading must fail with a sentence that names the file, and nothing be written."""
         self.refuses("add", "good.pgm", name, "-o", "out.png", says=[name + ": "])
+
+    def setUp(self):
+        super().setUp()
+        self.put("good.pgm", write_pnm(picture(), "P5"))
 
     def test_every_cut_is_noticed(self):
         for name, data in list(sound_files(self)):
-            steps = sorted({0, 1, 2, 3, 4, 8, 12, 16, 24, 33, 64, len(data) - 1, len(data) - 2, len(data) - 4,
-                            len(data) - 8, *range(0, len(data), max(len(data) // 20, 1))})
+            steps = sorted({0, 1, 3, 8, 16, 33, len(data) - 1, len(data) - 2, len(data) - 4,
+                            *range(0, len(data), max(len(data) // 7, 1))})
             self.put(name, data)
             self.works("info", name)
             for length in (step for step in steps if 0 <= step < len(data)):
@@ -122,7 +124,7 @@ class Hostile(ProgramCase):
         """Flipped bytes may still make a picture; otherwise it is a sentence."""
         source = random.Random(11)
         for name, data in list(sound_files(self)):
-            for _ in range(25):
+            for _ in range(10):
                 damaged = bytearray(data)
                 for _ in range(source.choice((1, 3, 20))):
                     damaged[source.randrange(min(len(data), 400))] = source.randrange(256)
