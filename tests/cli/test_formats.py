@@ -70,15 +70,19 @@ def unusual():
 
 class Reading(ProgramCase):
     def test_every_kind(self):
-        for name, data, array in readable():
+        files = [("%03d %s" % (i, name), data, array) for i, (name, data, array) in enumerate(readable())]
+        for name, data, array in files:
             with self.subTest(name):
                 self.put(name, data)
                 got = self.decoded(name)
                 self.assertEqual(got[1:4], array[1:4])
                 self.assertEqual(got.values, [float(value) for value in array.values])
-                line = self.works("info", name).splitlines()[1].split()
-                self.assertEqual(line[1:4], ["13x7" if array.width == 13 else "8x2", array.type,
-                                             str(array.channels)])
+        told = self.works("info", *(name for name, _, _ in files)).splitlines()[1:]
+        self.assertEqual(len(told), len(files))
+        for (name, _, array), line in zip(files, told):
+            self.assertTrue(line.startswith(name))
+            self.assertEqual(line[len(name):].split()[:3],
+                             ["13x7" if array.width == 13 else "8x2", array.type, str(array.channels)])
 
     def test_content_tells_the_format(self):
         self.put("liar.png", write_pnm(sample("u8"), "P5"))

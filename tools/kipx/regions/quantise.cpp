@@ -14,6 +14,15 @@ struct Count {
     uint64_t pixels;
 };
 
+template<class T> bool is_nan(T value) {
+    if constexpr (std::is_floating_point_v<T>) return std::isnan(value);
+    return false;
+}
+
+// The least value of an integer of 8 or 16 bits.
+template<class T>
+constexpr int table_base = std::is_signed_v<T> ? -(1 << (8 * int(sizeof(T)) - 1)) : 0;
+
 // One value a pixel.
 template<class T> std::vector<T> grey_values(const Image &image) {
     const uint32_t channels = image.channels();
@@ -38,15 +47,14 @@ template<class T> std::vector<Count> census(const std::vector<T> &values) {
     std::vector<Count> out;
     if constexpr (std::is_integral_v<T> && sizeof(T) <= 2) {
         std::vector<uint64_t> table(size_t(1) << (8 * sizeof(T)));
-        const int least = std::numeric_limits<T>::min();
+        const int least = table_base<T>;
         for (const T value : values) ++table[size_t(value - least)];
         for (size_t i = 0; i < table.size(); ++i)
             if (table[i]) out.push_back({double(int64_t(i) + least), table[i]});
         return out;
     } else {
         std::vector<T> sorted(values);
-        sorted.erase(std::remove_if(sorted.begin(), sorted.end(), [](T v) { return v != v; }),
-                     sorted.end());
+        sorted.erase(std::remove_if(sorted.begin(), sorted.end(), is_nan<T>), sorted.end());
         std::sort(sorted.begin(), sorted.end());
         for (const T value : sorted) {
             if (out.empty() || out.back().value != double(value)) out.push_back({double(value), 0});
@@ -143,7 +151,7 @@ template<class T> GreyLevels levels_of(const Image &image, Levels levels, const 
     uint8_t *levels_out = out.image.data();
     if constexpr (std::is_integral_v<T> && sizeof(T) <= 2) {
         std::vector<uint8_t> table(size_t(1) << (8 * sizeof(T)));
-        const int base = std::numeric_limits<T>::min();
+        const int base = table_base<T>;
         for (size_t i = 0; i < counts.size(); ++i)
             table[size_t(int(counts[i].value) - base)] = plan[i];
         for (const T value : values) *levels_out++ = table[size_t(value - base)];
@@ -153,13 +161,13 @@ template<class T> GreyLevels levels_of(const Image &image, Levels levels, const 
         const auto below = [](const Count &count, double value) { return count.value < value; };
         for (const T value : values) {
             const auto at = std::lower_bound(counts.begin(), counts.end(), double(value), below);
-            has_nan |= value != value;
-            *levels_out++ = value != value ? 0 : plan[size_t(at - counts.begin())];
+            has_nan |= is_nan(value);
+            *levels_out++ = is_nan(value) ? 0 : plan[size_t(at - counts.begin())];
         }
         if (!has_nan) return out;
         out.mask = Image({KIPX_U8, image.width(), image.height(), 1});
         std::transform(values.begin(), values.end(), out.mask.data(),
-                       [](T value) { return value != value ? 0 : 255; });
+                       [](T value) { return is_nan(value) ? 0 : 255; });
         return out;
     }
 }
