@@ -65,7 +65,6 @@ void append_group(std::string &out, const Finder &finder, const GreyLevels &leve
         if (region.bright != bright) continue;
         for (; open > region.depth; --open) out += "]}";
         out += first ? "\n" : ",\n";
-        first = false;
         out.append(4 + 2 * size_t(region.depth), ' ');
         append(out, "{\"id\": %zu, ", i + 1);
         append_measures(out, region, levels);

@@ -11,6 +11,7 @@ void append(std::string &out, const char *format, ...) {
     char text[401];
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start has just set it
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     out.append(text, size_t(std::clamp(length, 0, int(sizeof text) - 1)));

@@ -109,7 +109,7 @@ Scene::Cell Scene::make_cell(uint64_t slot, int64_t x, int64_t y) const {
         i = random.between(-1000, 1000);
         j = random.between(-1000, 1000);
     }
-    const auto length = int32_t(root(uint64_t(i * i + j * j)));
+    const auto length = int32_t(root(uint64_t(int64_t(i) * i + int64_t(j) * j)));
     cell.cosine = i * 32768 / length;
     cell.sine = j * 32768 / length;
     cell.along_scale = (int64_t(1) << 40) / (int64_t(cell.along) * cell.along);
