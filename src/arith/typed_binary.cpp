@@ -121,7 +121,7 @@ int32_t run_with_scratch(Plan &plan, const TypedCall &c) {
     if (row_bytes > UINT32_MAX) return KIPX_EINVAL;
     uint64_t traffic = uint64_t{plan.width} * (2 * plan.middle_size + size_of(c.src2));
     uint64_t rows =
-        std::max<uint64_t>(kipx_level2_cache_size() / 8 / std::max<uint64_t>(traffic, 1), 1);
+        std::max<uint64_t>(kipx_level1_dcache_size() / std::max<uint64_t>(traffic, 1), 1);
     plan.block_rows = static_cast<uint32_t>(std::min<uint64_t>(rows, plan.height));
     plan.buffer = static_cast<char *>(KipxXEalloca(c.xe, row_bytes * plan.block_rows, 8));
     if (!plan.buffer) return KIPX_ENOMEM;
