@@ -29,7 +29,7 @@ bool shifted_meets(const Footprint &f, uint32_t i, int64_t delta) {
 } // namespace
 
 bool span_of(const kipx_arr &arr, const kipx_site &site, Span &span) {
-    uint64_t first = arr.offset, last = arr.offset, size = element_size(arr.type);
+    uint64_t first = arr.offset, last = first, size = element_size(arr.type);
     for (uint32_t i = first_axis(arr); i < 4; ++i) {
         uint64_t steps = uint64_t{site.extent[i]} - 1;
         first += uint64_t{site.origin[i]} * arr.strides[i]; // at most 2^63 each, and checked below

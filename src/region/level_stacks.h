@@ -18,8 +18,7 @@ inline constexpr uint32_t no_level = level_count;
 
 template<typename Entry> struct LevelStacks {
     Entry *base[level_count], *top[level_count];
-    uint64_t
-        filled[level_count / 64]; // set for every level that holds something, and some that do not
+    uint64_t filled[level_count / 64]; // set for levels that hold something, and some that do not
 
     void carve(Entry *memory, const uint32_t levels[level_count]) {
         for (uint32_t k = 0; k < level_count; ++k) {
@@ -34,7 +33,7 @@ template<typename Entry> struct LevelStacks {
     }
     bool empty(uint32_t level) const { return top[level] == base[level]; }
     // Of a level that is not empty.
-    Entry newest(uint32_t level) const { return top[level][-1]; }
+    Entry newest(uint32_t level) const { return *(top[level] - 1); }
     Entry take(uint32_t level) { return *--top[level]; }
     // The lowest level above an emptied one that holds something, or no_level; none below it does.
     uint32_t next_after(uint32_t level) {
