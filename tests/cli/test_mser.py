@@ -357,6 +357,22 @@ class ManyImages(Regions):
         self.put("a.overlay.png", write_png(blobs(3)))
         self.refuses("mser", "a.png", "sub/a.png", "-o", "out", says=["a.png", "sub/a.png"])
         self.refuses("mser", "a.png", "a.overlay.png", "-o", ".", says=["a.overlay.png"])
+        self.put("b.done", write_png(blobs(4)))  # an image, whatever its name says
+        self.refuses("mser", "b.done", "-o", ".", says=["b.done"])
+
+    def test_a_result_never_takes_the_place_of_the_mask(self):
+        self.put("a.png", write_png(blobs(1)))
+        self.put("b.png", write_png(blobs(2)))
+        inside = Array("u8", 40, 30, 1, [1] * 1200)
+        os.symlink("b.done", self.path("link.png"))
+        for name in ("b.labels.tif", "b.overlay.png", "b.csv", "b.done"):
+            with self.subTest(name):
+                self.put(name, write_png(inside))
+                mask = "link.png" if name == "b.done" else "./" + name
+                self.refuses("mser", "a.png", "b.png", "-o", ".", "--mask", mask, says=["b.png", name, "--mask"])
+                os.remove(self.path(name))
+        self.put("mask.png", write_png(inside))
+        self.works("mser", "a.png", "b.png", "-o", ".", "--mask", "mask.png")
 
 
 if __name__ == "__main__":

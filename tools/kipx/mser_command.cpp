@@ -46,12 +46,15 @@ Target target_of(const std::string &file, const std::string &folder) {
             stem + ".done"};
 }
 
-// Every image has files of its own, and none of them is an image that was given.
+// Every image has files of its own, and none of them is an image that was given, or the mask: the
+// results would take its place while later images still need it.
 void check_targets(const Job &job) {
     std::map<std::string, std::string> owners, inputs;
     std::error_code error;
     for (const std::string &file : job.given.files)
-        inputs[fs::weakly_canonical(file, error).string()] = file;
+        inputs[fs::weakly_canonical(file, error).string()] = "one of the images given";
+    const std::string &mask = job.settings.mask;
+    if (!mask.empty()) inputs.emplace(fs::weakly_canonical(mask, error).string(), "the --mask");
     for (size_t i = 0; i < job.targets.size(); ++i) {
         const std::string &file = job.given.files[i];
         if (fs::path(file).stem().empty()) fail("FILE: got '", file, "', expected an image file");
@@ -59,10 +62,13 @@ void check_targets(const Job &job) {
         if (!fresh)
             fail("FILE: got '", owner->second, "' and '", file, "', whose results would both be ",
                  job.targets[i].csv);
-        for (const std::string &result : job.targets[i].results())
-            if (inputs.count(fs::weakly_canonical(result, error).string()))
-                fail("FILE: got '", file, "', whose result ", result,
-                     " is one of the images given");
+        std::vector<std::string> written = job.targets[i].results();
+        written.push_back(job.targets[i].done);
+        for (const std::string &result : written) {
+            const auto input = inputs.find(fs::weakly_canonical(result, error).string());
+            if (input != inputs.end())
+                fail("FILE: got '", file, "', whose result ", result, " is ", input->second);
+        }
     }
 }
 
