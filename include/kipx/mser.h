@@ -51,9 +51,11 @@ typedef struct KipxMSERContext {
     float max_variation;     /* largest relative growth over delta levels */
     float min_diversity;     /* smallest relative area difference of nested regions reported */
     int32_t min_area_pixels; /* used when the fraction gives 0 pixels; below 1 it means 9 */
-    uint32_t gather;         /* fast form: gather the features of the regions found */
-    uint16_t polarity;       /* 0: dark, 1: bright, else both */
-    uint16_t connectivity;   /* these five as in KipxWatershedContext */
+    /* Fast form: gather the features of the regions found. The other form does not look at it: call
+     * KipxGatherMSERsFeatures with the builder; until then the states mean nothing. */
+    uint32_t gather;
+    uint16_t polarity;     /* 0: dark, 1: bright, else both */
+    uint16_t connectivity; /* these five as in KipxWatershedContext */
     uint32_t shift;
     uint32_t seed_row;
     uint32_t seed_column;
