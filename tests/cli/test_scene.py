@@ -83,6 +83,8 @@ class Scene(ProgramCase):
         self.assertEqual(sorted(self.contents()), ["f-01.png", "f-02.png", "f-03.png"])
         self.works("scene", "-o", "g.png", "--size", "40x30")
         self.works("scene", "-o", "h.png", "--size", "40x30", "--seed", "2")
+        self.works("scene", "-o", "i.png", "--size", "40x30", "--frames", "2", "--clean", "i.png")
+        self.assertIn("i.png", self.contents())  # no frame has that name
         self.assertEqual(self.get("g.png"), self.get("f-01.png"))
         self.assertNotEqual(self.get("g.png"), self.get("h.png"))
 

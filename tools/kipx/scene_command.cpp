@@ -7,6 +7,7 @@
 #include "scene/scene.h"
 
 #include <filesystem>
+#include <map>
 #include <memory>
 
 namespace {
@@ -42,14 +43,34 @@ SceneOptions scene_options(const Globals &globals, const Arguments &given) {
     return options;
 }
 
+// Every output can be written, and none of them would replace another.
+void check_outputs(const Arguments &given, int64_t frames) {
+    std::vector<std::string> paths;
+    if (frames == 0) paths.push_back(given.output);
+    for (int64_t i = 1; i <= frames; ++i) paths.push_back(numbered(given.output, i, frames));
+    check_output(given.output);
+    for (const std::string *path : {&given.truth, &given.clean, &given.background}) {
+        if (path->empty()) continue;
+        check_output(*path);
+        paths.push_back(*path);
+    }
+    std::map<std::string, std::string> owners; // absolute: a name alone may not exist yet
+    for (const std::string &path : paths) {
+        const auto place = std::filesystem::weakly_canonical(std::filesystem::absolute(path));
+        const auto [owner, fresh] = owners.emplace(place.string(), path);
+        if (!fresh)
+            fail("scene: got '", owner->second, "' and '", path,
+                 "', expected outputs that do not replace each other");
+    }
+}
+
 void run(const Globals &globals, const Arguments &given) {
     const SceneOptions options = scene_options(globals, given);
     const uint32_t type =
         choice<uint32_t>("--depth", given.depth, {{"8", KIPX_U8}, {"16", KIPX_U16}});
     const int64_t frames =
         given.frames.empty() ? 0 : whole_number("--frames", given.frames, 1, 100000);
-    for (const std::string *path : {&given.output, &given.truth, &given.clean, &given.background})
-        if (!path->empty()) check_output(*path);
+    check_outputs(given, frames);
     const Scene scene(options);
     Image labels;
     const Image light = scene.light(given.truth.empty() ? nullptr : &labels);
