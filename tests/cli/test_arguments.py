@@ -125,6 +125,17 @@ class Arguments(ProgramCase):
         os.close(writer)
         self.assertEqual((done.returncode, done.stderr.count(b"\n")), (2, 1), done.stderr)
 
+    def test_a_full_standard_output_is_a_sentence(self):
+        lines = [["info", "a.png"], ["add", "a.png", "b.png", "-o", "out.png"], ["mser", "a.png", "b.png", "-o", "o"],
+                 ["tree", "a.png"], ["scene", "-o", "s.png", "--size", "20x20"], ["demo", "a.png", "-o", "d"],
+                 ["--help"], ["--version"], ["mser", "--help"], ["--help-all"]]
+        for line in lines:
+            with self.subTest(line), open("/dev/full", "wb") as full:
+                done = subprocess.run([PROGRAM, *line], cwd=self.folder, stdout=full, stderr=subprocess.PIPE,
+                                      check=False)
+                self.assertEqual((done.returncode, done.stderr),
+                                 (2, b"kipx: cannot write to standard output\n"))
+
     def test_help_and_version(self):
         self.assertRegex(self.works("--version"), r"^kipx \d+\.\d+\.\d+\n$")
         whole = self.works("--help")

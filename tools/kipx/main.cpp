@@ -24,6 +24,14 @@ constexpr const char *examples = R"(Examples:
 
 Exit status: 0 done, 2 bad input or a failure, told in one line on stderr.)";
 
+// The exit status of work that is done. A flush on the way may have failed and dropped its text; then
+// the last one succeeds, and only the error flag remembers.
+int told() {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        return complain("cannot write to standard output");
+    return 0;
+}
+
 int run(int count, char **arguments) {
     CLI::App app("Kipx: image arithmetic and region analysis on image files.", "kipx");
     Globals globals;
@@ -52,14 +60,14 @@ int run(int count, char **arguments) {
     try {
         app.parse(count, arguments);
     } catch (const CLI::Success &asked) {
-        return app.exit(asked);
+        app.exit(asked);
+        return told();
     } catch (const CLI::ParseError &error) {
         return complain(std::string(error.what()) + "; `kipx --help` tells how");
     }
     if (app.get_subcommands().empty())
         return complain("no command given; `kipx --help` lists them");
-    if (std::fflush(stdout) != 0) return complain("cannot write to standard output");
-    return 0;
+    return told();
 }
 
 } // namespace
