@@ -260,6 +260,42 @@ class Levels(Regions):
             pairs = sorted((value, level) for value, found in levels.items() for p, level in found if p == polarity)
             self.assertEqual([level for _, level in pairs], sorted(level for _, level in pairs))
 
+    def regions(self, array, *options, largest=1):
+        self.put("in.npy", write_npy(array))
+        self.works("mser", "in.npy", "-o", "out", "--min-area-px", 16, "--max-area", largest, *options)
+        return [[row[key] for key in ("polarity", "level", "area", "variation", "x", "y", "mxx", "mxy", "myy")]
+                for row in self.table("out/in.csv")]
+
+    def test_few_values_are_spread(self):
+        """Which value is next counts, not how far: the regions are those of the evenly spread picture."""
+        source = random.Random(6)
+        for count in (1, 2, 4, 10, 52, 60, 255, 256):
+            ranks = [value * (count - 1) // 255 for value in blobs(32, noise=0).values]
+            ranks[: 2 * count : 2] = range(count)  # each of them is used
+            values = sorted(source.uniform(-1, 1) * 10 ** source.randint(0, 30) for _ in range(count))
+            spread = [rank * 255 // max(count - 1, 1) for rank in ranks]
+            uneven = Array("f32", 40, 30, 1, [values[rank] for rank in ranks])
+            for how in ("auto", "equal"):
+                with self.subTest(count=count, how=how):
+                    # Values that a byte holds, all of its range used, are taken as they are.
+                    wanted = self.regions(Array("u8", 40, 30, 1, spread))
+                    if count in (4, 10, 52, 60):
+                        self.assertTrue(wanted)
+                    self.assertEqual(self.regions(uneven, "--levels", how), wanted)
+                    self.assertEqual((self.levels()["kept"], self.levels()["lost"]), (count, 0))
+
+    def test_a_hot_pixel_flattens_nothing(self):
+        array = blobs(33, noise=0)
+        few = [value // 26 * 26 for value in array.values]
+        self.assertLessEqual(len(set(few)), 10)
+        # The picture less the pixel is a region, too; it would hide large ones that it differs little from.
+        plain = self.regions(array._replace(values=few), largest=0.5)
+        hot = self.regions(array._replace(type="u32", values=[2 ** 32 - 1] + few[1:]), largest=0.5)
+        self.assertGreater(len(plain), 3)
+        found = {(polarity, area) for polarity, _, area, *_ in hot}
+        for polarity, _, area, *_ in plain:
+            self.assertIn((polarity, area), found)
+
     def test_colour_and_nan(self):
         grey = blobs(31)
         colour = grey._replace(channels=3, values=[value for v in grey.values for value in (v, v, v)])

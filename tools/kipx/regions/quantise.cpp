@@ -84,14 +84,23 @@ Plan linear_plan(const std::vector<Count> &counts) {
     return plan;
 }
 
+// At most 256 values, a level each, as far apart as they can be: on levels without gaps a region of a
+// picture of few values would live too short a time to be compared over several levels.
+Plan spread_plan(size_t values) {
+    Plan plan(values);
+    for (size_t i = 1; i < values; ++i) plan[i] = uint8_t(i * 255 / (values - 1));
+    return plan;
+}
+
 // A level is left behind when it has its share of the pixels that were still to come, or when each
 // of the values that are left needs a level of its own.
 Plan equal_plan(const std::vector<Count> &counts) {
+    if (counts.size() <= 256) return spread_plan(counts.size());
     Plan plan(counts.size());
     uint64_t left = 0, have = 0;
     for (const Count &count : counts) left += count.pixels;
     uint32_t level = 0;
-    const size_t last = std::min<size_t>(counts.size(), 256) - 1;
+    const size_t last = 255;
     for (size_t i = 0; i < counts.size(); ++i) {
         plan[i] = uint8_t(level);
         have += counts[i].pixels;

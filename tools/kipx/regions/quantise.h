@@ -17,7 +17,7 @@
 // Automatic: the values themselves where their range is below 256; else linear levels from the
 // least to the greatest value when that loses nothing that other levels would keep, or uses at
 // least three levels in four; else equal ones. Equal: every level used, by as equal numbers of
-// pixels as the order allows.
+// pixels as the order allows; of 256 values or fewer a level each, spread evenly from 0 to 255.
 enum class Levels { automatic, linear, equal };
 
 struct GreyLevels {
