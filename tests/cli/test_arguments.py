@@ -18,8 +18,9 @@ ADD = [
     (["--roi", "1,2,3,"], "--roi"), (["--roi", "1,,3,4"], "--roi"), (["--roi", "0,0,4294967296,1"], "--roi"),
     (["--at1", "1"], "--at1"), (["--at1", "1,2,3"], "--at1"), (["--at2", "-1,0"], "--at2"),
     (["--at2", "8,0"], "--at2"), (["--bogus"], "--bogus"), (["c.png"], "c.png"),
+    (["--roi", ""], "--roi"), (["--at1", ""], "--at1"), (["--at2", ""], "--at2"), (["--type", ""], "--type"),
     (["--simd", "maybe"], "--simd"), (["--max-pixels", "0"], "--max-pixels"),
-    (["--max-pixels", "-5"], "--max-pixels"), (["--max-pixels", "4"], "--max-pixels"),
+    (["--max-pixels", ""], "--max-pixels"), (["--max-pixels", "-5"], "--max-pixels"), (["--max-pixels", "4"], "--max-pixels"),
 ]
 
 # What follows `mser a.png -o out`, and what the sentence must name.
@@ -62,6 +63,12 @@ LINES = [
     (["scene", "-o", "s.png", "--truth", "t.tif", "--clean", "c.png", "--background", "c.png"], "c.png"),
     (["scene", "-o", "s.png", "--truth", "t.tif", "--background", "t.tif"], "t.tif"),
     (["scene", "-o", "s.png", "--frames", "3", "--truth", "s-02.png"], "s-02.png"),
+    (["scene", "-o", "s.png", "--truth", ""], "--truth"), (["scene", "-o", "s.png", "--clean", ""], "--clean"),
+    (["scene", "-o", "s.png", "--background", ""], "--background"), (["scene", "-o", "s.png", "--seed", ""], "--seed"),
+    (["scene", "-o", "s.png", "--cells", ""], "--cells"), (["scene", "-o", "s.png", "--frames", ""], "--frames"),
+    (["scene", "-o", "s.png", "--depth", ""], "--depth"), (["scene", "-o", "s.png", "--size", ""], "--size"),
+    (["demo", ""], "IMAGE"), (["demo", "-o", ""], "--output"), (["demo", "--seed", ""], "--seed"),
+    (["demo", "--frames", ""], "--frames"), (["demo", "--size", ""], "--size"), (["demo", "--roi", ""], "--roi"),
     (["demo", "absent.png"], "absent.png"), (["demo", "--frames", "3"], "--frames"),
     (["demo", "--size", "5"], "--size"), (["demo", "a.png", "b.png"], "b.png"),
     (["demo", "a.png", "-o", "a.png"], "a.png"), (["demo", "a.png", "--delta-levels", "x"], "--delta-levels"),

@@ -228,17 +228,21 @@ void add_arith_commands(CLI::App &app, const Globals &globals) {
         command
             ->add_option("--type", given->type,
                          "Type of the result; default: the wider of A's and B's")
-            ->type_name("u8|s16|s32|f32");
+            ->type_name("u8|s16|s32|f32")
+            ->check(filled);
         command->add_option("--roi", given->roi, "Compute this region only; OUT has its size")
-            ->type_name("x,y,w,h");
+            ->type_name("x,y,w,h")
+            ->check(filled);
         command
             ->add_option("--at1", given->at1,
                          "Where in A the region starts; default: the corner of --roi")
-            ->type_name("x,y");
+            ->type_name("x,y")
+            ->check(filled);
         command
             ->add_option("--at2", given->at2,
                          "Where in B the region starts; default: the corner of --roi")
-            ->type_name("x,y");
+            ->type_name("x,y")
+            ->check(filled);
         command->footer(std::string("Example: kipx ") + operation.name +
                         " a.png b.png -o out.png --scale -1 --type u8");
         command->callback([&globals, &operation, given] { run(globals, operation, *given); });

@@ -79,10 +79,13 @@ void add_demo_command(CLI::App &app, const Globals &globals) {
     CLI::App *command =
         app.add_subcommand("demo", "Find the stable regions of a picture, step by step");
     auto given = std::make_shared<DemoArguments>();
-    command->add_option("IMAGE", given->image,
-                        "A picture of yours; otherwise a scene of cells is made");
+    command
+        ->add_option("IMAGE", given->image,
+                     "A picture of yours; otherwise a scene of cells is made")
+        ->check(filled);
     command->add_option("-o,--output", given->folder, "Folder for the results (default demo)")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->check(filled);
     command->add_option("--frames", given->frames, "Noisy frames of the scene (default 16)")
         ->type_name("2|4|...|128");
     command->add_option("--size", given->size, "Size of the scene (default 1920x1080)")

@@ -43,7 +43,8 @@ int run(int count, char **arguments) {
         ->type_name("on|off");
     app.add_option("--max-pixels", globals.max_pixels,
                    "Refuse image files with more pixels (default 268435456)")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(filled);
     app.add_flag("-q,--quiet", globals.quiet, "Print nothing but errors");
     app.fallthrough();
     app.require_subcommand(0, 1);

@@ -99,19 +99,24 @@ void add_scene_command(CLI::App &app, const Globals &globals) {
     command->add_option("--seed", given->seed, "Another seed, another scene (default 1)")
         ->type_name("N");
     command->add_option("--cells", given->cells, "How many cells (default one per 3600 pixels)")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(filled);
     command->add_option("--depth", given->depth, "Bits of a pixel: 8 (default) or 16")
         ->type_name("8|16");
     command
         ->add_option("--frames", given->frames,
                      "Take N frames: OUT with -01, -02 ... before its ending")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(filled);
     command->add_option("--truth", given->truth, "Write the cells' labels, 0 for none (s32)")
-        ->type_name("LABELS.tif");
+        ->type_name("LABELS.tif")
+        ->check(filled);
     command->add_option("--clean", given->clean, "Write the picture without noise")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(filled);
     command->add_option("--background", given->background, "Write the light without cells")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(filled);
     command->add_flag("--no-noise", given->no_noise, "A camera without noise");
     command->footer(
         "Example: kipx scene -o cells.png --size 1920x1080 --seed 7 --truth labels.tif\n"
