@@ -72,6 +72,8 @@ LINES = [
     (["demo", "absent.png"], "absent.png"), (["demo", "--frames", "3"], "--frames"),
     (["demo", "--size", "5"], "--size"), (["demo", "a.png", "b.png"], "b.png"),
     (["demo", "a.png", "-o", "a.png"], "a.png"), (["demo", "a.png", "--delta-levels", "x"], "--delta-levels"),
+    (["demo", "a.png", "--frames", "4"], "--frames"), (["demo", "a.png", "--size", "1920x1080"], "--size"),
+    (["demo", "--seed", "1", "a.png"], "--seed"), (["demo", "-o", "a.png/b/c"], "a.png/b/c"),
     (["mser"], "FILE"), (["mser", "a.png"], "--output"), (["mser", "a.png", "-o", "a.png"], "a.png"),
     (["mser", "a.png", "-o", "a.png/b"], "a.png/b"),
     (["tree"], "FILE"), (["tree", "a.png", "b.png"], "b.png"), (["tree", "absent.png"], "absent.png"),

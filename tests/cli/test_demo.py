@@ -56,6 +56,15 @@ class Demo(ProgramCase):
             self.assertEqual(json.loads(self.get("shown/regions.json"))["bright"],
                              json.loads(self.get("found/in.json"))["bright"])
 
+    def test_a_folder_that_cannot_be_is_told_before_the_work(self):
+        self.put("in.png", write_png(Array("u8", 4, 4, 1, [3] * 16)))
+        for line in (["demo", "in.png"], ["demo", "--size", "40x30"]):
+            for folder in ("in.png", "in.png/new", "in.png/a/b"):
+                done = self.run_program(*line, "-o", folder)
+                self.assertEqual((done.returncode, done.stdout, done.stderr.count(b"\n")), (2, b"", 1))
+        self.works("demo", "in.png", "-o", "new/er/../folder/", "-q")
+        self.assertTrue(self.get("new/folder/tree.svg"))
+
     def test_small_and_wide_pictures(self):
         for array in (Array("u8", 1, 1, 1, [9]), Array("u16", 200, 2, 1, [i * 100 for i in range(400)]),
                       Array("u8", 2, 300, 3, [i % 256 for i in range(1800)])):

@@ -2,6 +2,7 @@
 // timed. Without a picture one is made first.
 #include "command.h"
 #include "demo/steps.h"
+#include "failure.h"
 #include "options.h"
 #include "report/terminal.h"
 
@@ -54,7 +55,18 @@ void tell(const State &state) {
     show(state.overlay);
 }
 
+// The folder is there or can be made; so a name that cannot be one is told before the work.
+void check_folder(const std::string &folder) {
+    std::error_code error;
+    std::filesystem::path path = std::filesystem::absolute(folder);
+    while (path.has_relative_path() && !std::filesystem::exists(path, error))
+        path = path.parent_path();
+    if (!std::filesystem::is_directory(path, error))
+        fail(folder, ": cannot make this folder: ", path.string(), " is something else");
+}
+
 void run(const Globals &globals, const DemoArguments &given) {
+    check_folder(given.folder);
     const auto log_count =
         choice<int>("--frames", given.frames,
                     {{"2", 1}, {"4", 2}, {"8", 3}, {"16", 4}, {"32", 5}, {"64", 6}, {"128", 7}});
@@ -86,15 +98,25 @@ void add_demo_command(CLI::App &app, const Globals &globals) {
     command->add_option("-o,--output", given->folder, "Folder for the results (default demo)")
         ->type_name("DIR")
         ->check(filled);
-    command->add_option("--frames", given->frames, "Noisy frames of the scene (default 16)")
+    command
+        ->add_option("--frames", given->frames,
+                     "Noisy frames of the scene, not with IMAGE (default 16)")
         ->type_name("2|4|...|128");
-    command->add_option("--size", given->size, "Size of the scene (default 1920x1080)")
+    command
+        ->add_option("--size", given->size, "Size of the scene, not with IMAGE (default 1920x1080)")
         ->type_name("WxH");
-    command->add_option("--seed", given->seed, "Seed of the scene (default 1)")->type_name("N");
+    command->add_option("--seed", given->seed, "Seed of the scene, not with IMAGE (default 1)")
+        ->type_name("N");
     add_region_options(*command, given->regions);
     command->footer(
         "Example: kipx demo photo.jpg -o out\n"
         "Of the scene, where --max-area is not given, regions of up to 6000 pixels are\n"
         "found.");
-    command->callback([&globals, given] { run(globals, *given); });
+    command->callback([&globals, command, given] {
+        for (const char *option : {"--frames", "--size", "--seed"})
+            if (!given->image.empty() && command->count(option) > 0)
+                fail(option, ": got it with the picture '", given->image,
+                     "', expected it without IMAGE, for the scene alone");
+        run(globals, *given);
+    });
 }
