@@ -152,6 +152,8 @@ class Arguments(ProgramCase):
             self.assertIn("\n  " + command + " ", whole)
             self.assertIn("Example", self.works(command, "--help"))
         self.assertIn("Exit status", whole)
+        for command in ("mser", "tree", "demo"):
+            self.assertIn("pixels; 16 at least", self.works(command, "--help"))
 
     def test_quiet(self):
         self.assertEqual(self.works("-q", "add", "a.png", "b.png", "-o", "out.png"), "")

@@ -1,6 +1,7 @@
 """Stable regions against a slow model; the files of an image against each other; many images."""
 
 import csv
+import itertools
 import json
 import math
 import os
@@ -110,6 +111,22 @@ class AgainstTheModel(Regions):
                 nodes = self.compare(self.table("out/in.csv"), pixels_of(array), 8, **changed)
                 sizes.add(len(nodes))
         self.assertGreater(len(sizes), 3)
+
+    def test_regions_have_sixteen_pixels_at_least(self):
+        values = [200] * 1200
+        for i, side in enumerate((3, 4, 5)):  # dark squares of 9, 16 and 25 pixels
+            for y, x in itertools.product(range(side), repeat=2):
+                values[(5 + y) * 40 + 5 + 10 * i + x] = 50
+        values[15 * 40 + 5 : 15 * 40 + 20] = [50] * 15  # and a line of 15
+        self.put("in.png", write_png(Array("u8", 40, 30, 1, values)))
+        tables = []
+        for option in (("--min-area-px", 1), ("--min-area-px", 15), ("--min-area-px", 16), ("--min-area", 0.002)):
+            for fast in ((), ("--fast",)):
+                self.works("mser", "in.png", "-o", "out", *option, *fast)
+                tables.append([row["area"] for row in self.table("out/in.csv")])
+        self.assertEqual([sorted(areas) for areas in tables], [["16", "25"]] * 8)
+        self.works("mser", "in.png", "-o", "out", "--min-area-px", 17)
+        self.assertEqual([row["area"] for row in self.table("out/in.csv")], ["25"])
 
     def test_polarities(self):
         array = blobs(8)

@@ -100,15 +100,15 @@ void add_region_options(CLI::App &command, RegionArguments &given) {
                     with_default("Levels over which the area is compared", standard.delta))
         ->type_name("N")
         ->check(filled);
-    auto *pixels =
-        command
-            .add_option("--min-area-px", given.min_area_pixels,
-                        with_default("Smallest region, pixels", standard.min_area_pixels))
-            ->type_name("N")
-            ->check(filled);
+    auto *pixels = command
+                       .add_option("--min-area-px", given.min_area_pixels,
+                                   with_default("Smallest region, pixels; 16 at least",
+                                                standard.min_area_pixels))
+                       ->type_name("N")
+                       ->check(filled);
     command
         .add_option("--min-area", given.min_area,
-                    "Smallest region, as a fraction of the picture or --roi")
+                    "Smallest region, as a fraction of the picture or --roi; 16 pixels at least")
         ->type_name("FRAC")
         ->check(filled)
         ->excludes(pixels);
