@@ -21,6 +21,7 @@
 
 #include "support/contest.h"
 #include "support/images.h"
+#include "support/photograph.h"
 
 #if defined(KIPX_BENCH_OPENCV)
 #include <opencv2/core.hpp>
@@ -133,11 +134,9 @@ struct Picture {
     const char *name;
     Pixels (*make)(Size);
 };
-const Picture pictures[] = {{"scene", scene},
-                            {"noise", noise},
-                            {"constant", constant},
-                            {"checkerboard", checkerboard},
-                            {"spiral", spiral}};
+const Picture pictures[] = {
+    {"scene", scene},       {"photograph", kipx::bench::photograph}, {"noise", noise},
+    {"constant", constant}, {"checkerboard", checkerboard},          {"spiral", spiral}};
 
 // Made when a contestant first runs, and kept while the same picture is asked for.
 const Pixels &picture(const Picture &which, Size s, bool negative) {
@@ -276,6 +275,8 @@ void register_contests() {
     for (Size size : kipx::bench::all_sizes)
         for (const Picture &which : pictures)
             for (Work work : {tree, dark, bright, both}) {
+                if (which.make == kipx::bench::photograph && !kipx::bench::have_photograph())
+                    continue;
                 std::string contest = std::string("region/") + work_names[work] + ' ' + which.name +
                                       '/' + std::to_string(size.width) + 'x' +
                                       std::to_string(size.height) + '/';
