@@ -65,6 +65,15 @@ class Demo(ProgramCase):
         self.works("demo", "in.png", "-o", "new/er/../folder/", "-q")
         self.assertTrue(self.get("new/folder/tree.svg"))
 
+    def test_results_do_not_replace_what_is_read(self):
+        self.works("demo", "--size", "64x48", "--frames", "2")
+        before = self.get("demo/overlay.png")
+        for arguments in (("demo/overlay.png",), ("demo/frame.png", "--mask", "demo/labels.tif")):
+            with self.subTest(arguments):
+                done = self.run_program("demo", *arguments, "-o", "demo")
+                self.assertEqual((done.returncode, done.stderr.count(b"\n")), (2, 1))
+                self.assertEqual(self.get("demo/overlay.png"), before)
+
     def test_small_and_wide_pictures(self):
         for array in (Array("u8", 1, 1, 1, [9]), Array("u16", 200, 2, 1, [i * 100 for i in range(400)]),
                       Array("u8", 2, 300, 3, [i % 256 for i in range(1800)])):

@@ -62,20 +62,38 @@ Done draw(State &state) {
             "outlines, ellipses, and the trees of " + std::to_string(nodes) + " nested regions"};
 }
 
+using Text = std::pair<const char *, const std::string *>;
+
+// Nothing is written when one of the results would replace what was read.
+void check_results(const State &state, std::span<const Text> texts) {
+    std::vector<std::string> names;
+    for (const auto &[name, image] : state.pictures) names.push_back(name);
+    for (const auto &[name, text] : texts) names.push_back(name);
+    for (const std::string &name : names) {
+        const fs::path result = fs::path(state.given.folder) / name;
+        std::error_code error; // one of the two is not there, or none was given
+        for (const std::string &input : {state.given.image, state.settings.mask})
+            if (fs::equivalent(result, input, error))
+                fail("--output: got '", state.given.folder, "', expected a folder where ", name,
+                     " is not the picture or mask that is read");
+    }
+}
+
 Done write_all(State &state) {
     std::error_code error;
     const fs::path folder = state.given.folder;
+    const Text texts[] = {
+        {"regions.csv", &state.csv}, {"regions.json", &state.json}, {"tree.svg", &state.svg}};
     fs::create_directories(folder, error);
     if (error) fail(state.given.folder, ": cannot make this folder: ", error.message());
     state.pictures.emplace_back("labels.tif", &state.labels);
     state.pictures.emplace_back("overlay.png", &state.overlay);
+    check_results(state, texts);
     std::string names;
     for (const auto &[name, image] : state.pictures) {
         names += " " + name;
         write_image(*image, (folder / name).string());
     }
-    const std::pair<const char *, const std::string *> texts[] = {
-        {"regions.csv", &state.csv}, {"regions.json", &state.json}, {"tree.svg", &state.svg}};
     for (const auto &[name, text] : texts) {
         names += std::string(" ") + name;
         write_text(*text, (folder / name).string());
