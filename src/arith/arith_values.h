@@ -41,16 +41,13 @@ struct op_div {
     static constexpr Kind kind = Kind::quotient;
     static constexpr bool reversed = false;
 };
-struct op_rdiv {
-    static constexpr Kind kind = Kind::quotient;
+struct op_rdiv : op_div {
     static constexpr bool reversed = true;
 };
-struct op_divr {
+struct op_divr : op_div {
     static constexpr Kind kind = Kind::rounded;
-    static constexpr bool reversed = false;
 };
-struct op_rdivr {
-    static constexpr Kind kind = Kind::rounded;
+struct op_rdivr : op_divr {
     static constexpr bool reversed = true;
 };
 
