@@ -29,12 +29,6 @@ typedef struct KipxXE {
     kipx_mmstate saved;        /* the stack's mark when it was attached */
 } KipxXE;
 
-KIPX_STATIC_ASSERT(offsetof(KipxXE, flags) == 8, "KipxXE.flags");
-KIPX_STATIC_ASSERT(offsetof(KipxXE, param) == 16, "KipxXE.param");
-KIPX_STATIC_ASSERT(offsetof(KipxXE, inline_stack) == 24, "KipxXE.inline_stack");
-KIPX_STATIC_ASSERT(offsetof(KipxXE, saved) == 72, "KipxXE.saved");
-KIPX_STATIC_ASSERT(sizeof(KipxXE) == 104, "KipxXE");
-
 /* KipxXEinit2 with parameter 0. */
 KIPX_API KipxXE *KipxXEinit(KipxXE *xe, kipx_mmstack *stack);
 /* Initialises a zero record and returns it; an initialised record comes back unchanged. stack: one

@@ -49,19 +49,6 @@ typedef struct KipxFWTSRES {
 
 #define KIPX_FWTSRES_EXTSIZE (sizeof(KipxFWTSRES) - sizeof(KipxSTB))
 
-KIPX_STATIC_ASSERT(offsetof(KipxFWTSRESnode, index) == 4, "KipxFWTSRESnode.index");
-KIPX_STATIC_ASSERT(offsetof(KipxFWTSRESnode, node) == 8, "KipxFWTSRESnode.node");
-KIPX_STATIC_ASSERT(offsetof(KipxFWTSRESnode, region) == 40, "KipxFWTSRESnode.region");
-KIPX_STATIC_ASSERT(sizeof(KipxFWTSRESnode) == 64, "KipxFWTSRESnode");
-KIPX_STATIC_ASSERT(offsetof(KipxFWTSRES, levelset) == 168, "KipxFWTSRES.levelset");
-KIPX_STATIC_ASSERT(offsetof(KipxFWTSRES, pixels) == 216, "KipxFWTSRES.pixels");
-KIPX_STATIC_ASSERT(offsetof(KipxFWTSRES, capacity) == 224, "KipxFWTSRES.capacity");
-KIPX_STATIC_ASSERT(offsetof(KipxFWTSRES, first_block) == 232, "KipxFWTSRES.first_block");
-KIPX_STATIC_ASSERT(offsetof(KipxFWTSRES, last_block) == 240, "KipxFWTSRES.last_block");
-KIPX_STATIC_ASSERT(offsetof(KipxFWTSRES, count) == 248, "KipxFWTSRES.count");
-KIPX_STATIC_ASSERT(offsetof(KipxFWTSRES, node_size) == 252, "KipxFWTSRES.node_size");
-KIPX_STATIC_ASSERT(sizeof(KipxFWTSRES) == 256, "KipxFWTSRES");
-
 /* Opens an empty store; the arguments are KipxSTBopen's. Null when memory is short. */
 KIPX_API KipxFWTSRES *KipxFWTSRESopen(KipxFWTSRES *store, KipxST *tree, ZuSMEMSTG *storage,
                                       ZuSMEMSTG *parent);

@@ -258,56 +258,6 @@ KIPX_API int32_t KipxGatherMSERsFeatures(KipxSTB *builder, KipxWTSregion *const 
  * the context. The states of a fast region result store have not: use KipxGatherMSERFeatures. */
 KIPX_API int32_t KipxMSERgatherFeatures(const KipxWTSLSC *context, KipxWTSregion *region);
 
-KIPX_STATIC_ASSERT(offsetof(KipxWTSregion, node) == 0, "KipxWTSregion.node");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSregion, pixel) == 8, "KipxWTSregion.pixel");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSregion, level) == 12, "KipxWTSregion.level");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSregion, area) == 16, "KipxWTSregion.area");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSregion, kept) == 20, "KipxWTSregion.kept");
-KIPX_STATIC_ASSERT(sizeof(KipxWTSregion) == 24, "KipxWTSregion");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, magic) == 0, "KipxWTSFDs.magic");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, state_size) == 4, "KipxWTSFDs.state_size");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, state_offset) == 8, "KipxWTSFDs.state_offset");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, parameter) == 16, "KipxWTSFDs.parameter");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, init) == 24, "KipxWTSFDs.init");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, destroy) == 32, "KipxWTSFDs.destroy");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, reserved) == 40, "KipxWTSFDs.reserved");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, update) == 48, "KipxWTSFDs.update");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, update2D) == 56, "KipxWTSFDs.update2D");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, merge) == 64, "KipxWTSFDs.merge");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, lazymerge) == 72, "KipxWTSFDs.lazymerge");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, isgathered) == 80, "KipxWTSFDs.isgathered");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSFDs, ongather) == 88, "KipxWTSFDs.ongather");
-KIPX_STATIC_ASSERT(sizeof(KipxWTSFDs) == 96, "KipxWTSFDs");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSLSC, descriptors) == 0, "KipxWTSLSC.descriptors");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSLSC, count) == 8, "KipxWTSLSC.count");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSLSC, record_size) == 12, "KipxWTSLSC.record_size");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSLSC, volume) == 16, "KipxWTSLSC.volume");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSLSC, strides) == 32, "KipxWTSLSC.strides");
-KIPX_STATIC_ASSERT(sizeof(KipxWTSLSC) == 48, "KipxWTSLSC");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSMF, count) == 0, "KipxWTSMF.count");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSMF, row) == 8, "KipxWTSMF.row");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSMF, column) == 16, "KipxWTSMF.column");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSMF, row_row) == 24, "KipxWTSMF.row_row");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSMF, row_column) == 32, "KipxWTSMF.row_column");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSMF, column_column) == 40, "KipxWTSMF.column_column");
-KIPX_STATIC_ASSERT(sizeof(KipxWTSMF) == 48, "KipxWTSMF");
-KIPX_STATIC_ASSERT(sizeof(KipxWTSPFpixel) == 8, "KipxWTSPFpixel");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSPF, capacity) == 0, "KipxWTSPF.capacity");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSPF, count) == 8, "KipxWTSPF.count");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSPF, entries) == 16, "KipxWTSPF.entries");
-KIPX_STATIC_ASSERT(sizeof(KipxWTSPF) == 24, "KipxWTSPF");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSIF, allocate) == 8, "KipxWTSIF.allocate");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSIF, configure) == 16, "KipxWTSIF.configure");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSIF, finish) == 24, "KipxWTSIF.finish");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSIF, newregion) == 32, "KipxWTSIF.newregion");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSIF, destroyfeatures) == 40, "KipxWTSIF.destroyfeatures");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSIF, dispose) == 48, "KipxWTSIF.dispose");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSIF, update) == 56, "KipxWTSIF.update");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSIF, update2D) == 64, "KipxWTSIF.update2D");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSIF, merge) == 72, "KipxWTSIF.merge");
-KIPX_STATIC_ASSERT(offsetof(KipxWTSIF, gather) == 80, "KipxWTSIF.gather");
-KIPX_STATIC_ASSERT(sizeof(KipxWTSIF) == 88, "KipxWTSIF");
-
 KIPX_END
 
 #endif

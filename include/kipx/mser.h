@@ -70,30 +70,6 @@ typedef struct KipxMSERContext {
     KipxSTB *bright_builder; /* fast form: the heads of KipxFWTSRES stores */
 } KipxMSERContext;
 
-KIPX_STATIC_ASSERT(sizeof(KipxMSERlist) == 24, "KipxMSERlist");
-KIPX_STATIC_ASSERT(sizeof(KipxMSERparms) == 20, "KipxMSERparms");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, min_area_fraction) == 4, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, max_area_fraction) == 8, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, max_variation) == 12, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, min_diversity) == 16, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, min_area_pixels) == 20, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, gather) == 24, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, polarity) == 28, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, connectivity) == 30, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, shift) == 32, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, seed_row) == 36, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, seed_column) == 40, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, output) == 48, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, levelset) == 56, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, list) == 104, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, dark_count) == 128, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, bright_count) == 132, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, dark) == 136, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, bright) == 144, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, dark_builder) == 152, "KipxMSERContext");
-KIPX_STATIC_ASSERT(offsetof(KipxMSERContext, bright_builder) == 160, "KipxMSERContext");
-KIPX_STATIC_ASSERT(sizeof(KipxMSERContext) == 168, "KipxMSERContext");
-
 /* ---- generation ---- */
 
 /* Finds the stable regions of the region of interest; arguments as in KipxWatershed and

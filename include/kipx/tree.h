@@ -177,34 +177,6 @@ KIPX_API KipxST *__KipxSTBrootnode(KipxSTB *builder, KipxSTnode *node);
 /* A zero-filled node, or null when the storage gives nothing. */
 KIPX_API KipxSTnode *KipxSTBnewnode(KipxSTB *builder);
 
-KIPX_STATIC_ASSERT(offsetof(KipxSTnode, next) == 0, "KipxSTnode.next");
-KIPX_STATIC_ASSERT(offsetof(KipxSTnode, child) == 8, "KipxSTnode.child");
-KIPX_STATIC_ASSERT(offsetof(KipxSTnode, parent) == 16, "KipxSTnode.parent");
-KIPX_STATIC_ASSERT(offsetof(KipxSTnode, data) == 24, "KipxSTnode.data");
-KIPX_STATIC_ASSERT(sizeof(KipxSTnode) == 32, "KipxSTnode");
-KIPX_STATIC_ASSERT(sizeof(KipxIFrecord) == 8, "KipxIFrecord");
-KIPX_STATIC_ASSERT(offsetof(KipxSTBIF, getdisposer) == 8, "KipxSTBIF.getdisposer");
-KIPX_STATIC_ASSERT(offsetof(KipxSTBIF, onattach) == 16, "KipxSTBIF.onattach");
-KIPX_STATIC_ASSERT(offsetof(KipxSTBIF, ondetach) == 24, "KipxSTBIF.ondetach");
-KIPX_STATIC_ASSERT(sizeof(KipxSTBIF) == 32, "KipxSTBIF");
-KIPX_STATIC_ASSERT(offsetof(KipxST, root) == 0, "KipxST.root");
-KIPX_STATIC_ASSERT(offsetof(KipxST, onattach) == 8, "KipxST.onattach");
-KIPX_STATIC_ASSERT(offsetof(KipxST, onclear) == 16, "KipxST.onclear");
-KIPX_STATIC_ASSERT(offsetof(KipxST, dealloc) == 24, "KipxST.dealloc");
-KIPX_STATIC_ASSERT(offsetof(KipxST, builder) == 32, "KipxST.builder");
-KIPX_STATIC_ASSERT(sizeof(KipxST) == 40, "KipxST");
-KIPX_STATIC_ASSERT(offsetof(KipxSTB, interface_chain) == 0, "KipxSTB.interface_chain");
-KIPX_STATIC_ASSERT(offsetof(KipxSTB, specialisation) == 8, "KipxSTB.specialisation");
-KIPX_STATIC_ASSERT(offsetof(KipxSTB, tree) == 16, "KipxSTB.tree");
-KIPX_STATIC_ASSERT(offsetof(KipxSTB, flags) == 24, "KipxSTB.flags");
-KIPX_STATIC_ASSERT(offsetof(KipxSTB, extsize) == 26, "KipxSTB.extsize");
-KIPX_STATIC_ASSERT(offsetof(KipxSTB, storage) == 32, "KipxSTB.storage");
-KIPX_STATIC_ASSERT(offsetof(KipxSTB, parent) == 40, "KipxSTB.parent");
-KIPX_STATIC_ASSERT(offsetof(KipxSTB, embedded_storage) == 48, "KipxSTB.embedded_storage");
-KIPX_STATIC_ASSERT(offsetof(KipxSTB, saved) == 96, "KipxSTB.saved");
-KIPX_STATIC_ASSERT(offsetof(KipxSTB, embedded_tree) == 128, "KipxSTB.embedded_tree");
-KIPX_STATIC_ASSERT(sizeof(KipxSTB) == 168, "KipxSTB");
-
 KIPX_END
 
 #endif

@@ -76,18 +76,6 @@ typedef struct kipx_pos {
     uint32_t at[4];
 } kipx_pos;
 
-KIPX_STATIC_ASSERT(offsetof(kipx_arr, reserved) == 16, "kipx_arr.reserved");
-KIPX_STATIC_ASSERT(offsetof(kipx_arr, strides) == 32, "kipx_arr.strides");
-KIPX_STATIC_ASSERT(offsetof(kipx_arr, naxes) == 48, "kipx_arr.naxes");
-KIPX_STATIC_ASSERT(offsetof(kipx_arr, reserved2) == 50, "kipx_arr.reserved2");
-KIPX_STATIC_ASSERT(offsetof(kipx_arr, type) == 52, "kipx_arr.type");
-KIPX_STATIC_ASSERT(offsetof(kipx_arr, reserved3) == 56, "kipx_arr.reserved3");
-KIPX_STATIC_ASSERT(offsetof(kipx_arr, offset) == 64, "kipx_arr.offset");
-KIPX_STATIC_ASSERT(offsetof(kipx_arr, base) == 72, "kipx_arr.base");
-KIPX_STATIC_ASSERT(sizeof(kipx_arr) == 80, "kipx_arr");
-KIPX_STATIC_ASSERT(sizeof(kipx_site) == 32, "kipx_site");
-KIPX_STATIC_ASSERT(sizeof(kipx_pos) == 16, "kipx_pos");
-
 KIPX_END
 
 #endif

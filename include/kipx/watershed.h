@@ -63,17 +63,6 @@ typedef struct KipxWatershedContext {
     KipxST *output; /* the finished tree */
 } KipxWatershedContext;
 
-KIPX_STATIC_ASSERT(offsetof(KipxWatershedContext, levelset) == 8, "KipxWatershedContext.levelset");
-KIPX_STATIC_ASSERT(offsetof(KipxWatershedContext, polarity) == 16, "KipxWatershedContext.polarity");
-KIPX_STATIC_ASSERT(offsetof(KipxWatershedContext, connectivity) == 18,
-                   "KipxWatershedContext.connectivity");
-KIPX_STATIC_ASSERT(offsetof(KipxWatershedContext, shift) == 20, "KipxWatershedContext.shift");
-KIPX_STATIC_ASSERT(offsetof(KipxWatershedContext, seed_row) == 24, "KipxWatershedContext.seed_row");
-KIPX_STATIC_ASSERT(offsetof(KipxWatershedContext, seed_column) == 28,
-                   "KipxWatershedContext.seed_column");
-KIPX_STATIC_ASSERT(offsetof(KipxWatershedContext, output) == 32, "KipxWatershedContext.output");
-KIPX_STATIC_ASSERT(sizeof(KipxWatershedContext) == 40, "KipxWatershedContext");
-
 /* ---- public ---- */
 
 /* Floods the region of interest (null: all of the array). */

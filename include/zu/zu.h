@@ -91,9 +91,6 @@ ZU_API size_t ZuSMEMSTGpeak(const ZuSMEMSTG *storage);
 
 #ifdef __cplusplus
 }
-static_assert(sizeof(ZuSMEMSTG) == 48 && sizeof(ZuSMEMSTATE) == 32, "storage records are fixed");
-#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
-_Static_assert(sizeof(ZuSMEMSTG) == 48 && sizeof(ZuSMEMSTATE) == 32, "storage records are fixed");
 #endif
 
 #endif

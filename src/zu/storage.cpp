@@ -76,6 +76,7 @@ struct Storage {
     uint64_t limit_l : 22;
 };
 static_assert(sizeof(Storage) == sizeof(ZuSMEMSTG));
+static_assert(sizeof(ZuSMEMSTG) == 48 && sizeof(ZuSMEMSTATE) == 32); // users count on it
 
 Storage &body(ZuSMEMSTG *storage) { return *reinterpret_cast<Storage *>(storage); }
 const Storage &body(const ZuSMEMSTG *storage) {
