@@ -79,6 +79,16 @@ KIPX_API int32_t kipx_volume_empty(kipx_dims dims, const uint32_t *volume);
  * or a stride or the whole would exceed 2^32 - 1 bytes; strides are then left alone. */
 KIPX_API uint64_t kipx_vmemsize(uint32_t kind, const uint32_t *volume, uint32_t *strides,
                                 uint32_t align);
+/* The same with leading slots, whose extents and strides lie right before the addresses: kind has
+ * their number in bits 4-7 and the element type code from bit 8 on. */
+KIPX_API uint64_t kipx_vmemsizeL(uint32_t kind, const uint32_t *volume, uint32_t *strides,
+                                 uint32_t align);
+
+/* The first of rows x width elements of size bytes, rows one after another, whose bytes differ from
+ * those at value; null when there is none. Strides in bytes. */
+KIPX_API const void *kipx_memcelem2dS(const void *base, uint32_t rows, uint32_t row_stride,
+                                      uint32_t width, uint32_t stride, uint32_t size,
+                                      const void *value);
 
 /* ---- vectors and addresses ---- */
 

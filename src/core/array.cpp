@@ -5,6 +5,8 @@
 //          can leave 32 bits are formed in 64.
 #include <kipx/array.h>
 
+#include <cstring>
+
 #include "core/element.h"
 
 using kipx::axes_of;
@@ -89,6 +91,28 @@ uint64_t kipx_vmemsize(uint32_t kind, const uint32_t *volume, uint32_t *strides,
     }
     for (uint32_t i = 0; i < n; ++i) strides[i] = static_cast<uint32_t>(step[i]);
     return bytes;
+}
+
+uint64_t kipx_vmemsizeL(uint32_t kind, const uint32_t *volume, uint32_t *strides, uint32_t align) {
+    uint32_t n = axes_of(kind), leading = static_cast<uint32_t>(kipx::leading_of(kind));
+    if (!volume || !strides || n < 1 || n + leading > 4 || kind >> 8 > 15) return 0;
+    return kipx_vmemsize((n + leading) | kind >> 8 << 4, volume - leading, strides - leading,
+                         align);
+}
+
+const void *kipx_memcelem2dS(const void *base, uint32_t rows, uint32_t row_stride, uint32_t width,
+                             uint32_t stride, uint32_t size, const void *value) {
+    if (!base || !value || size == 0 || width == 0) return nullptr;
+    for (uint64_t y = 0; y < rows; ++y) {
+        const char *row = static_cast<const char *>(base) + y * row_stride;
+        // Where elements touch, all are equal when each equals the next.
+        if (stride == size && memcmp(row, value, size) == 0 &&
+            memcmp(row, row + size, (uint64_t{width} - 1) * size) == 0)
+            continue;
+        for (uint64_t x = 0; x < width; ++x)
+            if (memcmp(row + x * stride, value, size) != 0) return row + x * stride;
+    }
+    return nullptr;
 }
 
 // The same functions over a dims word.

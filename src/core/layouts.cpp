@@ -29,6 +29,14 @@ AT(KipxXE, inline_stack, 24);
 AT(KipxXE, saved, 72);
 SIZE(KipxXE, 104);
 
+// kipx/shape.h
+AT(kipx_seshape, volume, 16);
+SIZE(kipx_seshape, 32);
+AT(kipx_strel, mask, 16);
+SIZE(kipx_strel, 96);
+AT(kipx_brshape, upper, 16);
+SIZE(kipx_brshape, 32);
+
 // kipx/tree.h
 AT(KipxSTnode, next, 0);
 AT(KipxSTnode, child, 8);
