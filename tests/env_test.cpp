@@ -1,8 +1,10 @@
 // The execution environment on the real memory stack: its life, what belongs to whom, the switch.
 #include <kipx/env.h>
 
+#include <atomic>
 #include <cstring>
 #include <set>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -290,10 +292,30 @@ TEST(Switch, AnswersForItsValueAndTheFlags) {
         EXPECT_EQ(KipxXEuseSimd(&xe, c.flags), c.answer);
         EXPECT_EQ(KipxXEuseSimd(nullptr, c.flags), c.answer);
     }
-    EXPECT_EQ(__kipx_use_simd(), 0);
-    kipx_set_simd(-1);
-    EXPECT_EQ(kipx_use_simd(2), 0);
-    EXPECT_EQ(kipx_use_simd(0), 0);
+    for (int32_t value : {-1, 0, 1}) { // the probe turns it off, whatever it was
+        kipx_set_simd(value);
+        EXPECT_EQ(__kipx_use_simd(), 0);
+        EXPECT_EQ(kipx_use_simd(0), 0) << value;
+    }
+    kipx_set_simd(before);
+}
+
+TEST(Switch, AValueSetDuringTheFirstQueryStands) {
+    const int32_t before = kipx_use_simd(0);
+    std::atomic<bool> asked{false}, done{false};
+    std::thread asking([&] {
+        for (; !done.load(std::memory_order_relaxed); asked.store(true)) kipx_use_simd(0);
+    });
+    while (!asked.load()) std::this_thread::yield();
+    int lost = 0;
+    for (int round = 0; round < 1000000; ++round) {
+        kipx_set_simd(-1);
+        kipx_set_simd(1);
+        for (int i = 0; i < 8; ++i) lost += kipx_use_simd(0) != 1;
+    }
+    done.store(true);
+    asking.join();
+    EXPECT_EQ(lost, 0);
     kipx_set_simd(before);
 }
 

@@ -25,6 +25,8 @@ namespace {
 
 uint64_t address(const void *p) { return reinterpret_cast<uintptr_t>(p); }
 
+bool same(const ZuSMEMSTATE &a, const ZuSMEMSTATE &b) { return memcmp(&a, &b, sizeof a) == 0; }
+
 struct Block {
     unsigned char *at;
     size_t size, alignment;
@@ -152,9 +154,15 @@ private:
         ZuSMEMSTGfree(m.storage, m.blocks[i].at);
         m.blocks.erase(m.blocks.begin() + long(i));
     }
-    void mark(Member &m) {
+    static ZuSMEMSTATE state_of(Member &m) {
         ZuSMEMSTATE state;
         ZuSMEMSTGgetstate(&state, m.storage);
+        return state;
+    }
+    void mark(Member &m) {
+        const ZuSMEMSTATE state = state_of(m);
+        if (random() % 2) give_back(m);
+        EXPECT_TRUE(same(state_of(m), state)); // nothing has been taken
         m.marks.push_back({state, order});
     }
     // What the account loses when m goes back to a moment. Children of the parent that hold
@@ -171,6 +179,7 @@ private:
         const auto [state, moment] = m.marks[i];
         drop(m, moment);
         ZuSMEMSTGsetstate(m.storage, &state);
+        EXPECT_TRUE(same(state_of(m), state));
         // Older and newer marks alike stay valid; some are kept to be used again.
         if (random() % 2) m.marks.resize(i);
     }

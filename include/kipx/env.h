@@ -66,8 +66,9 @@ KIPX_API void KipxXEsetmmsp(KipxXE *xe, const kipx_mmstate *state);
 KIPX_API int32_t KipxXEuseSimd(KipxXE *xe, uint64_t flags);
 
 /* The vectorisation switch, the library's one piece of global state: -1 not yet decided, 0 off, else
- * on. An undecided switch is decided by the probe, which turns it off. All forms of a kernel give the
- * same bits. */
+ * on. A query decides an undecided switch, to off, and leaves a decided one alone; the probe
+ * __kipx_use_simd turns it off whatever it was, and returns 0. All forms of a kernel give the same
+ * bits. */
 KIPX_API int32_t kipx_use_simd(uint64_t flags);
 KIPX_API int32_t __kipx_use_simd(void);
 KIPX_API void kipx_set_simd(int32_t value);

@@ -31,7 +31,9 @@ typedef struct ZuSMEMSTG {
     uint64_t word[6];
 } ZuSMEMSTG;
 
-/* A mark in a storage: four opaque words written by ZuSMEMSTGgetstate. */
+/* A mark in a storage: four opaque words written by ZuSMEMSTGgetstate. A mark is a value: as long as
+ * nothing is taken, all marks of a storage are equal, byte for byte, and after a rewind to a mark the
+ * next one equals it. Giving blocks back changes no mark. */
 typedef struct ZuSMEMSTATE {
     uint64_t word[4];
 } ZuSMEMSTATE;
@@ -83,9 +85,10 @@ ZU_API void ZuMEMSTGclose(ZuSMEMSTG *storage);
 ZU_API void ZuMEMSTGdestroy(ZuSMEMSTG *storage);
 
 /* Bounds the bytes that the storage may draw from its heap or parent, segments already drawn
- * included; 0 lifts the bound. A limit below the present use only stops further growth. */
+ * included; rounded down to whole KiB, and 0 lifts the bound. A limit below the present use only stops further growth. */
 ZU_API void ZuSMEMSTGsetlimit(ZuSMEMSTG *storage, size_t bytes);
-/* Bytes drawn from the heap or the parent: now, and the most there ever were since it was opened. */
+/* Bytes drawn from the heap or the parent: now, and the most there ever were since it was opened,
+ * the latter rounded up to 16 KiB. */
 ZU_API size_t ZuSMEMSTGdrawn(const ZuSMEMSTG *storage);
 ZU_API size_t ZuSMEMSTGpeak(const ZuSMEMSTG *storage);
 

@@ -37,16 +37,15 @@ extern "C" {
 int32_t kipx_use_simd(uint64_t flags) {
     if (flags & 2) return 0;
     int32_t value = simd_switch.load(std::memory_order_relaxed);
-    if (value == -1) {
-        __kipx_use_simd();
-        value = simd_switch.load(std::memory_order_relaxed);
+    // Undecided: off, unless a value is set meanwhile; that one stands, and is the answer.
+    if (value == -1 && simd_switch.compare_exchange_strong(value, 0, std::memory_order_relaxed)) {
+        return 0;
     }
     return value != 0;
 }
 
 int32_t __kipx_use_simd(void) {
-    int32_t undecided = -1; // a value set meanwhile stands
-    simd_switch.compare_exchange_strong(undecided, 0, std::memory_order_relaxed);
+    simd_switch.store(0, std::memory_order_relaxed);
     return 0;
 }
 

@@ -1,35 +1,34 @@
 // zu/storage.cpp - the stacked memory storage.
 //
 // A storage draws segments from the heap, or from its parent, and cuts blocks from them.
-//   Shared segments form a chain; blocks are bumped off the newest one, the open segment, and off
-//   no other. A segment is twice as long as the one before, from 64 KiB to 4 MiB. A block longer
-//   than half the open segment, or aligned to more than 4096, has a segment of its own, which goes
-//   back at once when the block does. What a child draws is such a block of its parent; hence
-//   nothing that happens to other blocks of the parent can move or release it.
-// Every block has a head of 16 bytes in front: length, distance to the block below, the padding
-// that its alignment cost, live or dead, and the epoch of the storage in which it was taken.
+//   Shared segments form a chain; blocks are bumped off the newest one, the open segment, and off no
+//   other. A segment is twice as long as the one before, from 64 KiB to 4 MiB. A block longer than
+//   half the open segment, or aligned to more than 4096, has a segment of its own, which goes back at
+//   once when the block does. What a child draws is such a block of its parent; hence nothing that
+//   happens to other blocks of the parent can move or release it.
+// Every block has a head of 16 bytes in front: length, distance to the block below, the padding that
+// its alignment cost, live or dead, and the moment of the storage in which it was taken.
 //
 // Invariants, outside of the functions:
-//   1. Each shared segment is a stack of its own: last is its topmost block and is live, top is
-//   that
-//      block's end. Dead blocks lie only under live ones. So a block given back under others is
-//      room again as soon as those above it in its own segment have gone.
-//   2. A shared segment without blocks is the open one; any other has gone back. When the open
-//      one is empty and the one below it is at least half empty, the lower one becomes the open
-//      one; this slack keeps a program that swings around a boundary from drawing and returning
-//      each time.
-//   3. A mark is the epoch, which then advances: a block is newer than a mark exactly if its epoch
-//   is
-//      greater. Epochs never fall from older to newer blocks of a segment, nor along either chain.
-//      A rewind therefore only ever pops blocks, returns whole segments where the first block is
-//      newer, and walks the blocks of one segment at most.
-//   4. drawn is the sum of the sizes of the segments in both chains, and never passes the limit
-//   while
+//   1. Each shared segment is a stack of its own: last is its topmost block and is live, top is that
+//      block's end. Dead blocks lie only under live ones. So a block given back under others is room
+//      again as soon as those above it in its own segment have gone.
+//   2. A shared segment without blocks is the open one; any other has gone back. When the open one is
+//      empty and the one below it is at least half empty, the lower one becomes the open one; this
+//      slack keeps a program that swings around a boundary from drawing and returning each time.
+//   3. A mark is the storage's moment, and a block is newer than a mark exactly if its moment is
+//      greater. The first block after a mark or a rewind begins a moment that never was before
+//      (clock counts them); a rewind brings the mark's own moment back. So a mark depends on nothing
+//      but what has been taken and rewound, and clock >= moment >= that of every block. Moments never
+//      fall from older to newer blocks of a segment, nor along either chain. A rewind therefore only
+//      ever pops blocks, returns whole segments where the first block is newer, and walks the blocks
+//      of one segment at most.
+//   4. drawn is the sum of the sizes of the segments in both chains, and never passes the limit while
 //      growing. peak >= drawn.
 //
-// A release of the parent's memory (rewind, clear, close) past a child's segments ends the child:
-// it must then be neither used nor closed. Its header, when made here, is such a block of the
-// parent too and goes the same way, so nothing leaks.
+// A release of the parent's memory (rewind, clear, close) past a child's segments ends the child: it
+// must then be neither used nor closed. Its header, when made here, is such a block of the parent too
+// and goes the same way, so nothing leaks.
 #include "poison.h"
 #include <new>
 #include <zu/zu.h>
@@ -41,11 +40,14 @@ constexpr size_t UNIT = 16; // everything is counted and aligned in these
 constexpr size_t FIRST_SEGMENT = size_t{64} << 10;
 constexpr size_t LAST_SEGMENT = size_t{4} << 20;
 constexpr size_t MOST_SHARED_ALIGNMENT = 4096;
-constexpr size_t MOST_DRAWN = (size_t{1} << 46) - UNIT; // what 42 bits of units can count
-constexpr uint64_t LIVE = 0x5ACB1D, DEAD = 0xD1EB0B;    // unlike any of the patterns
+constexpr size_t LINE = 64;                             // segments are whole cache lines
+constexpr size_t MOST_DRAWN = (size_t{1} << 42) - LINE; // what 36 bits of lines can count
+constexpr size_t LIMIT_STEP = size_t{1} << 10, PEAK_STEP = size_t{1} << 14;
+constexpr uint64_t LAST_MOMENT = (uint64_t{1} << 47) - 1;
+constexpr uint64_t LIVE = 0x5ACB1D, DEAD = 0xD1EB0B; // unlike any of the patterns
 
 struct Head {
-    uint64_t epoch : 48;
+    uint64_t moment : 48;
     uint64_t padding : 16; // units between the end of the block below and this head
     uint64_t length : 20;  // units; 0 in a segment of its own
     uint64_t below : 20;   // offset of the block below in units; 0 when there is none
@@ -55,10 +57,10 @@ static_assert(sizeof(Head) == UNIT);
 
 struct Segment {
     Segment *newer, *older;
-    size_t size;    // of the whole segment, this record included
-    size_t top;     // offset of the first free byte
-    size_t last;    // offset of the topmost block; 0 when empty
-    uint64_t epoch; // of the lowest block
+    size_t size;     // of the whole segment, this record included
+    size_t top;      // offset of the first free byte
+    size_t last;     // offset of the topmost block; 0 when empty
+    uint64_t moment; // of the lowest block
     uint64_t spare[2];
 };
 static_assert(sizeof(Segment) == 64 && sizeof(Segment) % UNIT == 0);
@@ -69,11 +71,13 @@ struct Storage {
     Segment *open;         // newest shared segment
     Segment *own;          // newest segment of a single block
     uintptr_t parent;      // the parent's address; bit 0: the header was made here
-    uint64_t epoch;        // of the blocks taken now
-    uint64_t drawn : 42;   // units
-    uint64_t limit_h : 22; // units, two halves; 0: no limit
-    uint64_t peak : 42;
-    uint64_t limit_l : 22;
+    uint64_t clock : 47;   // the latest moment that ever began
+    uint64_t limit_h : 17; // in steps, plus 1, two halves; 0: no limit
+    uint64_t moment : 47;  // of the newest block, or of the mark rewound to
+    uint64_t begun : 1;    // the next block belongs to this moment; else it begins another
+    uint64_t limit_l : 16;
+    uint64_t drawn : 36; // lines
+    uint64_t peak : 28;  // steps, rounded up
 };
 static_assert(sizeof(Storage) == sizeof(ZuSMEMSTG));
 static_assert(sizeof(ZuSMEMSTG) == 48 && sizeof(ZuSMEMSTATE) == 32); // users count on it
@@ -92,8 +96,34 @@ Head *head_at(Segment *segment, size_t block) {
 ZU_UNCHECKED Head load(const Head *head) { return *head; }
 ZU_UNCHECKED void store(Head *head, Head value) { *head = value; }
 
-// Rounds up to whole units, at least one; 0 when that overflows.
-size_t rounded(size_t size) { return size ? (size + UNIT - 1) & ~(UNIT - 1) : UNIT; }
+// Rounds up to whole units or lines, at least one; 0 when that overflows.
+size_t rounded(size_t size, size_t to) { return size ? (size + to - 1) & ~(to - 1) : to; }
+
+// The moment to which the next block belongs; 0 when there are no more.
+uint64_t next_moment(const Storage &s) {
+    if (s.begun) return s.moment;
+    return s.clock < LAST_MOMENT ? s.clock + 1 : 0;
+}
+
+// A block of this moment has been taken.
+void enter(Storage &s, uint64_t moment) {
+    if (s.begun) return;
+    s.clock = s.moment = moment & LAST_MOMENT;
+    s.begun = 1;
+}
+
+// The storage is as it was in this moment, and whatever comes is newer.
+void go_back(Storage &s, uint64_t moment) {
+    s.moment = (moment < s.clock ? moment : s.clock) & LAST_MOMENT;
+    s.begun = 0;
+}
+
+// Bytes that may yet be drawn.
+size_t left_to_draw(const Storage &s) {
+    const size_t drawn = s.drawn * LINE, limit = size_t{s.limit_h} << 16 | s.limit_l;
+    const size_t most = limit ? (limit - 1) * LIMIT_STEP : MOST_DRAWN;
+    return drawn < most ? most - drawn : 0;
+}
 
 void chain_in(Segment *&newest, Segment *segment) {
     segment->newer = nullptr;
@@ -110,16 +140,16 @@ void chain_out(Segment *&newest, Segment *segment) {
 void *take_own(Storage &s, size_t size, size_t alignment);
 void release_own(Storage &s, Segment *segment, Pattern pattern);
 
-// A segment of size bytes (whole units) from the parent or the heap, linked to nothing; null when
+// A segment of size bytes (whole lines) from the parent or the heap, linked to nothing; null when
 // the limit or the memory is exhausted.
 Segment *draw(Storage &s, size_t size) {
-    const size_t drawn = s.drawn * UNIT, limit = ((s.limit_h << 22) | s.limit_l) * UNIT;
-    const size_t most = limit ? limit : MOST_DRAWN;
-    if (drawn > most || size > most - drawn) return nullptr;
+    if (size > left_to_draw(s)) return nullptr;
     void *memory = parent_of(s) ? take_own(*parent_of(s), size, UNIT) : std::malloc(size);
     if (!memory) return nullptr;
-    s.drawn = (drawn + size) / UNIT;
-    if (s.peak < s.drawn) s.peak = s.drawn;
+    const size_t drawn = s.drawn * LINE + size;
+    s.drawn = drawn / LINE & 0xFFFFFFFFF;
+    const size_t steps = (drawn + PEAK_STEP - 1) / PEAK_STEP;
+    if (s.peak < steps) s.peak = steps & 0xFFFFFFF;
     auto *segment = new (memory) Segment{};
     segment->size = size;
     segment->top = sizeof(Segment);
@@ -130,7 +160,7 @@ Segment *draw(Storage &s, size_t size) {
 // The contrary. The block of the parent that a segment is lies at a known place of its own segment.
 void give(Storage &s, Segment *segment, Pattern pattern) {
     const size_t size = segment->size;
-    s.drawn = s.drawn - size / UNIT;
+    s.drawn = (s.drawn - size / LINE) & 0xFFFFFFFFF;
     lost(segment, size, pattern);
     allow(segment, size);
     if (!parent_of(s)) return std::free(segment);
@@ -150,18 +180,20 @@ void release_shared(Storage &s, Segment *segment, Pattern pattern) {
 
 // A block in a segment of its own.
 void *take_own(Storage &s, size_t size, size_t alignment) {
-    const size_t room = rounded(size);
+    const size_t room = rounded(size, UNIT);
+    const uint64_t moment = next_moment(s);
     size_t total;
-    if (room < size || __builtin_add_overflow(room, OWN_BLOCK + (alignment - UNIT), &total)) {
-        return nullptr;
-    }
+    if (__builtin_add_overflow(room, OWN_BLOCK + (alignment - UNIT), &total)) return nullptr;
+    total = rounded(total, LINE);
+    if (!room || !total || !moment) return nullptr;
     Segment *segment = draw(s, total);
     if (!segment) return nullptr;
+    enter(s, moment);
     const auto base = reinterpret_cast<uintptr_t>(segment);
     segment->last = ((base + OWN_BLOCK + alignment - 1) & ~(alignment - 1)) - base;
     segment->top = segment->last + room;
-    segment->epoch = s.epoch;
-    store(head_at(segment, segment->last), Head{s.epoch, 0, 0, 0, LIVE});
+    segment->moment = moment;
+    store(head_at(segment, segment->last), Head{moment & LAST_MOMENT, 0, 0, 0, LIVE});
     chain_in(s.own, segment);
     taken(at(segment, segment->last), size);
     return at(segment, segment->last);
@@ -170,15 +202,18 @@ void *take_own(Storage &s, size_t size, size_t alignment) {
 // A block bumped off the open segment, or null when it is too long for it. size is at most the
 // segment's, and alignment at most MOST_SHARED_ALIGNMENT, so nothing here can overflow.
 inline void *bump(Storage &s, Segment *segment, size_t size, size_t alignment) {
-    const size_t room = rounded(size);
+    const size_t room = rounded(size, UNIT);
+    const uint64_t moment = next_moment(s);
     const auto base = reinterpret_cast<uintptr_t>(segment);
     const size_t block =
         ((base + segment->top + sizeof(Head) + alignment - 1) & ~(alignment - 1)) - base;
-    if (block + room > segment->size) return nullptr;
+    if (block + room > segment->size || !moment) return nullptr;
+    enter(s, moment);
     const size_t padding = (block - sizeof(Head) - segment->top) / UNIT;
-    store(head_at(segment, block), Head{s.epoch, padding & 0xFFFF, (room / UNIT) & 0xFFFFF,
-                                        (segment->last / UNIT) & 0xFFFFF, LIVE});
-    if (segment->last == 0) segment->epoch = s.epoch;
+    store(head_at(segment, block),
+          Head{moment & LAST_MOMENT, padding & 0xFFFF, (room / UNIT) & 0xFFFFF,
+               (segment->last / UNIT) & 0xFFFFF, LIVE});
+    if (segment->last == 0) segment->moment = moment;
     segment->last = block;
     segment->top = block + room;
     taken(at(segment, block), size);
@@ -252,21 +287,22 @@ void give_back_shared(Storage &s, Segment *segment, char *block) {
     settle(s, segment);
 }
 
-// Releases what is newer than the epoch. The last shared segment stays, empty, for what comes next.
-void rewind(Storage &s, uint64_t epoch) {
-    while (s.own && s.own->epoch > epoch) release_own(s, s.own, REWOUND);
-    while (s.open && s.open->older && (s.open->last == 0 || s.open->epoch > epoch)) {
+// Releases what is newer than the moment. The last shared segment stays, empty, for what comes next.
+void rewind(Storage &s, uint64_t moment) {
+    while (s.own && s.own->moment > moment) release_own(s, s.own, REWOUND);
+    while (s.open && s.open->older && (s.open->last == 0 || s.open->moment > moment)) {
         release_shared(s, s.open, REWOUND);
     }
+    go_back(s, moment);
     Segment *segment = s.open;
     if (!segment || segment->last == 0) return;
-    if (segment->epoch > epoch) {
+    if (segment->moment > moment) {
         lost(segment + 1, segment->top - sizeof(Segment), REWOUND);
         segment->top = sizeof(Segment);
         segment->last = 0;
         return;
     }
-    while (load(head_at(segment, segment->last)).epoch > epoch) pop(segment, REWOUND);
+    while (load(head_at(segment, segment->last)).moment > moment) pop(segment, REWOUND);
     pop_dead(segment);
     settle(s, segment);
 }
@@ -330,9 +366,8 @@ void ZuSMEMSTGgetstate(ZuSMEMSTATE *state, ZuSMEMSTG *storage) {
     if (!storage) return;
     Storage &s = body(storage);
     state->word[0] = reinterpret_cast<uintptr_t>(storage);
-    state->word[1] = s.epoch++;
-    state->word[2] = reinterpret_cast<uintptr_t>(s.open);
-    state->word[3] = s.open ? s.open->top : 0;
+    state->word[1] = s.moment;
+    s.begun = 0;
 }
 
 void ZuSMEMSTGsetstate(ZuSMEMSTG *storage, const ZuSMEMSTATE *state) {
@@ -343,13 +378,7 @@ void ZuSMEMSTGsetstate(ZuSMEMSTG *storage, const ZuSMEMSTATE *state) {
 
 void ZuSMEMSTGclear(ZuSMEMSTG *storage) {
     if (!storage) return;
-    Storage &s = body(storage);
-    while (s.own) release_own(s, s.own, REWOUND);
-    while (s.open && s.open->older) release_shared(s, s.open, REWOUND);
-    if (!s.open) return;
-    lost(s.open + 1, s.open->top - sizeof(Segment), REWOUND);
-    s.open->top = sizeof(Segment);
-    s.open->last = 0;
+    rewind(body(storage), 0);
 }
 
 void ZuMEMSTGclose(ZuSMEMSTG *storage) { close(storage); }
@@ -358,14 +387,13 @@ void ZuMEMSTGdestroy(ZuSMEMSTG *storage) { close(storage); }
 
 void ZuSMEMSTGsetlimit(ZuSMEMSTG *storage, size_t bytes) {
     if (!storage) return;
-    // No segment is shorter than a unit, so a limit below one is as good as one unit.
-    uint64_t units = bytes / UNIT;
-    if (bytes && !units) units = 1;
-    if (units > MOST_DRAWN / UNIT) units = 0;
-    body(storage).limit_h = units >> 22 & 0x3FFFFF;
-    body(storage).limit_l = units & 0x3FFFFF;
+    const size_t limit = bytes && bytes < MOST_DRAWN ? bytes / LIMIT_STEP + 1 : 0;
+    body(storage).limit_h = limit >> 16 & 0x1FFFF;
+    body(storage).limit_l = limit & 0xFFFF;
 }
 
-size_t ZuSMEMSTGdrawn(const ZuSMEMSTG *storage) { return storage ? body(storage).drawn * UNIT : 0; }
+size_t ZuSMEMSTGdrawn(const ZuSMEMSTG *storage) { return storage ? body(storage).drawn * LINE : 0; }
 
-size_t ZuSMEMSTGpeak(const ZuSMEMSTG *storage) { return storage ? body(storage).peak * UNIT : 0; }
+size_t ZuSMEMSTGpeak(const ZuSMEMSTG *storage) {
+    return storage ? body(storage).peak * PEAK_STEP : 0;
+}
