@@ -59,37 +59,9 @@
 
 #include <kipx/arith_ops.inc>
 #include <kipx/arith_types.inc>
-#include <kipx/env.h>
-#include <kipx/types.h>
+#include <kipx/prototypes.h>
 
 KIPX_BEGIN
-
-/* The public functions, KipxAdd to KipxRSubsq. */
-#define KIPX_PUBLIC_BINARY(Name)                                                                   \
-    KIPX_API int32_t Kipx##Name(KipxXE *xe, uint64_t flags, const kipx_arr *dst,                   \
-                                const kipx_arr *src1, const kipx_arr *src2, const kipx_site *roi,  \
-                                const kipx_pos *src1At, const kipx_pos *src2At, int32_t scale,     \
-                                int32_t aux)
-/* The array level, kipxa_add to kipxa_rsubsq: operands as type, base address, origin and strides,
- * vectors of as many entries as dims counts, preceded by the unused leading slots that it names; a
- * null origin is zero. */
-#define KIPX_ARRAY_BINARY(op)                                                                      \
-    KIPX_API int32_t kipxa_##op(                                                                   \
-        KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent, uint32_t dst_type,     \
-        void *dst, const uint32_t *dst_origin, const uint32_t *dst_strides, uint32_t src1_type,    \
-        const void *src1, const uint32_t *src1_origin, const uint32_t *src1_strides,               \
-        uint32_t src2_type, const void *src2, const uint32_t *src2_origin,                         \
-        const uint32_t *src2_strides, int32_t scale, int32_t aux)
-/* The typed level, kipxa__add to kipxa__rsubsq: operands as type, element address and strides. It
- * checks the types, puts the wider or floating source first (with the mirrored operation), folds
- * channels into the row, narrows through a buffer where needed, and calls the kernel. 2 or 3 axes. */
-#define KIPX_TYPED_BINARY(op)                                                                      \
-    KIPX_API int32_t kipxa__##op(KipxXE *xe, uint64_t flags, kipx_dims n, const uint32_t *extent,  \
-                                 uint32_t dst_type, void *dst, const uint32_t *dst_strides,        \
-                                 uint32_t src1_type, const void *src1,                             \
-                                 const uint32_t *src1_strides, uint32_t src2_type,                 \
-                                 const void *src2, const uint32_t *src2_strides, int32_t scale,    \
-                                 int32_t aux)
 
 /* A one-channel kernel: row count and width from the extent vector of n entries, operands as element
  * address and strides. No checks; 0. */
@@ -99,7 +71,7 @@ typedef int32_t (*kipx_binary_kernel)(KipxXE *xe, uint64_t flags, kipx_dims n,
                                       const uint32_t *src1_strides, const void *src2,
                                       const uint32_t *src2_strides, int32_t scale, int32_t aux);
 #define KIPX_KERNEL_BINARY(op, D, A, B)                                                            \
-    KIPX_API int32_t kipxa__##op##_c1_##D##A##B(                                                   \
+    int32_t kipxa__##op##_c1_##D##A##B(                                                            \
         KipxXE *xe, uint64_t flags, kipx_dims n, const uint32_t *extent, void *dst,                \
         const uint32_t *dst_strides, const void *src1, const uint32_t *src1_strides,               \
         const void *src2, const uint32_t *src2_strides, int32_t scale, int32_t aux)
@@ -107,20 +79,18 @@ typedef int32_t (*kipx_binary_kernel)(KipxXE *xe, uint64_t flags, kipx_dims n,
  * types, never null. status, when given, receives 0; or -65514 when a code is invalid, or -65511 when
  * there is no such kernel, and the result is then kipxa_proc_einval or kipxa_proc_enotsup. */
 #define KIPX_TABLE_BINARY(op)                                                                      \
-    KIPX_API kipx_binary_kernel kipxa__a##op##fun_imp(uint32_t dst_type, uint32_t src1_type,       \
-                                                      uint32_t src2_type, int32_t *status)
+    kipx_binary_kernel kipxa__a##op##fun_imp(uint32_t dst_type, uint32_t src1_type,                \
+                                             uint32_t src2_type, int32_t *status)
 
-#define KIPX_DECLARE_KERNEL(op, D, A, B) KIPX_KERNEL_BINARY(op, D, A, B);
+#define KIPX_DECLARE_KERNEL(op, D, A, B) KIPX_API KIPX_KERNEL_BINARY(op, D, A, B);
 #define KIPX_DECLARE_OP(op, Name, triples, code, mirror)                                           \
-    KIPX_PUBLIC_BINARY(Name);                                                                      \
-    KIPX_ARRAY_BINARY(op);                                                                         \
-    KIPX_TYPED_BINARY(op);                                                                         \
-    KIPX_TABLE_BINARY(op);                                                                         \
+    KIPX_DECLARE_SHAPE(2, op, Name, KIPX_TAIL_SCALED);                                             \
+    KIPX_DECLARE_SHAPE(C, op##C, Name##C, KIPX_TAIL_SCALED);                                       \
+    KIPX_API KIPX_TABLE_BINARY(op);                                                                \
     KIPX_TRIPLES_##triples(KIPX_DECLARE_KERNEL, op)
 #define KIPX_DECLARE_SIGNED_OP(op, Name, base, code)                                               \
-    KIPX_PUBLIC_BINARY(Name);                                                                      \
-    KIPX_ARRAY_BINARY(op);                                                                         \
-    KIPX_TYPED_BINARY(op);
+    KIPX_DECLARE_SHAPE(2, op, Name, KIPX_TAIL_SCALED);                                             \
+    KIPX_DECLARE_SHAPE(C, op##C, Name##C, KIPX_TAIL_SCALED);
 
 KIPX_BINARY_OPS(KIPX_DECLARE_OP)
 KIPX_BINARY_SIGNED_OPS(KIPX_DECLARE_SIGNED_OP)
@@ -135,6 +105,11 @@ KIPX_API int32_t kipx_binary(uint32_t code, KipxXE *xe, uint64_t flags, const ki
                              const kipx_arr *src1, const kipx_arr *src2, const kipx_site *roi,
                              const kipx_pos *src1At, const kipx_pos *src2At, int32_t scale,
                              int32_t aux);
+
+/* The same for the constant forms, which share the codes. */
+KIPX_API int32_t kipx_constant(uint32_t code, KipxXE *xe, uint64_t flags, const kipx_arr *dst,
+                               const kipx_arr *src, const double *values, const kipx_site *roi,
+                               const kipx_pos *srcAt, int32_t scale, int32_t aux);
 
 /* Plain loops over at most 256 elements (more count as 256); source1 null: the destination is the
  * first source. _8 and _16 work on unsigned elements of that width modulo 2^8 and 2^16: add, and suba

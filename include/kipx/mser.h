@@ -22,6 +22,7 @@
 #include <kipx/fast_regions.h>
 #include <kipx/features.h>
 #include <kipx/planes.h>
+#include <kipx/prototypes.h>
 #include <kipx/tree.h>
 #include <kipx/types.h>
 
@@ -80,39 +81,24 @@ typedef struct KipxMSERContext {
  * fractions of the region of interest, mask or not: fraction * pixels in single precision, truncated,
  * saturated, NaN as 0.
  * A 4-axis array is worked on plane by plane; the regions of the last plane stay. */
-KIPX_API int32_t KipxGenerateMSERs(KipxXE *xe, uint64_t flags, const kipx_arr *src,
-                                   const kipx_site *roi, KipxMSERContext *context);
-KIPX_API int32_t KipxGenerateMSERsEx(KipxXE *xe, uint64_t flags, const kipx_arr *src,
-                                     const kipx_arr *mask, const kipx_site *roi,
-                                     const kipx_pos *maskAt, KipxMSERContext *context);
-KIPX_API int32_t KipxGenerateFMSERs(KipxXE *xe, uint64_t flags, const kipx_arr *src,
-                                    const kipx_site *roi, KipxMSERContext *context);
-KIPX_API int32_t KipxGenerateFMSERsEx(KipxXE *xe, uint64_t flags, const kipx_arr *src,
-                                      const kipx_arr *mask, const kipx_site *roi,
-                                      const kipx_pos *maskAt, KipxMSERContext *context);
+KIPX_API KIPX_PUBLIC_FLOOD(KipxGenerateMSERs, KipxMSERContext);
+KIPX_API KIPX_PUBLIC_FLOOD_M(KipxGenerateMSERsEx, KipxMSERContext);
+KIPX_API KIPX_PUBLIC_FLOOD(KipxGenerateFMSERs, KipxMSERContext);
+KIPX_API KIPX_PUBLIC_FLOOD_M(KipxGenerateFMSERsEx, KipxMSERContext);
 /* Closes both builders, frees the list and zeroes all that a call has left. Null does nothing. */
 KIPX_API void KipxMSERrelease(KipxMSERContext *context);
 
 /* One slice. The F forms set the flags of the fast flood. */
-KIPX_API int32_t KipxTGAgenerateMSERs(KipxXE *xe, uint64_t flags, const kipx_pack *slice);
-KIPX_API int32_t KipxTGAgenerateMSERsEx(KipxXE *xe, uint64_t flags, const kipx_pack *slice);
-KIPX_API int32_t KipxTGAgenerateFMSERs(KipxXE *xe, uint64_t flags, const kipx_pack *slice);
-KIPX_API int32_t KipxTGAgenerateFMSERsEx(KipxXE *xe, uint64_t flags, const kipx_pack *slice);
+KIPX_API KIPX_SLICE(KipxTGAgenerateMSERs);
+KIPX_API KIPX_SLICE(KipxTGAgenerateMSERsEx);
+KIPX_API KIPX_SLICE(KipxTGAgenerateFMSERs);
+KIPX_API KIPX_SLICE(KipxTGAgenerateFMSERsEx);
 
 /* Array level, operands as in kipxa_watershed and kipxa_watershed_xm; a null mask is none. */
-#define KIPX_ARRAY_MSER(name)                                                                      \
-    KIPX_API int32_t kipxa_##name(KipxXE *xe, uint64_t flags, kipx_dims dims,                      \
-                                  const uint32_t *extent, uint32_t type, const void *src,          \
-                                  const uint32_t *origin, const uint32_t *strides,                 \
-                                  KipxMSERContext *context);                                       \
-    KIPX_API int32_t kipxa_##name##_xm(                                                            \
-        KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent, uint32_t type,         \
-        const void *src, const uint32_t *origin, const uint32_t *strides, uint32_t mask_type,      \
-        const void *mask, const uint32_t *mask_origin, const uint32_t *mask_strides,               \
-        KipxMSERContext *context);
-KIPX_ARRAY_MSER(mser)
-KIPX_ARRAY_MSER(fmser)
-#undef KIPX_ARRAY_MSER
+KIPX_API KIPX_ARRAY_FLOOD(kipxa_mser, KipxMSERContext);
+KIPX_API KIPX_ARRAY_FLOOD_M(kipxa_mser_xm, KipxMSERContext);
+KIPX_API KIPX_ARRAY_FLOOD(kipxa_fmser, KipxMSERContext);
+KIPX_API KIPX_ARRAY_FLOOD_M(kipxa_fmser_xm, KipxMSERContext);
 
 /* ---- detection ---- */
 

@@ -41,6 +41,7 @@
 #include <kipx/env.h>
 #include <kipx/features.h>
 #include <kipx/planes.h>
+#include <kipx/prototypes.h>
 #include <kipx/tree.h>
 #include <kipx/types.h>
 
@@ -66,46 +67,29 @@ typedef struct KipxWatershedContext {
 /* ---- public ---- */
 
 /* Floods the region of interest (null: all of the array). */
-KIPX_API int32_t KipxWatershed(KipxXE *xe, uint64_t flags, const kipx_arr *src,
-                               const kipx_site *roi, KipxWatershedContext *context);
+KIPX_API KIPX_PUBLIC_FLOOD(KipxWatershed, KipxWatershedContext);
 /* The same inside a mask: a u8 array of the source's axes (or 3 against 4: one mask for all planes)
  * and of as many channels or one. maskAt: where the region starts in the mask (null: its origin).
  * Without a mask it is KipxWatershed. */
-KIPX_API int32_t KipxWatershedEx(KipxXE *xe, uint64_t flags, const kipx_arr *src,
-                                 const kipx_arr *mask, const kipx_site *roi, const kipx_pos *maskAt,
-                                 KipxWatershedContext *context);
+KIPX_API KIPX_PUBLIC_FLOOD_M(KipxWatershedEx, KipxWatershedContext);
 
 /* ---- one slice: picks the standard or the fast array level by the flags ---- */
 
-KIPX_API int32_t KipxTGAwatershed(KipxXE *xe, uint64_t flags, const kipx_pack *slice);
+KIPX_API KIPX_SLICE(KipxTGAwatershed);
 /* A mask of more than one channel is KIPX_EINVAL. */
-KIPX_API int32_t KipxTGAwatershedEx(KipxXE *xe, uint64_t flags, const kipx_pack *slice);
+KIPX_API KIPX_SLICE(KipxTGAwatershedEx);
 
-/* ---- array level: operands as type, address, origin and strides, vectors of as many entries as
- * dims counts (2 or 3) ---- */
+/* ---- array level, with origins; typed level, with element addresses, which checks type and
+ * channels. 2 or 3 axes. The same four for the fast flood. ---- */
 
-#define KIPX_ARRAY_FLOOD(name)                                                                     \
-    KIPX_API int32_t kipxa_##name(KipxXE *xe, uint64_t flags, kipx_dims dims,                      \
-                                  const uint32_t *extent, uint32_t type, const void *src,          \
-                                  const uint32_t *origin, const uint32_t *strides,                 \
-                                  KipxWatershedContext *context);                                  \
-    KIPX_API int32_t kipxa_##name##_xm(                                                            \
-        KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent, uint32_t type,         \
-        const void *src, const uint32_t *origin, const uint32_t *strides, uint32_t mask_type,      \
-        const void *mask, const uint32_t *mask_origin, const uint32_t *mask_strides,               \
-        KipxWatershedContext *context);                                                            \
-    KIPX_API int32_t kipxa__##name(KipxXE *xe, uint64_t flags, kipx_dims dims,                     \
-                                   const uint32_t *extent, uint32_t type, const void *src,         \
-                                   const uint32_t *strides, KipxWatershedContext *context);        \
-    KIPX_API int32_t kipxa__##name##_xm(                                                           \
-        KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent, uint32_t type,         \
-        const void *src, const uint32_t *strides, uint32_t mask_type, const void *mask,            \
-        const uint32_t *mask_strides, KipxWatershedContext *context);
-/* kipxa_watershed, kipxa_watershed_xm; and kipxa__watershed, kipxa__watershed_xm, which take
- * element addresses and check type and channels. The same four for the fast flood. */
-KIPX_ARRAY_FLOOD(watershed)
-KIPX_ARRAY_FLOOD(fwatershed)
-#undef KIPX_ARRAY_FLOOD
+#define KIPX_DECLARE_FLOOD(name)                                                                   \
+    KIPX_API KIPX_ARRAY_FLOOD(kipxa_##name, KipxWatershedContext);                                 \
+    KIPX_API KIPX_ARRAY_FLOOD_M(kipxa_##name##_xm, KipxWatershedContext);                          \
+    KIPX_API KIPX_TYPED_FLOOD(kipxa__##name, KipxWatershedContext);                                \
+    KIPX_API KIPX_TYPED_FLOOD_M(kipxa__##name##_xm, KipxWatershedContext)
+KIPX_DECLARE_FLOOD(watershed);
+KIPX_DECLARE_FLOOD(fwatershed);
+#undef KIPX_DECLARE_FLOOD
 
 /* ---- the fast flood's kernels: u8, one channel, addresses of the region's first elements ---- */
 

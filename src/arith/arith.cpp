@@ -1,121 +1,163 @@
-// arith/arith.cpp - binary arithmetic from the public functions down to the named kernels.
+// arith/arith.cpp - arithmetic from the public functions down to the named kernels.
 //
 // Gives    everything that kipx/arith.h declares per operation and per type triple, made from the
-//          two lists; the work itself is typed_binary.cpp's and the row loops'.
+//          two lists; the work itself is typed_arith.cpp's and the row loops'.
 #include <kipx/arith.h>
 #include <kipx/array.h>
 
-#include "arith/kernel.h"
-#include "arith/typed_binary.h"
-#include "core/binary.h"
-#include "core/element.h"
+#include "arith/typed_arith.h"
+#include "core/stamp.h"
 
 using namespace kipx;
 
 namespace {
 
-// Base plus origin: the element that an operand's walk starts from.
-struct ArrayLevel {
-    kipx_dims dims;
-    void *operator()(const void *base, const uint32_t *origin, const uint32_t *strides) const {
-        uint32_t offset =
-            origin ? byte_offset(leading_of(dims), axes_of(dims), origin, strides) : 0;
-        return static_cast<char *>(const_cast<void *>(base)) + offset;
-    }
-};
+// The destination leads; the second source meets its region first. In place it is the first source.
+constexpr Shape two_arrays{
+    .anchor = slot_dst,
+    .sources = 2,
+    .partners = 2,
+    .partner = {{slot_src2, Fit::like, Meet::rest}, {slot_src1, Fit::like, Meet::box}},
+    .stands_in = slot_src1,
+    .planes = false,
+    .overlap = false,
+    .most_channels = 4,
+    .no_rows = KIPX_EEMPTY};
+constexpr Shape array_and_constant{.anchor = slot_dst,
+                                   .sources = 1,
+                                   .partners = 1,
+                                   .partner = {{slot_src1, Fit::like, Meet::box}},
+                                   .stands_in = slot_src1,
+                                   .planes = false,
+                                   .overlap = false,
+                                   .most_channels = 4,
+                                   .no_rows = KIPX_EEMPTY};
 
-int32_t table_status(uint32_t dst, uint32_t src1, uint32_t src2) {
-    bool valid = element_valid(dst) && element_valid(src1) && element_valid(src2);
-    return valid ? KIPX_ENOTSUP : KIPX_EINVAL;
+using Work = int32_t (*)(ArithOp op, uint32_t dst_type_bits, Call &call);
+template<Work work, ArithOp op, uint32_t dst_type_bits> int32_t worker(Call &call) {
+    return work(op, dst_type_bits, call);
 }
 
-kipx_binary_kernel answer(kipx_binary_kernel kernel, int32_t failure, int32_t *status) {
-    if (status) *status = kernel ? 0 : failure;
-    if (kernel) return kernel;
-    auto *procedure = failure == KIPX_EINVAL ? kipxa_proc_einval : kipxa_proc_enotsup;
+// ---- tables ----
+
+constexpr uint32_t none = arith_kernel_count;
+
+#define KIPX_CASE(op, D, A, B)                                                                     \
+    case kernel_key(KIPX_CODE_##D, KIPX_CODE_##A, KIPX_CODE_##B):                                  \
+        return op##_##D##A##B;
+#define KIPX_FIND(op, Name, triples, code, mirror)                                                 \
+    uint32_t find_##op(uint32_t key) {                                                             \
+        switch (key) { KIPX_TRIPLES_##triples(KIPX_CASE, op) default : return none; }              \
+    }
+KIPX_BINARY_OPS(KIPX_FIND)
+
+#define KIPX_NAMED(op, D, A, B) kipxa__##op##_c1_##D##A##B,
+#define KIPX_NAMES(op, Name, triples, code, mirror) KIPX_TRIPLES_##triples(KIPX_NAMED, op)
+constexpr kipx_binary_kernel named_kernels[] = {KIPX_BINARY_OPS(KIPX_NAMES)};
+
+kipx_binary_kernel table_answer(ArithOp op, uint32_t dst, uint32_t src1, uint32_t src2,
+                                int32_t *status) {
+    bool valid = element_valid(dst) && element_valid(src1) && element_valid(src2);
+    uint32_t kernel = valid ? find_arith(op, dst, src1, src2) : none;
+    int32_t failure = valid ? KIPX_ENOTSUP : KIPX_EINVAL;
+    if (status) *status = kernel == none ? failure : 0;
+    if (kernel != none) return named_kernels[kernel];
+    auto *procedure = valid ? kipxa_proc_enotsup : kipxa_proc_einval;
     // The procedures take no notice of their arguments, whatever shape they are called in.
     return reinterpret_cast<kipx_binary_kernel>(reinterpret_cast<void *>(procedure));
 }
 
-#define KIPX_CODE_ROW(op, Name, triples, code, mirror) {code, kipxa_##op},
-#define KIPX_SIGNED_CODE_ROW(op, Name, base, code) {code, kipxa_##op},
-constexpr BinaryEntry entries[] = {KIPX_BINARY_OPS(KIPX_CODE_ROW)
-                                       KIPX_BINARY_SIGNED_OPS(KIPX_SIGNED_CODE_ROW)};
-#undef KIPX_CODE_ROW
-#undef KIPX_SIGNED_CODE_ROW
+// A kernel works on one channel, whatever the channel entry says.
+int32_t enter_kernel(uint32_t kernel, KipxXE *xe, uint64_t flags, kipx_dims dims,
+                     const uint32_t *extent, const Flat &dst, const Flat (&src)[2], int32_t scale,
+                     int32_t aux) {
+    const Scaled given(scale, aux);
+    uint32_t axes = axes_of(dims);
+    Call call{xe,
+              flags,
+              flat_operand(axes, dst),
+              {flat_operand(axes, src[0]), flat_operand(axes, src[1]), {}},
+              {},
+              2,
+              1,
+              height_of(axes, extent),
+              width_of(axes, extent),
+              1,
+              &given,
+              false};
+    return work_kernel(kernel, call);
+}
 
 } // namespace
+
+uint32_t kipx::find_arith(ArithOp op, uint32_t dst, uint32_t src1, uint32_t src2) {
+    uint32_t key = kernel_key(dst, src1, src2);
+    switch (op) {
+#define KIPX_FIND_CASE(op, Name, triples, code, mirror)                                            \
+    case ArithOp::op:                                                                              \
+        return find_##op(key);
+        KIPX_BINARY_OPS(KIPX_FIND_CASE)
+    }
+    return none;
+}
 
 extern "C" {
 
 int32_t kipx_binary(uint32_t code, KipxXE *xe, uint64_t flags, const kipx_arr *dst,
                     const kipx_arr *src1, const kipx_arr *src2, const kipx_site *roi,
                     const kipx_pos *src1At, const kipx_pos *src2At, int32_t scale, int32_t aux) {
-    return binary_handler(code, entries, sizeof entries / sizeof entries[0],
-                          {xe, flags, dst, src1, src2, roi, src1At, src2At, scale, aux});
+    switch (code) {
+#define KIPX_CODE_CASE(op, Name, triples, code, mirror)                                            \
+    case code:                                                                                     \
+        return Kipx##Name(xe, flags, dst, src1, src2, roi, src1At, src2At, scale, aux);
+#define KIPX_SIGNED_CODE_CASE(op, Name, base, code) KIPX_CODE_CASE(op, Name, , code, )
+        KIPX_BINARY_OPS(KIPX_CODE_CASE)
+        KIPX_BINARY_SIGNED_OPS(KIPX_SIGNED_CODE_CASE)
+    default:
+        return KIPX_EINVAL;
+    }
 }
 
-// ---- public functions and array level ----
-
-#define KIPX_DEFINE_UPPER(op, Name, code)                                                          \
-    KIPX_PUBLIC_BINARY(Name) {                                                                     \
-        return kipx_binary(code, xe, flags, dst, src1, src2, roi, src1At, src2At, scale, aux);     \
-    }                                                                                              \
-    KIPX_ARRAY_BINARY(op) {                                                                        \
-        ArrayLevel at{dims};                                                                       \
-        return kipxa__##op(xe, flags, dims, extent, dst_type, at(dst, dst_origin, dst_strides),    \
-                           dst_strides, src1_type, at(src1, src1_origin, src1_strides),            \
-                           src1_strides, src2_type, at(src2, src2_origin, src2_strides),           \
-                           src2_strides, scale, aux);                                              \
+int32_t kipx_constant(uint32_t code, KipxXE *xe, uint64_t flags, const kipx_arr *dst,
+                      const kipx_arr *src, const double *values, const kipx_site *roi,
+                      const kipx_pos *srcAt, int32_t scale, int32_t aux) {
+    switch (code) {
+#define KIPX_CONSTANT_CASE(op, Name, triples, code, mirror)                                        \
+    case code:                                                                                     \
+        return Kipx##Name##C(xe, flags, dst, src, values, roi, srcAt, scale, aux);
+#define KIPX_SIGNED_CONSTANT_CASE(op, Name, base, code) KIPX_CONSTANT_CASE(op, Name, , code, )
+        KIPX_BINARY_OPS(KIPX_CONSTANT_CASE)
+        KIPX_BINARY_SIGNED_OPS(KIPX_SIGNED_CONSTANT_CASE)
+    default:
+        return KIPX_EINVAL;
     }
+}
 
-// ---- typed level ----
+// ---- public functions, array and typed levels ----
 
-#define KIPX_DEFINE_TYPED(op, base, type_mask)                                                     \
-    KIPX_TYPED_BINARY(op) {                                                                        \
-        TypedCall call{xe,                                                                         \
-                       flags,                                                                      \
-                       n,                                                                          \
-                       extent,                                                                     \
-                       {dst_type, dst, dst_strides},                                               \
-                       {src1_type, src1, src1_strides},                                            \
-                       {src2_type, src2, src2_strides},                                            \
-                       scale,                                                                      \
-                       aux};                                                                       \
-        return typed_binary(ArithOp::base, type_mask, call);                                       \
-    }
+#define KIPX_LEVELS(op, Name, base, bits)                                                          \
+    KIPX_STAMP_2(op, Name, KIPX_TAIL_SCALED, two_arrays, Scaled(scale, aux),                       \
+                 (worker<work_arith, ArithOp::base, bits>))                                        \
+    KIPX_STAMP_C(op##C, Name##C, KIPX_TAIL_SCALED, array_and_constant, Scaled(scale, aux, values), \
+                 (worker<work_constant, ArithOp::base, bits>))
+#define KIPX_OP_LEVELS(op, Name, triples, code, mirror) KIPX_LEVELS(op, Name, op, 0)
+#define KIPX_SIGNED_LEVELS(op, Name, base, code) KIPX_LEVELS(op, Name, base, 8)
+KIPX_BINARY_OPS(KIPX_OP_LEVELS)
+KIPX_BINARY_SIGNED_OPS(KIPX_SIGNED_LEVELS)
 
-// ---- kernels and their tables ----
+// ---- tables and kernels ----
 
 #define KIPX_DEFINE_KERNEL(op, D, A, B)                                                            \
     KIPX_KERNEL_BINARY(op, D, A, B) {                                                              \
-        (void)xe, (void)aux;                                                                       \
-        return run_kernel<op##_##D##A##B, sizeof(D), sizeof(A), sizeof(B)>(                        \
-            flags, n, extent, {dst, dst_strides}, {src1, src1_strides}, {src2, src2_strides},      \
-            scale);                                                                                \
+        const Flat sources[] = {{KIPX_CODE_##A, src1, src1_strides},                               \
+                                {KIPX_CODE_##B, src2, src2_strides}};                              \
+        return enter_kernel(op##_##D##A##B, xe, flags, n, extent,                                  \
+                            {KIPX_CODE_##D, dst, dst_strides}, sources, scale, aux);               \
     }
-#define KIPX_CASE(op, D, A, B)                                                                     \
-    case kernel_key(KIPX_CODE_##D, KIPX_CODE_##A, KIPX_CODE_##B):                                  \
-        return answer(kipxa__##op##_c1_##D##A##B, 0, status);
-#define KIPX_DEFINE_TABLE(op, triples)                                                             \
+#define KIPX_DEFINE_KERNELS(op, Name, triples, code, mirror)                                       \
     KIPX_TABLE_BINARY(op) {                                                                        \
-        int32_t failure = table_status(dst_type, src1_type, src2_type);                            \
-        if (failure == KIPX_EINVAL) return answer(nullptr, failure, status);                       \
-        switch (kernel_key(dst_type, src1_type, src2_type)) {                                      \
-            KIPX_TRIPLES_##triples(KIPX_CASE, op) default                                          \
-                : return answer(nullptr, failure, status);                                         \
-        }                                                                                          \
-    }
-
-#define KIPX_DEFINE_OP(op, Name, triples, code, mirror)                                            \
-    KIPX_DEFINE_UPPER(op, Name, code)                                                              \
-    KIPX_DEFINE_TYPED(op, op, 0)                                                                   \
-    KIPX_DEFINE_TABLE(op, triples)                                                                 \
+        return table_answer(ArithOp::op, dst_type, src1_type, src2_type, status);                  \
+    }                                                                                              \
     KIPX_TRIPLES_##triples(KIPX_DEFINE_KERNEL, op)
-#define KIPX_DEFINE_SIGNED_OP(op, Name, base, code)                                                \
-    KIPX_DEFINE_UPPER(op, Name, code)                                                              \
-    KIPX_DEFINE_TYPED(op, base, 8)
-
-KIPX_BINARY_OPS(KIPX_DEFINE_OP)
-KIPX_BINARY_SIGNED_OPS(KIPX_DEFINE_SIGNED_OP)
+KIPX_BINARY_OPS(KIPX_DEFINE_KERNELS)
 }

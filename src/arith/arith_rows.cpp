@@ -155,10 +155,12 @@ void row_rounded(void *dst, const void *a, const void *b, size_t n, const ArithS
     }
 }
 
-template<class Op, class D, class A, class B>
-void row(void *dst, const void *a, const void *b, size_t n, const void *params, Writing writing) {
-    [[maybe_unused]] const bool streamed = writing == Writing::streamed;
-    const ArithScale &scale = *static_cast<const ArithScale *>(params);
+template<class Op, class D, class A, class B> void row(Run run) {
+    [[maybe_unused]] const bool streamed = run.writing == Writing::streamed;
+    const ArithScale &scale = *static_cast<const ArithScale *>(run.params);
+    void *dst = run.dst;
+    const void *a = run.src[0], *b = run.src[1];
+    const size_t n = run.n;
     if constexpr (Op::kind == Kind::rounded)
         row_rounded<Op, D>(dst, a, b, n, scale, streamed);
     else if constexpr (Op::kind == Kind::quotient && floating<D>)

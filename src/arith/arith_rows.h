@@ -4,13 +4,11 @@
 //          table of row loops per instruction set, in the order of the index.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-
 #include <kipx/arith_ops.inc>
 #include <kipx/arith_types.inc>
 
-#include "core/walk.h"
+#include "core/run.h"
+#include "core/sets.h"
 
 namespace kipx {
 
@@ -29,14 +27,6 @@ struct ArithScale {
     float quotient_factor; // down: 2^-k; up: 2^(s mod 32); 1 unscaled
 };
 
-namespace baseline {
-extern const RowLoop arith_rows[arith_kernel_count];
-}
-namespace avx2 {
-extern const RowLoop arith_rows[arith_kernel_count];
-}
-namespace avx512 {
-extern const RowLoop arith_rows[arith_kernel_count];
-}
+KIPX_SET_TABLES(RowLoop, arith_rows, arith_kernel_count)
 
 } // namespace kipx

@@ -7,14 +7,7 @@
 namespace kipx {
 
 RowLoop convert_row_for(uint32_t dst_type, uint32_t src_type, Set set) {
-    static constexpr const RowLoop *tables[set_count] = {
-        baseline::convert_rows,
-#if defined(__x86_64__)
-        avx2::convert_rows,
-        avx512::convert_rows,
-#endif
-    };
-    const RowLoop *rows = tables[static_cast<uint32_t>(set)];
+    const RowLoop *rows = convert_rows_of(set);
     switch (kernel_key(0, dst_type, src_type)) {
 #define KIPX_CASE(D, S)                                                                            \
     case kernel_key(0, KIPX_CODE_##D, KIPX_CODE_##S):                                              \

@@ -1,12 +1,12 @@
 // convert/convert.h - conversion of values from one element type to another.
 //
-// Gives    convert_row_for(): the row loop for a pair of types, to be walked by core/walk.h.
+// Gives    convert_row_for(): the row loop for a pair of types, for core/rows.h.
 // Promises to nearest with ties to even, saturated; NaN to the smallest value, 0 for unsigned
 //          types.
 #pragma once
 
+#include "core/run.h"
 #include "core/simd.h"
-#include "core/walk.h"
 
 namespace kipx {
 

@@ -5,14 +5,13 @@
 namespace kipx::KIPX_SET {
 namespace {
 
-template<class D, class S>
-void row(void *dst, const void *src, const void *, size_t n, const void *, Writing) {
+template<class D, class S> void row(Run run) {
     KIPX_INDEPENDENT
-    for (size_t i = 0; i < n; ++i) {
+    for (size_t i = 0; i < run.n; ++i) {
         if constexpr (floating<S>)
-            store(dst, i, round_saturate<D>(load<S>(src, i)));
+            store(run.dst, i, round_saturate<D>(load<S>(run.src[0], i)));
         else
-            store(dst, i, saturate<D>(s32{load<S>(src, i)}));
+            store(run.dst, i, saturate<D>(s32{load<S>(run.src[0], i)}));
     }
 }
 

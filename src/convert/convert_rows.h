@@ -2,7 +2,8 @@
 #pragma once
 
 #include "convert/convert_types.inc"
-#include "core/walk.h"
+#include "core/run.h"
+#include "core/sets.h"
 
 namespace kipx {
 
@@ -10,14 +11,6 @@ namespace kipx {
 enum ConvertKernel : uint32_t { KIPX_CONVERT_PAIRS(KIPX_INDEX) convert_kernel_count };
 #undef KIPX_INDEX
 
-namespace baseline {
-extern const RowLoop convert_rows[convert_kernel_count];
-}
-namespace avx2 {
-extern const RowLoop convert_rows[convert_kernel_count];
-}
-namespace avx512 {
-extern const RowLoop convert_rows[convert_kernel_count];
-}
+KIPX_SET_TABLES(RowLoop, convert_rows, convert_kernel_count)
 
 } // namespace kipx

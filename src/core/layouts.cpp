@@ -29,6 +29,16 @@ AT(KipxXE, inline_stack, 24);
 AT(KipxXE, saved, 72);
 SIZE(KipxXE, 104);
 
+// kipx/planes.h
+AT(kipx_operand, origin, 16);
+AT(kipx_operand, strides, 32);
+AT(kipx_operand, role, 48);
+SIZE(kipx_operand, 56);
+AT(kipx_pack, extent, 16);
+AT(kipx_pack, operand, 32);
+AT(kipx_pack, context, 312);
+SIZE(kipx_pack, 320);
+
 // kipx/shape.h
 AT(kipx_seshape, volume, 16);
 SIZE(kipx_seshape, 32);

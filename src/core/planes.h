@@ -1,19 +1,37 @@
-// core/planes.h - the address arithmetic of packed operands, for inlining.
+// core/planes.h - the planes of a call, one after the other.
 //
-// Gives    the address where a slice's region starts.
-// Promises sums in pointer width: nothing wraps at 2^32.
+// Gives    each_plane(), which hands every plane of a Call to a function as a Call of its own;
+//          slice_operand(), the operand that a slice of a pack holds.
+// Promises the first negative code ends it and is returned. Sums in 64 bits: nothing wraps at 2^32.
 #pragma once
 
 #include <kipx/planes.h>
 
+#include <initializer_list>
+
+#include "core/call.h"
+
 namespace kipx {
 
-// base + origin * strides over the last `axes` entries of right-aligned vectors.
-inline const uint8_t *region_start(const void *base, uint32_t axes, const uint32_t *origin,
-                                   const uint32_t *strides) {
-    uint64_t offset = 0;
-    for (uint32_t i = 0; i < axes; ++i) offset += uint64_t{origin[i]} * strides[i];
-    return static_cast<const uint8_t *>(base) + offset;
+template<class Function> int32_t each_plane(const Call &call, Function &&function) {
+    for (uint32_t plane = 0; plane < call.planes; ++plane) {
+        Call slice = call;
+        slice.planes = 1;
+        for (Operand *o : {&slice.dst, &slice.src[0], &slice.src[1], &slice.src[2], &slice.mask})
+            if (o->at) o->at += plane * o->plane;
+        if (int32_t code = function(slice); code < 0) return code;
+    }
+    return 0;
+}
+
+inline Operand slice_operand(const kipx_operand &o) {
+    Operand out;
+    if (!o.base) return out;
+    out.at = static_cast<char *>(o.base);
+    for (uint32_t i = 0; i < 4; ++i) out.at += uint64_t{o.origin[i]} * o.strides[i];
+    out.plane = o.strides[0], out.row = o.strides[1], out.pixel = o.strides[2];
+    out.channel = o.strides[3], out.type = o.type, out.size = element_size(o.type);
+    return out;
 }
 
 } // namespace kipx

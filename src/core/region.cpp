@@ -2,6 +2,8 @@
 //
 // Promises entries are compared as signed 32-bit numbers, ends are computed in 64 bits, so that no
 //          origin or extent can wrap.
+#include "core/region.h"
+
 #include <kipx/array.h>
 
 #include <algorithm>
@@ -23,6 +25,16 @@ void decode_channels(kipx_site *site) {
 }
 
 } // namespace
+
+bool kipx::common_extent(kipx_site &a, kipx_site &b, int32_t slots) {
+    bool some = true;
+    for (int32_t i = 0; i < slots; ++i) {
+        int64_t common = std::min(signed_of(a.extent[i]), signed_of(b.extent[i]));
+        a.extent[i] = b.extent[i] = entry_of(common);
+        some &= common >= 1;
+    }
+    return some;
+}
 
 extern "C" {
 
@@ -95,12 +107,6 @@ int32_t kipx_arr_negotiateRoi(const kipx_arr *dst, const kipx_arr *src, kipx_sit
     kipx_arr__siteofAt(src, 3, src_site->origin, src_site->extent, src_at);
     decode_channels(src_site);
     bool some = static_cast<int32_t>(dst_site->extent[3]) >= 1;
-    int32_t slots = n >= 1 && n <= 3 ? n : 3;
-    for (int32_t i = 0; i < slots; ++i) {
-        int64_t common = std::min(signed_of(dst_site->extent[i]), signed_of(src_site->extent[i]));
-        dst_site->extent[i] = src_site->extent[i] = entry_of(common);
-        some &= common >= 1;
-    }
-    return some;
+    return kipx::common_extent(*dst_site, *src_site, n >= 1 && n <= 3 ? n : 3) && some;
 }
 }

@@ -1,13 +1,12 @@
 // region/mser.cpp - stable regions of an image: floods, detection, and cleaning up after failures.
 #include <kipx/mser.h>
 
-#include <kipx/array.h>
-
 #include <climits>
 #include <initializer_list>
 
-#include "core/element.h"
+#include "core/planes.h"
 #include "region/detect.h"
+#include "region/flood.h"
 #include "region/road.h"
 
 namespace kipx {
@@ -27,12 +26,12 @@ int32_t fail(KipxMSERContext *context, int32_t code) {
     return code;
 }
 
-// One call of the array level. The builders are handed to the context when all has gone well.
+// One plane. The builders are handed to the context when all has gone well.
 class Generation {
 public:
-    Generation(KipxXE *xe, uint64_t flags, const Slice &slice, KipxMSERContext *context)
-        : xe_(xe), flags_(flags), slice_(slice), context_(context),
-          fast_((flags & KIPX_FLAG_FAST) != 0) {}
+    Generation(const Call &call, KipxMSERContext *context)
+        : xe_(call.xe), flags_(call.flags), call_(call), context_(context),
+          fast_((call.flags & KIPX_FLAG_FAST) != 0) {}
     int32_t run();
 
 private:
@@ -44,27 +43,15 @@ private:
     KipxMSERparms parameters() const;
     int32_t detect();
     int32_t gather();
-    KipxWatershedContext settings(KipxSTB *builder, uint16_t polarity) const;
 
     KipxXE *xe_;
     uint64_t flags_;
-    const Slice &slice_;
+    const Call &call_;
     KipxMSERContext *context_;
     bool fast_;
     FloodImage image_;
     KipxSTB *dark_ = nullptr, *bright_ = nullptr;
 };
-
-KipxWatershedContext Generation::settings(KipxSTB *builder, uint16_t polarity) const {
-    return {builder,
-            &context_->levelset,
-            polarity,
-            context_->connectivity,
-            context_->shift,
-            context_->seed_row,
-            context_->seed_column,
-            context_->output};
-}
 
 bool Generation::open_builders() {
     ZuSMEMSTG *stack = KipxXEmmstack(xe_);
@@ -78,13 +65,16 @@ bool Generation::open_builders() {
 }
 
 int32_t Generation::flood_standard(KipxSTB *builder, uint16_t polarity) {
-    KipxWatershedContext w = settings(builder, polarity);
-    if (!slice_.mask)
-        return kipxa__watershed(xe_, flags_, slice_.dims, slice_.extent, slice_.type, slice_.src,
-                                slice_.strides, &w);
-    return kipxa__watershed_xm(xe_, flags_, slice_.dims, slice_.extent, slice_.type, slice_.src,
-                               slice_.strides, slice_.mask_type, slice_.mask, slice_.mask_strides,
-                               &w);
+    KipxWatershedContext w{builder,
+                           &context_->levelset,
+                           polarity,
+                           context_->connectivity,
+                           context_->shift,
+                           context_->seed_row,
+                           context_->seed_column,
+                           context_->output};
+    image_.invert = polarity == 1 ? 255 : 0;
+    return settle_seed(image_) ? standard_flood(xe_, flags_, image_, &w) : KIPX_EEMPTY;
 }
 
 // Both polarities on one histogram and one scratch.
@@ -156,10 +146,10 @@ int32_t Generation::work() {
 }
 
 int32_t Generation::run() {
-    // The checks need some builder; every other setting is the context's.
-    KipxSTB stand_in{};
-    KipxWatershedContext w = settings(&stand_in, 0);
-    int32_t code = image_of(slice_, &w, fast_, image_);
+    // The polarities that are asked for are flooded in turn.
+    const FloodSettings settings{0, context_->connectivity, context_->shift, context_->seed_row,
+                                 context_->seed_column};
+    int32_t code = image_of(call_, &settings, fast_, image_);
     if (code == 0 && flags_ & KIPX_FLAG_PROBE)
         code = KIPX_EAGAIN;
     else if (code == 0 && !(flags_ & KIPX_FLAG_PREPARE))
@@ -175,47 +165,13 @@ int32_t Generation::run() {
     return 0;
 }
 
-// Slices of an array with planes: each takes the place of the one before.
-struct Planes {
-    KipxMSERContext *context;
-    kipx_slice_fun slice;
-    bool first;
-};
-
-int32_t next_plane(KipxXE *xe, uint64_t flags, const kipx_pack *slice) {
-    auto *planes = static_cast<Planes *>(slice->context);
-    if (!planes->first) KipxMSERrelease(planes->context);
-    planes->first = false;
-    kipx_pack own = *slice;
-    own.context = planes->context;
-    return planes->slice(xe, flags, &own);
-}
-
-int32_t generate(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_site *roi,
-                 KipxMSERContext *context, kipx_slice_fun slice) {
-    if (!context) return KIPX_EINVAL;
-    kipx_site site;
-    int32_t code = check_source(src);
-    if (code == 0) code = source_region(src, roi, &site);
-    if (code < 0) return fail(context, code);
-    kipx_pack pack;
-    Planes planes{context, slice, true};
-    kipxa_genpackL(&pack, KIPX_CODE_MSER, src, &site, &planes);
-    return kipxa_call(xe, flags, &pack, next_plane);
-}
-
-int32_t generate_masked(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_arr *mask,
-                        const kipx_site *roi, const kipx_pos *mask_at, KipxMSERContext *context,
-                        kipx_slice_fun slice) {
-    if (!context) return KIPX_EINVAL;
-    kipx_site site, mask_site;
-    int32_t code = check_source(src);
-    if (code == 0) code = masked_regions(src, mask, roi, mask_at, &site, &mask_site);
-    if (code < 0) return fail(context, code);
-    kipx_pack pack;
-    Planes planes{context, slice, true};
-    kipxa_mappackL(&pack, KIPX_CODE_MSER, src, &site, mask, &mask_site, &planes);
-    return kipxa_call(xe, flags, &pack, next_plane);
+int32_t generate_slice(KipxXE *xe, uint64_t flags, const kipx_pack *slice, bool masked) {
+    if (!slice) return KIPX_EINVAL;
+    auto *context = static_cast<KipxMSERContext *>(slice->context);
+    Call call;
+    int32_t code = slice_flood(call, xe, flags, slice, masked);
+    if (code < 0 || !context) return fail(context, code < 0 ? code : KIPX_EINVAL);
+    return Generation(call, context).run();
 }
 
 } // namespace
@@ -223,90 +179,62 @@ int32_t generate_masked(KipxXE *xe, uint64_t flags, const kipx_arr *src, const k
 
 using namespace kipx;
 
-int32_t kipxa_mser_xm(KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent,
-                      uint32_t type, const void *src, const uint32_t *origin,
-                      const uint32_t *strides, uint32_t mask_type, const void *mask,
-                      const uint32_t *mask_origin, const uint32_t *mask_strides,
-                      KipxMSERContext *context) {
+KIPX_ARRAY_FLOOD_M(kipxa_mser_xm, KipxMSERContext) {
     if (!context) return KIPX_EINVAL;
-    Slice slice{dims,
-                extent,
-                type,
-                slice_start(dims, src, origin, strides),
-                strides,
-                mask_type,
-                slice_start(dims, mask, mask_origin, mask_strides),
-                mask_strides};
-    return Generation(xe, flags, slice, context).run();
+    Call call;
+    int32_t code = flat_flood(
+        call, xe, flags, dims, extent, {type, start_of(dims, src, origin, strides), strides},
+        {mask_type, start_of(dims, mask, mask_origin, mask_strides), mask_strides});
+    return code < 0 ? fail(context, code) : Generation(call, context).run();
 }
 
-int32_t kipxa_mser(KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent,
-                   uint32_t type, const void *src, const uint32_t *origin, const uint32_t *strides,
-                   KipxMSERContext *context) {
+KIPX_ARRAY_FLOOD(kipxa_mser, KipxMSERContext) {
     return kipxa_mser_xm(xe, flags, dims, extent, type, src, origin, strides, 0, nullptr, nullptr,
                          nullptr, context);
 }
 
-int32_t kipxa_fmser(KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent,
-                    uint32_t type, const void *src, const uint32_t *origin, const uint32_t *strides,
-                    KipxMSERContext *context) {
-    return kipxa_mser(xe, flags | KIPX_FLAG_FAST, dims, extent, type, src, origin, strides,
-                      context);
-}
-
-int32_t kipxa_fmser_xm(KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent,
-                       uint32_t type, const void *src, const uint32_t *origin,
-                       const uint32_t *strides, uint32_t mask_type, const void *mask,
-                       const uint32_t *mask_origin, const uint32_t *mask_strides,
-                       KipxMSERContext *context) {
+KIPX_ARRAY_FLOOD_M(kipxa_fmser_xm, KipxMSERContext) {
     return kipxa_mser_xm(xe, flags | KIPX_FLAG_FAST, dims, extent, type, src, origin, strides,
                          mask_type, mask, mask_origin, mask_strides, context);
 }
 
-int32_t KipxTGAgenerateMSERs(KipxXE *xe, uint64_t flags, const kipx_pack *slice) {
-    if (!slice) return KIPX_EINVAL;
-    const kipx_operand &s = slice->operand[0];
-    return kipxa_mser(xe, flags, slice->dims, slice->extent + 1, s.type, s.base, s.origin + 1,
-                      s.strides + 1, static_cast<KipxMSERContext *>(slice->context));
+KIPX_ARRAY_FLOOD(kipxa_fmser, KipxMSERContext) {
+    return kipxa_mser(xe, flags | KIPX_FLAG_FAST, dims, extent, type, src, origin, strides,
+                      context);
 }
 
-int32_t KipxTGAgenerateMSERsEx(KipxXE *xe, uint64_t flags, const kipx_pack *slice) {
-    if (!slice) return KIPX_EINVAL;
-    auto *context = static_cast<KipxMSERContext *>(slice->context);
-    const kipx_operand &s = slice->operand[0], &m = slice->operand[1];
-    if (m.channels > 1) return fail(context, KIPX_EINVAL);
-    return kipxa_mser_xm(xe, flags, slice->dims, slice->extent + 1, s.type, s.base, s.origin + 1,
-                         s.strides + 1, m.type, m.base, m.origin + 1, m.strides + 1, context);
+KIPX_SLICE(KipxTGAgenerateMSERs) { return generate_slice(xe, flags, slice, false); }
+KIPX_SLICE(KipxTGAgenerateMSERsEx) { return generate_slice(xe, flags, slice, true); }
+KIPX_SLICE(KipxTGAgenerateFMSERs) {
+    return generate_slice(xe, flags | KIPX_FLAG_FAST, slice, false);
+}
+KIPX_SLICE(KipxTGAgenerateFMSERsEx) {
+    return generate_slice(xe, flags | KIPX_FLAG_FAST, slice, true);
 }
 
-int32_t KipxTGAgenerateFMSERs(KipxXE *xe, uint64_t flags, const kipx_pack *slice) {
-    return KipxTGAgenerateMSERs(xe, flags | KIPX_FLAG_FAST, slice);
+KIPX_PUBLIC_FLOOD_M(KipxGenerateMSERsEx, KipxMSERContext) {
+    if (!context) return KIPX_EINVAL;
+    Call call;
+    int32_t code = admit_flood(call, xe, flags, src, mask, roi, maskAt);
+    if (code < 0) return fail(context, code);
+    // Each plane of an array takes the place of the one before.
+    bool first = true;
+    return each_plane(call, [&](const Call &slice) {
+        if (!first) KipxMSERrelease(context);
+        first = false;
+        return Generation(slice, context).run();
+    });
 }
 
-int32_t KipxTGAgenerateFMSERsEx(KipxXE *xe, uint64_t flags, const kipx_pack *slice) {
-    return KipxTGAgenerateMSERsEx(xe, flags | KIPX_FLAG_FAST, slice);
+KIPX_PUBLIC_FLOOD(KipxGenerateMSERs, KipxMSERContext) {
+    return KipxGenerateMSERsEx(xe, flags, src, nullptr, roi, nullptr, context);
 }
 
-int32_t KipxGenerateMSERs(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_site *roi,
-                          KipxMSERContext *context) {
-    return generate(xe, flags, src, roi, context, KipxTGAgenerateMSERs);
+KIPX_PUBLIC_FLOOD(KipxGenerateFMSERs, KipxMSERContext) {
+    return KipxGenerateMSERs(xe, flags | KIPX_FLAG_FAST, src, roi, context);
 }
 
-int32_t KipxGenerateFMSERs(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_site *roi,
-                           KipxMSERContext *context) {
-    return generate(xe, flags | KIPX_FLAG_FAST, src, roi, context, KipxTGAgenerateFMSERs);
-}
-
-int32_t KipxGenerateMSERsEx(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_arr *mask,
-                            const kipx_site *roi, const kipx_pos *maskAt,
-                            KipxMSERContext *context) {
-    if (!mask) return KipxGenerateMSERs(xe, flags, src, roi, context);
-    return generate_masked(xe, flags, src, mask, roi, maskAt, context, KipxTGAgenerateMSERsEx);
-}
-
-int32_t KipxGenerateFMSERsEx(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_arr *mask,
-                             const kipx_site *roi, const kipx_pos *maskAt,
-                             KipxMSERContext *context) {
+KIPX_PUBLIC_FLOOD_M(KipxGenerateFMSERsEx, KipxMSERContext) {
     return KipxGenerateMSERsEx(xe, flags | KIPX_FLAG_FAST, src, mask, roi, maskAt, context);
 }
 

@@ -1,45 +1,38 @@
 // region/road.h - what the floods' and the stable regions' roads share.
 //
-// Gives    the checks of arrays, regions and types in the order of the public functions, and the
-//          step from a slice to a flooded image.
-// Promises a check that fails has written nothing but its own results.
-// Owner    slices and images borrow the arrays; a FastRun owns its scratch until give_back.
+// Gives    the ways into the road (descriptors, a packed slice, flat operands), the step from a Call
+//          to a flooded image, and the fast flood's run.
+// Promises checks come in the order of the public functions; one that fails has written nothing.
+// Owner    calls and images borrow the arrays; a FastRun owns its scratch until give_back.
 #pragma once
 
 #include <kipx/fast_regions.h>
 #include <kipx/watershed.h>
 
+#include "core/call.h"
+#include "core/flat.h"
 #include "region/fast_flood.h"
 #include "region/levels.h"
 
 namespace kipx {
 
-// Checks in their order, each 0 or a negative code: the array; its region of interest; source and
-// mask together; element type and channel count.
-int32_t check_source(const kipx_arr *src);
-int32_t source_region(const kipx_arr *src, const kipx_site *roi, kipx_site *site);
-int32_t masked_regions(const kipx_arr *src, const kipx_arr *mask, const kipx_site *roi,
-                       const kipx_pos *mask_at, kipx_site *site, kipx_site *mask_site);
-int32_t check_type(uint32_t type, uint32_t channels);
+// 0 or what is wrong with the arrays, before anything that lies in a context. mask may be null.
+int32_t admit_flood(Call &call, KipxXE *xe, uint64_t flags, const kipx_arr *src,
+                    const kipx_arr *mask, const kipx_site *roi, const kipx_pos *mask_at);
+// The same for a slice; `masked` slices hold a mask as their second operand.
+int32_t slice_flood(Call &call, KipxXE *xe, uint64_t flags, const kipx_pack *slice, bool masked);
+// The same for flat operands of 2 or 3 axes; a null mask is none.
+int32_t flat_flood(Call &call, KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent,
+                   const Flat &src, const Flat &mask);
 
-// One slice at the typed level: addresses of the region's first elements, a null mask for none.
-struct Slice {
-    kipx_dims dims;
-    const uint32_t *extent;
-    uint32_t type;
-    const void *src;
-    const uint32_t *strides;
-    uint32_t mask_type;
-    const void *mask;
-    const uint32_t *mask_strides;
+// How an image is to be flooded.
+struct FloodSettings {
+    uint32_t polarity, connectivity, shift, seed_row, seed_column;
 };
 
-// The same from the array level, origins resolved.
-const void *slice_start(kipx_dims dims, const void *base, const uint32_t *origin,
-                        const uint32_t *strides);
-// The image that a context asks to flood, type and channels included; 0, or what is wrong with it.
-int32_t image_of(const Slice &slice, const KipxWatershedContext *context, bool fast,
-                 FloodImage &image);
+// The image of a one-plane call, type and channels checked; 0, or what is wrong with it. Null
+// settings are wrong once type and channels have been found right.
+int32_t image_of(const Call &call, const FloodSettings *settings, bool fast, FloodImage &image);
 // Tells the level-set context the image and fixes it up; 0 or KIPX_EINVAL.
 int32_t announce(KipxWTSLSC *levelset, const FloodImage &image);
 

@@ -1,0 +1,89 @@
+/* kipx/prototypes.h - the argument lists of the operations, each written once.
+ *
+ * An operation has up to three levels of entry, which differ only in how operands are given:
+ *
+ *   public  KipxAdd     array descriptors, a region of interest, positions of the sources
+ *   array   kipxa_add   type, base address, origin, strides per operand; vectors of as many entries
+ *                       as dims counts, preceded by the unused leading slots that it names; a null
+ *                       origin is zero
+ *   typed   kipxa__add  type, element address, strides per operand; 2 or 3 axes
+ *
+ * KIPX_PUBLIC_x, KIPX_ARRAY_x and KIPX_TYPED_x are the prototypes for the shape x: 2 for two source
+ * arrays, C for one source array and a constant per channel, 1 for one source array. What follows
+ * the operands comes last: KIPX_TAIL_NONE or KIPX_TAIL_SCALED, which brings its own comma.
+ * KIPX_DECLARE_SHAPE declares all three levels.
+ */
+#ifndef KIPX_PROTOTYPES_H
+#define KIPX_PROTOTYPES_H
+
+#include <kipx/env.h>
+#include <kipx/types.h>
+
+#define KIPX_TAIL_NONE
+#define KIPX_TAIL_SCALED , int32_t scale, int32_t aux
+
+#define KIPX_PUBLIC_2(name, ...)                                                                   \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src1,            \
+                 const kipx_arr *src2, const kipx_site *roi, const kipx_pos *src1At,               \
+                 const kipx_pos *src2At __VA_ARGS__)
+#define KIPX_PUBLIC_C(name, ...)                                                                   \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src,             \
+                 const double *values, const kipx_site *roi, const kipx_pos *srcAt __VA_ARGS__)
+#define KIPX_PUBLIC_1(name, ...)                                                                   \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src,             \
+                 const kipx_site *roi, const kipx_pos *srcAt __VA_ARGS__)
+
+/* The operands of the flat levels. */
+#define KIPX_ARRAY_HEAD                                                                            \
+    KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent, uint32_t dst_type,         \
+        void *dst, const uint32_t *dst_origin, const uint32_t *dst_strides
+#define KIPX_ARRAY_SOURCE(src)                                                                     \
+    uint32_t src##_type, const void *src, const uint32_t *src##_origin,                            \
+        const uint32_t *src##_strides
+#define KIPX_TYPED_HEAD                                                                            \
+    KipxXE *xe, uint64_t flags, kipx_dims n, const uint32_t *extent, uint32_t dst_type, void *dst, \
+        const uint32_t *dst_strides
+#define KIPX_TYPED_SOURCE(src) uint32_t src##_type, const void *src, const uint32_t *src##_strides
+
+#define KIPX_ARRAY_2(name, ...)                                                                    \
+    int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(src1), KIPX_ARRAY_SOURCE(src2) __VA_ARGS__)
+#define KIPX_ARRAY_C(name, ...)                                                                    \
+    int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(src), const double *values __VA_ARGS__)
+#define KIPX_ARRAY_1(name, ...) int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(src) __VA_ARGS__)
+
+#define KIPX_TYPED_2(name, ...)                                                                    \
+    int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src1), KIPX_TYPED_SOURCE(src2) __VA_ARGS__)
+#define KIPX_TYPED_C(name, ...)                                                                    \
+    int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src), const double *values __VA_ARGS__)
+#define KIPX_TYPED_1(name, ...) int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src) __VA_ARGS__)
+
+/* x: 2, C or 1. */
+#define KIPX_DECLARE_SHAPE(x, op, Name, ...)                                                       \
+    KIPX_API KIPX_PUBLIC_##x(Kipx##Name, __VA_ARGS__);                                             \
+    KIPX_API KIPX_ARRAY_##x(kipxa_##op, __VA_ARGS__);                                              \
+    KIPX_API KIPX_TYPED_##x(kipxa__##op, __VA_ARGS__)
+
+/* Floods of one array, M: inside a mask. The tail is a pointer to the operation's context. Their
+ * flat levels name the source's operands without a prefix. */
+#define KIPX_PUBLIC_FLOOD(name, Context)                                                           \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_site *roi,            \
+                 Context *context)
+#define KIPX_PUBLIC_FLOOD_M(name, Context)                                                         \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_arr *mask,            \
+                 const kipx_site *roi, const kipx_pos *maskAt, Context *context)
+#define KIPX_SLICE(name) int32_t name(KipxXE *xe, uint64_t flags, const kipx_pack *slice)
+#define KIPX_FLOOD_HEAD                                                                            \
+    KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent, uint32_t type,             \
+        const void *src
+#define KIPX_ARRAY_FLOOD(name, Context)                                                            \
+    int32_t name(KIPX_FLOOD_HEAD, const uint32_t *origin, const uint32_t *strides, Context *context)
+#define KIPX_ARRAY_FLOOD_M(name, Context)                                                          \
+    int32_t name(KIPX_FLOOD_HEAD, const uint32_t *origin, const uint32_t *strides,                 \
+                 KIPX_ARRAY_SOURCE(mask), Context *context)
+#define KIPX_TYPED_FLOOD(name, Context)                                                            \
+    int32_t name(KIPX_FLOOD_HEAD, const uint32_t *strides, Context *context)
+#define KIPX_TYPED_FLOOD_M(name, Context)                                                          \
+    int32_t name(KIPX_FLOOD_HEAD, const uint32_t *strides, KIPX_TYPED_SOURCE(mask),                \
+                 Context *context)
+
+#endif

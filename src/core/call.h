@@ -1,0 +1,40 @@
+// core/call.h - the one record of a call: what is left of its arguments once they are admitted.
+//
+// Gives    Operand, Call, and the shape that a road of its own argument list has. Every level of the
+//          road takes a Call; whoever enters at a lower level makes one from what it was given.
+// Promises addresses are those of the region's first elements, all sums in 64 bits. An operand that
+//          a call does not have is at null. A source that every plane shares has plane stride 0, one
+//          that every row shares row stride 0.
+// Owner    a Call borrows the arrays and belongs to whoever made it; the levels below may use it up.
+#pragma once
+
+#include <kipx/types.h>
+
+#include "core/element.h"
+
+struct KipxXE;
+
+namespace kipx {
+
+struct Operand {
+    char *at = nullptr;                                  // first element of the region
+    uint64_t plane = 0, row = 0, pixel = 0, channel = 0; // bytes from one to the next
+    uint32_t type = 0, size = 0;                         // type code; bytes of an element
+    // A row that repeats itself, as constants do: after `period` pixels it reads as from its start,
+    // and from any of these `length` pixels can be read in one run. 0 for an array.
+    uint32_t period = 0, length = 0;
+};
+
+struct Call {
+    KipxXE *xe;
+    uint64_t flags;
+    Operand dst, src[3], mask;
+    uint32_t sources;
+    uint32_t planes, height, width, channels;
+    const void *params; // what else the operation was given, as its family knows it
+    bool shared;        // destination and a source share bytes as no operation may have them
+};
+
+inline bool adjacent(const Operand &o) { return o.pixel == o.size; }
+
+} // namespace kipx

@@ -1,0 +1,39 @@
+// core/flat.h - entering the road below the descriptors: operands as types, addresses and strides.
+//
+// Gives    start_of(), the address that an array level begins at; flat_call(), the Call of a typed
+//          level.
+// Promises an array level's offset is the 32-bit sum that kipx_vec_mkloff_$LS gives. A flat Call has
+//          one plane. Bits 4-7 of the channel entry go into the flags where those bits are 0 there.
+#pragma once
+
+#include "core/call.h"
+
+namespace kipx {
+
+inline void *start_of(kipx_dims dims, const void *base, const uint32_t *origin,
+                      const uint32_t *strides) {
+    char *at = static_cast<char *>(const_cast<void *>(base));
+    if (!at || !origin || !strides) return at;
+    return at + byte_offset(leading_of(dims), axes_of(dims), origin, strides);
+}
+
+struct Flat {
+    uint32_t type;
+    const void *at;
+    const uint32_t *strides;
+};
+
+inline Operand flat_operand(uint32_t axes, const Flat &f) {
+    Operand o;
+    o.at = static_cast<char *>(const_cast<void *>(f.at));
+    o.row = row_stride(axes, f.strides), o.pixel = pixel_stride(axes, f.strides);
+    o.channel = element_stride(axes, f.strides);
+    o.type = f.type, o.size = element_size(f.type);
+    return o;
+}
+
+// 0, or what is wrong with the axes: KIPX_ENOTSUP for 4 of them where all types are valid.
+int32_t flat_call(Call &call, KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent,
+                  const Flat &dst, const Flat *src, uint32_t sources);
+
+} // namespace kipx

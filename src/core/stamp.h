@@ -1,0 +1,63 @@
+// core/stamp.h - the bodies behind kipx/prototypes.h: how each level of an operation joins the road.
+//
+// Gives    KIPX_STAMP_2, KIPX_STAMP_C, KIPX_STAMP_1 (op, Name, tail, shape, record, worker): the
+//          public function, the array level and the typed level of one operation. `record` is an
+//          expression over the function's own parameters: what the worker is to find at call.params.
+#pragma once
+
+#include "core/admit.h"
+#include "core/flat.h"
+
+// What the tail of an argument list is called when it is handed on.
+#define KIPX_PASS_KIPX_TAIL_NONE
+#define KIPX_PASS_KIPX_TAIL_SCALED , scale, aux
+
+#define KIPX_START(x) start_of(dims, x, x##_origin, x##_strides), x##_strides
+#define KIPX_FLAT(x)                                                                               \
+    { x##_type, x, x##_strides }
+
+// Flat operands into a Call, and on to the worker.
+#define KIPX_ENTER(count, record, worker, ...)                                                     \
+    const auto given = record;                                                                     \
+    const Flat sources[] = {__VA_ARGS__};                                                          \
+    Call call;                                                                                     \
+    int32_t code = flat_call(call, xe, flags, n, extent, KIPX_FLAT(dst), sources, count);          \
+    if (code < 0) return code;                                                                     \
+    call.params = &given;                                                                          \
+    return worker(call)
+
+#define KIPX_STAMP_2(op, Name, tail, shape, record, worker)                                        \
+    KIPX_PUBLIC_2(Kipx##Name, tail) {                                                              \
+        const auto given = record;                                                                 \
+        return travel(shape, {xe, flags, {dst, src1, src2}, roi, {nullptr, src1At, src2At}},       \
+                      &given, worker);                                                             \
+    }                                                                                              \
+    KIPX_ARRAY_2(kipxa_##op, tail) {                                                               \
+        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src1_type,          \
+                           KIPX_START(src1), src2_type, KIPX_START(src2) KIPX_PASS_##tail);        \
+    }                                                                                              \
+    KIPX_TYPED_2(kipxa__##op, tail) {                                                              \
+        KIPX_ENTER(2, record, worker, KIPX_FLAT(src1), KIPX_FLAT(src2));                           \
+    }
+
+#define KIPX_STAMP_C(op, Name, tail, shape, record, worker)                                        \
+    KIPX_PUBLIC_C(Kipx##Name, tail) {                                                              \
+        const auto given = record;                                                                 \
+        return travel(shape, {xe, flags, {dst, src}, roi, {nullptr, srcAt}}, &given, worker);      \
+    }                                                                                              \
+    KIPX_ARRAY_C(kipxa_##op, tail) {                                                               \
+        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src_type,           \
+                           KIPX_START(src), values KIPX_PASS_##tail);                              \
+    }                                                                                              \
+    KIPX_TYPED_C(kipxa__##op, tail) { KIPX_ENTER(1, record, worker, KIPX_FLAT(src)); }
+
+#define KIPX_STAMP_1(op, Name, tail, shape, record, worker)                                        \
+    KIPX_PUBLIC_1(Kipx##Name, tail) {                                                              \
+        const auto given = record;                                                                 \
+        return travel(shape, {xe, flags, {dst, src}, roi, {nullptr, srcAt}}, &given, worker);      \
+    }                                                                                              \
+    KIPX_ARRAY_1(kipxa_##op, tail) {                                                               \
+        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src_type,           \
+                           KIPX_START(src) KIPX_PASS_##tail);                                      \
+    }                                                                                              \
+    KIPX_TYPED_1(kipxa__##op, tail) { KIPX_ENTER(1, record, worker, KIPX_FLAT(src)); }
