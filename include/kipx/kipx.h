@@ -5,9 +5,11 @@
 #include <kipx/arith.h>
 #include <kipx/array.h>
 #include <kipx/env.h>
+#include <kipx/error.h>
 #include <kipx/region.h>
 #include <kipx/shape.h>
 #include <kipx/sort.h>
 #include <kipx/types.h>
+#include <kipx/version.h>
 
 #endif
