@@ -4,7 +4,8 @@
 # no value; they only let the compiler vectorise conversions and selections.
 add_library(kipx_flags INTERFACE)
 target_compile_options(kipx_flags INTERFACE -Wall -Wextra -Wshadow -ffp-contract=off
-    $<$<BOOL:${KIPX_WERROR}>:-Werror>)
+    $<$<BOOL:${KIPX_WERROR}>:-Werror>
+    $<$<CONFIG:>:-O2>) # within a project that names no build type
 if(KIPX_SANITIZE)
     target_compile_options(kipx_flags INTERFACE -fsanitize=${KIPX_SANITIZE}
         -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
@@ -44,7 +45,7 @@ function(kipx_rows)
     foreach(file IN LISTS ARGN)
         get_filename_component(stem ${file} NAME_WE)
         foreach(set IN LISTS KIPX_SETS)
-            set(target ${stem}_${set})
+            set(target kipx_${stem}_${set})
             add_library(${target} OBJECT ${CMAKE_CURRENT_SOURCE_DIR}/${file})
             target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src
                                                          ${PROJECT_SOURCE_DIR}/include)

@@ -1,5 +1,5 @@
-"""Every error code of the headers has its text in the library and its row in docs/behaviour.md, and no
-other number has one. Usage: errors.py LIBRARY"""
+"""What the library says of itself: its version is the headers'; every error code of theirs has its text and
+its row in docs/behaviour.md, and no other number has one. Usage: about.py LIBRARY"""
 import ctypes
 import re
 import sys
@@ -8,7 +8,8 @@ import tree
 
 
 def main():
-    text = ctypes.CDLL(sys.argv[1]).kipx_strerror
+    library = ctypes.CDLL(sys.argv[1])
+    text = library.kipx_strerror
     text.restype = ctypes.c_char_p
     declared = {int(code): name for name, code in
                 re.findall(r"^ *(KIPX_E[A-Z]+) = (-\d+)", tree.read("include/kipx/types.h"), re.M)}
@@ -25,6 +26,9 @@ def main():
             told[code] = said
     complaints = [f"{what} {table}, types.h {declared}" for what, table in
                   (("behaviour.md", documented), ("kipx_strerror", told)) if table != declared]
+    parts = re.findall(r"define KIPX_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", tree.read("include/kipx/version.h"))
+    if "%d%03d%03d" % tuple(map(int, parts)) != str(library.kipx_version()):
+        complaints.append(f"kipx_version {library.kipx_version()}, version.h {parts}")
     tree.finish(complaints, len(declared), "codes")
 
 
