@@ -12,7 +12,7 @@ namespace kipx {
 namespace {
 
 KipxST *tree_of(const KipxSTB *builder) {
-    KipxST *const tree = builder->tree;
+    KipxST *tree = builder->tree;
     return tree && tree->builder == builder ? tree : nullptr;
 }
 
@@ -39,12 +39,12 @@ void detach(KipxSTB *builder, const KipxSTBIF *record, KipxST *tree) {
 
 // Disposes of all nodes; the storage is the caller's to roll back.
 void empty(KipxSTB *builder, bool keep) {
-    KipxST *const tree = tree_of(builder);
+    KipxST *tree = tree_of(builder);
     if (!tree) {
         builder->tree = nullptr;
         return;
     }
-    const KipxSTBIF *const record = stbl_of(builder);
+    const KipxSTBIF *record = stbl_of(builder);
     if (record && record->getdisposer) {
         Disposal disposal = {builder, record->getdisposer(builder)};
         if (disposal.disposer) KipxAGTwalk(tree, KIPX_POSTORDER, dispose_node, &disposal);
@@ -58,9 +58,14 @@ void attach(KipxSTB *builder, KipxST *tree) {
     if (tree->builder && tree->builder != builder) KipxSTBclear(tree->builder, 0);
     builder->tree = tree;
     tree->builder = builder;
-    const KipxSTBIF *const record = stbl_of(builder);
+    const KipxSTBIF *record = stbl_of(builder);
     if (record && record->onattach) record->onattach(builder, record);
     if (tree->onattach) tree->onattach(tree, builder);
+}
+
+// Ends a tree that is empty and names no builder any more.
+void discard(KipxST *tree) {
+    if (tree->dealloc) tree->dealloc(tree);
 }
 
 ZuSMEMSTG *open_storage(void *header, ZuSMEMSTG *parent) {
@@ -69,14 +74,18 @@ ZuSMEMSTG *open_storage(void *header, ZuSMEMSTG *parent) {
 
 } // namespace
 
-void *builder_alloc(KipxSTB *builder, size_t size, size_t alignment) {
-    if (!initialised(builder)) return nullptr;
+ZuSMEMSTG *builder_storage(KipxSTB *builder) {
     if (!builder->storage) {
         builder->storage = open_storage(&builder->embedded_storage, builder->parent);
-        if (!builder->storage) return nullptr;
-        ZuSMEMSTGgetstate(&builder->saved, builder->storage);
+        if (builder->storage) ZuSMEMSTGgetstate(&builder->saved, builder->storage);
     }
-    void *const block = ZuSMEMSTGaalloc(builder->storage, size, alignment ? alignment : 16, 0);
+    return builder->storage;
+}
+
+void *builder_alloc(KipxSTB *builder, size_t size, size_t alignment) {
+    ZuSMEMSTG *storage = initialised(builder) ? builder_storage(builder) : nullptr;
+    if (!storage) return nullptr;
+    void *block = ZuSMEMSTGaalloc(storage, size, alignment ? alignment : 16, 0);
     return block ? memset(block, 0, size) : nullptr;
 }
 
@@ -103,7 +112,7 @@ KipxSTB *KipxSTBinit(KipxSTB *builder, const void *chain, uint32_t extsize, Kipx
 KipxSTB *KipxSTBopen(KipxSTB *builder, const void *chain, uint32_t extsize, KipxST *tree,
                      ZuSMEMSTG *storage, ZuSMEMSTG *parent) {
     if (extsize > UINT16_MAX) return nullptr;
-    const size_t size = sizeof(KipxSTB) + extsize;
+    size_t size = sizeof(KipxSTB) + extsize;
     uint16_t origin = 0;
     if (!builder) {
         if (!storage) {
@@ -127,10 +136,10 @@ KipxSTB *KipxSTBopen(KipxSTB *builder, const void *chain, uint32_t extsize, Kipx
 void KipxSTBclose(KipxSTB *builder, int32_t flag) {
     if (!builder) return;
     // The builder may lie in the storage that is closed here.
-    const uint16_t flags = builder->flags;
+    uint16_t flags = builder->flags;
     KipxSTBfini(builder, flag);
     if (!(flags & KIPX_STB_FROM_STORAGE)) return;
-    ZuSMEMSTG *const storage = builder->storage;
+    ZuSMEMSTG *storage = builder->storage;
     if (flags & KIPX_STB_OWN_STORAGE)
         ZuMEMSTGclose(storage);
     else
@@ -139,9 +148,9 @@ void KipxSTBclose(KipxSTB *builder, int32_t flag) {
 
 KipxSTB *KipxSTBfini(KipxSTB *builder, int32_t flag) {
     if (!kipx::initialised(builder)) return builder;
-    KipxST *const tree = kipx::tree_of(builder);
+    KipxST *tree = kipx::tree_of(builder);
     kipx::empty(builder, false);
-    if (!flag && tree && tree != &builder->embedded_tree) KipxSTclose(tree, 1);
+    if (!flag && tree && tree != &builder->embedded_tree) kipx::discard(tree);
     if (builder->storage == &builder->embedded_storage) {
         ZuMEMSTGdestroy(builder->storage);
         builder->storage = nullptr;
@@ -177,7 +186,7 @@ KipxST *__KipxSTBtree(KipxSTB *builder) {
 }
 
 KipxST *__KipxSTBrootnode(KipxSTB *builder, KipxSTnode *node) {
-    KipxST *const tree = __KipxSTBtree(builder);
+    KipxST *tree = __KipxSTBtree(builder);
     if (tree) tree->root = node;
     return tree;
 }

@@ -4,7 +4,7 @@
 #include <kipx/types.h>
 
 int32_t KipxWTSFindexByMagic(const KipxWTSFDs *descriptors, int32_t count, uint32_t magic) {
-    for (int32_t i = 0; descriptors && i < count; i++)
+    for (int32_t i = 0; descriptors && i < count; ++i)
         if (descriptors[i].magic == magic) return i;
     return -1;
 }
@@ -21,7 +21,7 @@ KipxWTSLSC *KipxWTSLSCinit(KipxWTSLSC *context, KipxWTSFDs *descriptors, int32_t
 
 KipxWTSLSC *KipxWTSLSCinit2D(KipxWTSLSC *context, KipxWTSFDs *descriptors, int32_t count,
                              uint32_t height, uint32_t width, uint32_t stride) {
-    KipxWTSLSC *const result = KipxWTSLSCinit(context, descriptors, count, nullptr, nullptr);
+    KipxWTSLSC *result = KipxWTSLSCinit(context, descriptors, count, nullptr, nullptr);
     KipxWTSLSCsetimvol2D(context, height, width, stride);
     return result;
 }
@@ -29,7 +29,7 @@ KipxWTSLSC *KipxWTSLSCinit2D(KipxWTSLSC *context, KipxWTSFDs *descriptors, int32
 KipxWTSLSC *KipxWTSLSCsetimvol(KipxWTSLSC *context, const uint32_t volume[4],
                                const uint32_t strides[4]) {
     if (!context) return nullptr;
-    for (int i = 0; i < 4; i++) {
+    for (int i = 0; i < 4; ++i) {
         context->volume[i] = volume ? volume[i] : 0;
         context->strides[i] = strides ? strides[i] : 0;
     }
@@ -53,11 +53,11 @@ int32_t KipxWTSLSCfixup(KipxWTSLSC *context) {
     // that shares the region's block.
     constexpr uint64_t most = INT32_MAX - sizeof(KipxSTnode);
     uint64_t total = head;
-    for (int32_t i = 0; i < context->count && total <= most; i++)
+    for (int32_t i = 0; i < context->count && total <= most; ++i)
         total += (uint64_t{context->descriptors[i].state_size} + 7) & ~uint64_t{7};
     if (total > most) return KIPX_EINVAL;
     uint32_t offset = head;
-    for (int32_t i = 0; i < context->count; i++) {
+    for (int32_t i = 0; i < context->count; ++i) {
         context->descriptors[i].state_offset = offset;
         offset += (context->descriptors[i].state_size + 7) & ~UINT32_C(7);
     }

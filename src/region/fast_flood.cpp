@@ -11,8 +11,7 @@ namespace {
 
 // In a cell: done, waiting, masked out or beyond the border. Cells of one byte have no code to spare:
 // there the highest level means the same.
-template<typename Cell>
-constexpr uint32_t reached = sizeof(Cell) == 1 ? level_count - 1 : level_count;
+template<class Cell> constexpr uint32_t reached = sizeof(Cell) == 1 ? level_count - 1 : level_count;
 constexpr uint32_t smallest_region = 16;
 
 // A component whose pixels are still coming in.
@@ -29,7 +28,7 @@ struct Open {
 // A flood with one-byte cells takes the pixels of level 255 for walls. They part the rest of the image
 // as a mask does, and all of it meets again at their level, in the root; so that an image without a
 // mask loses nothing by it.
-template<typename Cell> class FastFlood {
+template<class Cell> class FastFlood {
 public:
     FastFlood(const FloodImage &image, const FastScratch &scratch, KipxFWTSRES *store)
         : image_(image), stride_(image.width + 1),
@@ -69,7 +68,7 @@ private:
     Open open_[level_count + 1];
 };
 
-template<typename Cell> void FastFlood<Cell>::fill_row(uint32_t y) {
+template<class Cell> void FastFlood<Cell>::fill_row(uint32_t y) {
     Cell *cells = cells_ + uint64_t{y} * stride_;
     const uint8_t *p = image_.source.row_at(y);
     uint32_t width = image_.width, invert = image_.invert, shift = image_.shift;
@@ -85,7 +84,7 @@ template<typename Cell> void FastFlood<Cell>::fill_row(uint32_t y) {
     cells[width] = reached<Cell>;
 }
 
-template<typename Cell> void FastFlood<Cell>::fill_cells() {
+template<class Cell> void FastFlood<Cell>::fill_cells() {
     for (uint32_t i = 0; i <= stride_; ++i) *(cells_ - 1 - i) = reached<Cell>;
     for (uint32_t y = 0; y < image_.height; ++y) fill_row(y);
     Cell *below = cells_ + uint64_t{image_.height} * stride_;
@@ -93,7 +92,7 @@ template<typename Cell> void FastFlood<Cell>::fill_cells() {
 }
 
 // Makes the node of a component that is complete. Null when there is no memory.
-template<typename Cell> KipxSTnode *FastFlood<Cell>::close(const Open &component, uint32_t done) {
+template<class Cell> KipxSTnode *FastFlood<Cell>::close(const Open &component, uint32_t done) {
     KipxFWTSRESnode *made = fast_store_take(store_);
     if (!made) return nullptr;
     uint32_t row = component.pixel / stride_;
@@ -108,7 +107,7 @@ template<typename Cell> KipxSTnode *FastFlood<Cell>::close(const Open &component
 
 // Closes what is complete below `level`, which the next pixel has. The component on top either
 // becomes one of that level, or ends in the one under it.
-template<typename Cell> bool FastFlood<Cell>::raise(uint32_t level, uint32_t done, uint32_t pixel) {
+template<class Cell> bool FastFlood<Cell>::raise(uint32_t level, uint32_t done, uint32_t pixel) {
     do {
         Open &top = open_[top_], &second = open_[top_ - 1];
         KipxSTnode *node = nullptr;
@@ -129,7 +128,7 @@ template<typename Cell> bool FastFlood<Cell>::raise(uint32_t level, uint32_t don
     return true;
 }
 
-template<typename Cell> template<uint32_t edges> bool FastFlood<Cell>::flood_part(uint32_t seed) {
+template<class Cell> template<uint32_t edges> bool FastFlood<Cell>::flood_part(uint32_t seed) {
     ptrdiff_t s = stride_;
     // Along the row first: what joins the boundary last is taken from it first.
     const ptrdiff_t step[8] = {1, -1, s, -s, s + 1, s - 1, 1 - s, -s - 1};
@@ -175,7 +174,7 @@ template<typename Cell> template<uint32_t edges> bool FastFlood<Cell>::flood_par
 
 // A part has been flooded; its outermost component is on top. It is the root if it is the whole
 // image, otherwise it goes under what will be the root.
-template<typename Cell> bool FastFlood<Cell>::end_part(bool whole) {
+template<class Cell> bool FastFlood<Cell>::end_part(bool whole) {
     while (top_ > 0) {
         const Open &part = open_[top_];
         if (whole || done_ - part.start >= smallest_region) {
@@ -190,13 +189,13 @@ template<typename Cell> bool FastFlood<Cell>::end_part(bool whole) {
 }
 
 // Walls belong to the root alone. They come in raster order.
-template<typename Cell> void FastFlood<Cell>::add_walls() {
+template<class Cell> void FastFlood<Cell>::add_walls() {
     for (uint32_t y = 0; y < image_.height; ++y)
         for (uint32_t x = 0; x < image_.width; ++x)
             if (image_.level_at(y, x) == reached<Cell>) store_->pixels[done_++] = y * stride_ + x;
 }
 
-template<typename Cell>
+template<class Cell>
 int32_t FastFlood<Cell>::run(const uint32_t levels[level_count], uint64_t total, uint32_t *memory) {
     boundary_.carve(memory, levels);
     uint64_t walls = sizeof(Cell) == 1 ? levels[reached<Cell>] : 0;
@@ -224,7 +223,7 @@ int32_t FastFlood<Cell>::run(const uint32_t levels[level_count], uint64_t total,
     return 0;
 }
 
-template<typename Cell>
+template<class Cell>
 int32_t flood_with(const FloodImage &image, const uint32_t levels[level_count], uint64_t total,
                    const FastScratch &scratch, KipxFWTSRES *store) {
     FastFlood<Cell> flood(image, scratch, store);

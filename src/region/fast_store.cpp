@@ -7,6 +7,7 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "region/builder.h"
 #include "region/chain.h"
 #include "region/states.h"
 
@@ -25,17 +26,8 @@ static_assert(sizeof(Block) % 8 == 0);
 
 constexpr uint64_t smallest_block = 16 << 10, largest_block = 1 << 20;
 
-ZuSMEMSTG *storage_of(KipxSTB &builder) {
-    if (!builder.storage) {
-        builder.storage = ZuSMEMSTGopen(&builder.embedded_storage,
-                                        reinterpret_cast<uintptr_t>(builder.parent), 0);
-        if (builder.storage) ZuSMEMSTGgetstate(&builder.saved, builder.storage);
-    }
-    return builder.storage;
-}
-
 Block *add_block(KipxFWTSRES *store, uint64_t node_size) {
-    ZuSMEMSTG *storage = storage_of(store->builder);
+    ZuSMEMSTG *storage = builder_storage(&store->builder);
     Block *last = static_cast<Block *>(store->last_block);
     uint64_t size = last ? std::min(2 * last->size, largest_block) : smallest_block;
     size = std::max(size, node_size);
@@ -60,7 +52,7 @@ void drop_memory(KipxFWTSRES *store) {
 
 bool take_pixels(KipxFWTSRES *store, uint64_t words) {
     if (words <= store->capacity) return true;
-    ZuSMEMSTG *storage = storage_of(store->builder);
+    ZuSMEMSTG *storage = builder_storage(&store->builder);
     auto *pixels = static_cast<uint32_t *>(
         storage ? ZuSMEMSTGaalloc(storage, words * sizeof(uint32_t), 8, 0) : nullptr);
     if (!pixels) return false;
@@ -265,7 +257,7 @@ const uint32_t *kipx_fwtsr_run(const KipxFWTSRES *store, const KipxWTSregion *re
 namespace {
 
 // Hands up to count words of the region's run to take(i, row, column).
-template<typename Take>
+template<class Take>
 uint32_t each_pixel(const KipxFWTSRES *store, const KipxWTSregion *region, uint32_t first,
                     uint32_t count, Take take) {
     const uint32_t *run = kipx_fwtsr_run(store, region);

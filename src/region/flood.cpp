@@ -110,13 +110,11 @@ void StandardFlood::push(Entry e) {
 
 void StandardFlood::open(const Pixel &p) {
     if (free_count_ == 0) return; // possible only after a dropped push
-    Entry e;
-    e.component = take_record();
-    e.component->region = no_region;
-    e.component->pixel = p.index;
-    e.component->level = static_cast<int32_t>(p.level);
-    e.component->count = 0;
-    push(e);
+    Component *c = take_record();
+    c->pixel = p.index;
+    c->level = static_cast<int32_t>(p.level);
+    c->count = 0;
+    push({c, nullptr});
 }
 
 KipxWTSregion *StandardFlood::new_region(uint32_t pixel, int32_t level) {
@@ -135,7 +133,7 @@ bool StandardFlood::make_region(Entry &entry) {
     if (!region) return false;
     give(region, c);
     return_record(c);
-    entry.region = region;
+    entry = {nullptr, region};
     return true;
 }
 
@@ -237,10 +235,9 @@ bool StandardFlood::end_part(uint32_t first_seed) {
     if (count_ < 2) return true;
     Entry part = scratch_.entries[count_ - 1];
     if (count_ > 2) return --count_, absorb(scratch_.entries[count_ - 1], part);
-    Entry join;
-    join.region = new_region(first_seed, join_level);
-    if (!join.region) return false;
-    scratch_.entries[1] = join;
+    KipxWTSregion *join = new_region(first_seed, join_level);
+    if (!join) return false;
+    scratch_.entries[1] = {nullptr, join};
     return absorb(scratch_.entries[1], part);
 }
 
@@ -302,16 +299,15 @@ int32_t StandardFlood::run(uint64_t flags, const uint32_t levels[level_count]) {
         ops_ = wtsl_of(builder_); // the builder may have taken another chain
         if (!complete(ops_)) return KIPX_EINVAL;
     }
-    Entry bottom;
-    bottom.region = new_region(~0u, bottom_level);
-    if (!bottom.region) return KIPX_ENOMEM;
-    scratch_.entries[count_++] = bottom;
+    KipxWTSregion *bottom = new_region(~0u, bottom_level);
+    if (!bottom) return KIPX_ENOMEM;
+    scratch_.entries[count_++] = {nullptr, bottom};
     if (!flood(highest)) {
         abandon();
         return KIPX_ENOMEM;
     }
     uint32_t entries = count_;
-    if (ops_->destroyfeatures) ops_->destroyfeatures(builder_, levelset_, bottom.region);
+    if (ops_->destroyfeatures) ops_->destroyfeatures(builder_, levelset_, bottom);
     return ops_->finish ? ops_->finish(builder_, levelset_, &context_->output, entries) : 0;
 }
 

@@ -5,7 +5,6 @@
 // Owner    the flood takes the memory; these records only divide it.
 #pragma once
 
-#include <cstddef>
 #include <cstring>
 
 #include <kipx/watershed.h>
@@ -15,28 +14,25 @@
 namespace kipx {
 
 inline constexpr uint32_t buffered = 16; // pixels a component holds before it becomes a region
-inline constexpr uint64_t no_region = ~uint64_t{0};
 inline constexpr int32_t bottom_level = 0x7fffffff;
 inline constexpr int32_t join_level =
     bottom_level - 1; // what separated parts hang on, while flooding
 
-// A component without a region. It begins like a region record; its first word tells them apart.
+// A component without a region.
 struct Component {
-    uint64_t region; // no_region
     uint32_t pixel;
     int32_t level;
     uint32_t count;
     uint32_t pairs[2 * buffered];
 };
-static_assert(offsetof(Component, pixel) == offsetof(KipxWTSregion, pixel) &&
-              offsetof(Component, level) == offsetof(KipxWTSregion, level));
 
-// What an entry of the component stack points at: a Component, or a KipxWTSregion.
-union Entry {
+// An entry of the component stack: a component whose pixels are buffered, or a region. The other one
+// is null.
+struct Entry {
     Component *component;
     KipxWTSregion *region;
-    bool is_buffered() const { return component->region == no_region; }
-    int32_t level() const { return component->level; }
+    bool is_buffered() const { return component != nullptr; }
+    int32_t level() const { return component ? component->level : region->level; }
 };
 
 // Boundary entries: where a pixel is, and the neighbour to go on with.

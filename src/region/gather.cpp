@@ -33,9 +33,9 @@ struct Combination {
 
 int32_t combine(KipxSTnode *node, void *arg, int32_t) {
     const auto &[feature, into] = *static_cast<Combination *>(arg);
-    const KipxWTSregion *const region = region_of(node);
+    const KipxWTSregion *region = region_of(node);
     if (!region || region == into) return 1;
-    const bool whole = complete(feature, region);
+    bool whole = complete(feature, region);
     absorb(feature, into, region);
     return whole ? -1 : 1;
 }
@@ -59,13 +59,13 @@ KipxSTnode *innermost(const KipxWTSFDs &feature, KipxSTnode *node) {
 
 int32_t gather_marked(const KipxWTSFDs &feature, KipxWTSregion *top) {
     int32_t status = 0;
-    KipxSTnode *const start = top->node;
+    KipxSTnode *start = top->node;
     KipxSTnode *node = start ? innermost(feature, start) : nullptr;
     while (node) {
-        KipxWTSregion *const region = region_of(node);
+        KipxWTSregion *region = region_of(node);
         if (region && (region->kept & listed)) {
             region->kept &= ~listed;
-            const int32_t result = gather_region(feature, region);
+            int32_t result = gather_region(feature, region);
             if (result) status = result;
         }
         if (node == start) break;
@@ -80,7 +80,7 @@ int32_t gather_marked(const KipxWTSFDs &feature, KipxWTSregion *top) {
 
 bool usable(const KipxWTSLSC &context, KipxWTSregion *const *regions, uint64_t count) {
     if ((context.count > 0 && !context.descriptors) || (count && !regions)) return false;
-    for (uint64_t i = 0; i < count; i++)
+    for (uint64_t i = 0; i < count; ++i)
         if (!regions[i]) return false;
     return true;
 }
@@ -90,13 +90,13 @@ bool usable(const KipxWTSLSC &context, KipxWTSregion *const *regions, uint64_t c
 int32_t gather_nested(const KipxWTSLSC &context, KipxWTSregion *const *regions, uint64_t count) {
     if (!usable(context, regions, count)) return KIPX_EINVAL;
     int32_t status = 0;
-    for (int32_t f = 0; f < context.count; f++) {
+    for (int32_t f = 0; f < context.count; ++f) {
         const KipxWTSFDs &feature = context.descriptors[f];
         if (!can_gather(feature)) continue;
-        for (uint64_t i = 0; i < count; i++) regions[i]->kept |= listed;
-        for (uint64_t i = 0; i < count; i++) {
+        for (uint64_t i = 0; i < count; ++i) regions[i]->kept |= listed;
+        for (uint64_t i = 0; i < count; ++i) {
             if (!(regions[i]->kept & listed)) continue;
-            const int32_t result = gather_marked(feature, regions[i]);
+            int32_t result = gather_marked(feature, regions[i]);
             if (result) status = result;
         }
     }
@@ -111,7 +111,7 @@ int32_t KipxGatherMSERFeatures(KipxSTB *builder, KipxWTSregion *region) {
 
 int32_t KipxGatherMSERsFeatures(KipxSTB *builder, KipxWTSregion *const *regions, uint64_t count) {
     if (!builder || !builder->specialisation || (count && !regions)) return KIPX_EINVAL;
-    const KipxWTSIF *const record = kipx::wtsl_of(builder);
+    const KipxWTSIF *record = kipx::wtsl_of(builder);
     if (!record || !record->gather) return KIPX_EINVAL;
     return record->gather(builder, static_cast<KipxWTSLSC *>(builder->specialisation), regions,
                           count);

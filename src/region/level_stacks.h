@@ -16,7 +16,7 @@ namespace kipx {
 
 inline constexpr uint32_t no_level = level_count;
 
-template<typename Entry> struct LevelStacks {
+template<class Entry> struct LevelStacks {
     Entry *base[level_count], *top[level_count];
     uint64_t filled[level_count / 64]; // set for levels that hold something, and some that do not
 

@@ -48,8 +48,7 @@ void values_to_levels(const FloodImage &image, const uint32_t values[level_count
 bool settle_seed(FloodImage &image);
 // The first pixel from linear index `from` on, in raster order, for which wanted(row, column)
 // holds; pixels() when there is none.
-template<typename Wanted>
-uint64_t next_pixel(const FloodImage &image, uint64_t from, Wanted wanted) {
+template<class Wanted> uint64_t next_pixel(const FloodImage &image, uint64_t from, Wanted wanted) {
     uint32_t y = static_cast<uint32_t>(from / image.width);
     uint32_t x = static_cast<uint32_t>(from % image.width);
     for (; y < image.height; ++y, x = 0)

@@ -19,12 +19,12 @@ void add_moment(KipxWTSMF &state, double row, double column) {
 }
 
 uint32_t magnitude(int32_t count) {
-    const auto bits = static_cast<uint32_t>(count);
+    auto bits = static_cast<uint32_t>(count);
     return count < 0 ? 0 - bits : bits;
 }
 
 void count_pixels(KipxWTSMF &state, uint32_t count) {
-    const auto before = static_cast<uint32_t>(state.count);
+    auto before = static_cast<uint32_t>(state.count);
     state.count = static_cast<int32_t>(state.count >= 1 ? before + count : before - count);
 }
 
@@ -56,13 +56,13 @@ void KipxWTSMF_update2D(KipxWTSMF *state, uint32_t row, uint32_t column) {
 
 uint32_t KipxWTSMF_update_n(KipxWTSMF *state, const uint32_t *pixels, uint32_t count) {
     if (!state || !pixels) return 0;
-    for (uint32_t i = 0; i < count; i++) kipx::add_moment(*state, 0, pixels[i]);
+    for (uint32_t i = 0; i < count; ++i) kipx::add_moment(*state, 0, pixels[i]);
     return count;
 }
 
 uint32_t KipxWTSMF_update2D_n(KipxWTSMF *state, const uint32_t *pairs, uint32_t count) {
     if (!state || !pairs) return 0;
-    for (size_t i = 0; i < count; i++) kipx::add_moment(*state, pairs[2 * i], pairs[2 * i + 1]);
+    for (size_t i = 0; i < count; ++i) kipx::add_moment(*state, pairs[2 * i], pairs[2 * i + 1]);
     return count;
 }
 

@@ -22,13 +22,13 @@ public:
     uint32_t climb(KipxSTnode *child) {
         const Entry &newest = ring_[(top_ - 1) % size];
         if (top_ && newest.child == child) {
-            top_--;
+            --top_;
             return newest.number;
         }
         uint32_t number = 0;
         if (!child->parent) return number;
         for (auto *other = child->parent->child; other && other != child; other = other->next)
-            number++;
+            ++number;
         return number;
     }
 
@@ -50,7 +50,7 @@ KipxSTnode *first_leaf(KipxSTnode *node) {
 void walk_preorder(KipxSTnode *start, KipxAGTvisitor visitor, void *arg) {
     KipxSTnode *node = start;
     while (node) {
-        const int32_t result = visitor(node, arg, 0);
+        int32_t result = visitor(node, arg, 0);
         if (result == 0) return;
         if (result > 0 && node->child) {
             node = node->child;
@@ -78,7 +78,7 @@ void walk_inorder(KipxSTnode *start, KipxAGTvisitor visitor, void *arg) {
         }
         if (visitor(node, arg, -1) == 0) return;
         while (node != start && !node->next) {
-            KipxSTnode *const parent = node->parent;
+            KipxSTnode *parent = node->parent;
             if (!parent) return;
             if (number == 0 && visitor(parent, arg, 0) == 0) return;
             node = parent;
@@ -87,7 +87,7 @@ void walk_inorder(KipxSTnode *start, KipxAGTvisitor visitor, void *arg) {
         if (node == start || !node->parent) return;
         if (visitor(node->parent, arg, static_cast<int32_t>(number)) == 0) return;
         node = node->next;
-        number++;
+        ++number;
     }
 }
 
@@ -95,8 +95,8 @@ void walk_postorder(KipxSTnode *start, KipxAGTvisitor visitor, void *arg) {
     KipxSTnode *node = first_leaf(start);
     while (node) {
         // Read first: the visitor may release the node.
-        KipxSTnode *const next = node->next, *const parent = node->parent;
-        const bool last = node == start;
+        KipxSTnode *next = node->next, *parent = node->parent;
+        bool last = node == start;
         if (visitor(node, arg, 0) == 0 || last) return;
         node = next ? first_leaf(next) : parent;
     }
@@ -118,7 +118,7 @@ KipxSTnode *KipxAGTaddchild(KipxSTnode *parent, KipxSTnode *child) {
 
 KipxSTnode *__KipxAGTaddchild(KipxSTnode *parent, KipxSTnode *child) {
     if (!parent) return nullptr;
-    KipxSTnode *const before = parent->child;
+    KipxSTnode *before = parent->child;
     if (!child) return before;
     child->parent = parent;
     child->next = before;
@@ -130,7 +130,7 @@ uint32_t KipxAGTcountChildren(const KipxSTnode *node, int32_t deep) {
     uint32_t count = 0;
     if (!node) return count;
     if (!deep) {
-        for (auto *child = node->child; child; child = child->next) count++;
+        for (auto *child = node->child; child; child = child->next) ++count;
         return count;
     }
     // The walk hands the nodes to the visitor only, which changes none.

@@ -17,7 +17,7 @@ uint64_t capacity_of(const KipxWTSPF &state) { return state.capacity & ~KIPX_WTS
 
 bool resize(KipxWTSPF &state, uint64_t capacity) {
     if (capacity > SIZE_MAX / sizeof(KipxWTSPFpixel)) return false;
-    void *const entries = _ZuMrealloc(state.entries, capacity * sizeof(KipxWTSPFpixel));
+    void *entries = _ZuMrealloc(state.entries, capacity * sizeof(KipxWTSPFpixel));
     if (!entries) return false;
     state.entries = static_cast<KipxWTSPFpixel *>(entries);
     state.capacity = capacity | (state.capacity & KIPX_WTSPF_GATHERED);
@@ -27,8 +27,8 @@ bool resize(KipxWTSPF &state, uint64_t capacity) {
 // Where the next count entries go; null when there is no room and none can be had.
 KipxWTSPFpixel *room_to_grow(KipxWTSPF *state, uint64_t count) {
     if (!state) return nullptr;
-    const uint64_t capacity = capacity_of(*state), needed = state->count + count;
-    const uint64_t doubled = needed < 2 * capacity ? 2 * capacity : needed;
+    uint64_t capacity = capacity_of(*state), needed = state->count + count;
+    uint64_t doubled = needed < 2 * capacity ? 2 * capacity : needed;
     if (needed > capacity && !resize(*state, doubled) && !resize(*state, needed)) return nullptr;
     return state->entries + state->count;
 }
@@ -64,15 +64,15 @@ uint32_t KipxWTSPF_update2D(KipxWTSPF *state, uint32_t row, uint32_t column) {
 }
 
 uint32_t KipxWTSPF_update_n(KipxWTSPF *state, const uint32_t *pixels, uint32_t count) {
-    KipxWTSPFpixel *const room = pixels && count ? kipx::room_to_grow(state, count) : nullptr;
+    KipxWTSPFpixel *room = pixels && count ? kipx::room_to_grow(state, count) : nullptr;
     if (!room) return 0;
-    for (uint32_t i = 0; i < count; i++) room[i] = {0, pixels[i]};
+    for (uint32_t i = 0; i < count; ++i) room[i] = {0, pixels[i]};
     state->count += count;
     return count;
 }
 
 uint32_t KipxWTSPF_update2D_n(KipxWTSPF *state, const uint32_t *pairs, uint32_t count) {
-    KipxWTSPFpixel *const room = pairs && count ? kipx::room_to_grow(state, count) : nullptr;
+    KipxWTSPFpixel *room = pairs && count ? kipx::room_to_grow(state, count) : nullptr;
     if (!room) return 0;
     memcpy(room, pairs, count * sizeof(KipxWTSPFpixel));
     state->count += count;

@@ -17,21 +17,21 @@ uint64_t pixels_of(const KipxWTSregion *region) {
 } // namespace
 
 void init_states(const KipxWTSLSC &context, KipxWTSregion *region) {
-    for (int32_t f = 0; f < context.count; f++) {
+    for (int32_t f = 0; f < context.count; ++f) {
         const KipxWTSFDs &feature = context.descriptors[f];
         if (feature.init) feature.init(state_of(feature, region), feature.parameter);
     }
 }
 
 void destroy_states(const KipxWTSLSC &context, KipxWTSregion *region) {
-    for (int32_t f = 0; f < context.count; f++) {
+    for (int32_t f = 0; f < context.count; ++f) {
         const KipxWTSFDs &feature = context.descriptors[f];
         if (feature.destroy) feature.destroy(state_of(feature, region));
     }
 }
 
 bool has_destroy(const KipxWTSLSC &context) {
-    for (int32_t f = 0; f < context.count; f++)
+    for (int32_t f = 0; f < context.count; ++f)
         if (context.descriptors[f].destroy) return true;
     return false;
 }

@@ -26,19 +26,19 @@ KipxST *KipxSTopen(KipxST *tree, KipxSTB *builder) {
 
 void KipxSTclose(KipxST *tree, int32_t keep) {
     if (!tree) return;
-    void (*const dealloc)(void *) = tree->dealloc;
+    void (*dealloc)(void *) = tree->dealloc;
     if (KipxSTfini(tree, keep) && dealloc) dealloc(tree);
 }
 
 KipxST *KipxSTfini(KipxST *tree, int32_t keep) {
     if (!tree) return nullptr;
-    KipxSTB *const builder = tree->builder;
+    KipxSTB *builder = tree->builder;
     if (!builder) {
         tree->root = nullptr;
         return tree;
     }
     // Asked first: closing the builder may release an embedded tree.
-    const bool embedded = tree == &builder->embedded_tree;
+    bool embedded = tree == &builder->embedded_tree;
     if (keep)
         KipxSTBxtrntree(builder, nullptr);
     else

@@ -28,7 +28,7 @@ KipxWTSLSC *context_of(const KipxSTB *builder) {
 // Of an empty tree the descriptors are not asked for: they may be gone.
 KipxAGTvisitor get_disposer(KipxSTB *builder) {
     if (!builder->tree || !builder->tree->root) return nullptr;
-    const KipxWTSLSC *const context = context_of(builder);
+    const KipxWTSLSC *context = context_of(builder);
     return context && has_destroy(*context) ? __KipxWTSTBdisposergn : nullptr;
 }
 
@@ -54,7 +54,7 @@ constexpr Chain pixel_chain = chain_with(update_area, update_area, merge_links);
 const Chain *choose_chain(const KipxWTSLSC &context, uint64_t flags) {
     if (flags & KIPX_WTS_GENERAL) return &general_chain;
     if ((flags & KIPX_WTS_FAST) && context.count == 1) {
-        const uint32_t magic = context.descriptors[0].magic;
+        uint32_t magic = context.descriptors[0].magic;
         if (magic == KIPX_WTSMF_MAGIC) return &moment_chain;
         if (magic == KIPX_WTSPF_MAGIC) return &pixel_chain;
     }
@@ -69,7 +69,7 @@ int32_t configure(KipxSTB *builder, KipxWTSLSC *context, uint64_t flags, const v
         KipxSTBclear(builder, 1);
     // A set that cannot be laid out shows when the first region is wanted.
     KipxWTSLSCfixup(context);
-    void *const copy = builder + 1;
+    void *copy = builder + 1;
     memmove(copy, context, sizeof(KipxWTSLSC));
     builder->specialisation = copy;
     builder->interface_chain = choose_chain(*context, flags);
@@ -111,15 +111,15 @@ KipxSTnode *__KipxWTSTBnewnodeWithRegion(KipxSTB *builder, KipxWTSregion *region
 
 KipxSTnode *__KipxWTSTBnewregionNode(void *, KipxSTB *builder, KipxWTSLSC *context) {
     // The node first: a region that then cannot be had leaves no states behind.
-    KipxSTnode *const node = KipxSTBnewnode(builder);
+    KipxSTnode *node = KipxSTBnewnode(builder);
     if (!node) return nullptr;
-    KipxWTSregion *const region = kipx::region_behind(builder, context, 0);
+    KipxWTSregion *region = kipx::region_behind(builder, context, 0);
     return region ? KipxDGTnodeData(node, region) : nullptr;
 }
 
 int32_t __KipxWTSTBdisposergn(KipxSTnode *node, void *arg, int32_t) {
     auto *builder = static_cast<KipxSTB *>(arg);
-    const KipxWTSLSC *const context = builder ? kipx::context_of(builder) : nullptr;
+    const KipxWTSLSC *context = builder ? kipx::context_of(builder) : nullptr;
     if (node && node->data && context)
         kipx::destroy_states(*context, static_cast<KipxWTSregion *>(node->data));
     return 1;

@@ -15,33 +15,56 @@ void add_area(KipxWTSregion *region, uint32_t count) {
     region->area = static_cast<int32_t>(static_cast<uint32_t>(region->area) + count);
 }
 
-// Linear indices as pairs, batch by batch, to add(pairs, count).
-template<class Add> void as_pairs(const uint32_t *pixels, uint32_t count, uint32_t width, Add add) {
-    uint32_t pairs[2 * batch];
-    for (uint32_t done = 0; done < count;) {
-        const uint32_t n = count - done < batch ? count - done : batch;
-        for (uint32_t i = 0; i < n; i++) {
-            pairs[2 * i] = pixels[done + i] / width;
-            pairs[2 * i + 1] = pixels[done + i] % width;
-        }
-        add(pairs, n);
-        done += n;
+// Pixels of an image of some width (0: not known), in one of two forms; the other is null.
+struct Pixels {
+    const uint32_t *pairs, *indices;
+    uint32_t count, width;
+};
+
+// Converts batch by batch, from `in` words a pixel to `out`, and hands the batches to add(words, n).
+template<uint32_t in, uint32_t out, class Convert, class Add>
+void converted(const uint32_t *from, uint32_t count, Convert convert, Add add) {
+    uint32_t to[out * batch];
+    while (count > 0) {
+        uint32_t n = count < batch ? count : batch;
+        for (uint32_t i = 0; i < n; ++i) convert(from + in * i, to + out * i);
+        add(to, n);
+        from += in * n;
+        count -= n;
     }
 }
 
-// The way back.
-template<class Add>
-void as_indices(const uint32_t *pairs, uint32_t count, uint32_t width, Add add) {
-    uint32_t pixels[batch];
-    for (uint32_t done = 0; done < count;) {
-        const uint32_t n = count - done < batch ? count - done : batch;
-        for (uint32_t i = 0; i < n; i++) {
-            const uint32_t *const pair = pairs + 2 * (size_t{done} + i);
-            pixels[i] = pair[0] * width + pair[1];
-        }
-        add(pixels, n);
-        done += n;
-    }
+template<class Add> void as_pairs(const Pixels &pixels, Add add) {
+    auto divide = [&](const uint32_t *index, uint32_t *pair) {
+        pair[0] = *index / pixels.width;
+        pair[1] = *index % pixels.width;
+    };
+    converted<1, 2>(pixels.indices, pixels.count, divide, add);
+}
+
+template<class Add> void as_indices(const Pixels &pixels, Add add) {
+    auto join = [&](const uint32_t *pair, uint32_t *index) {
+        *index = pair[0] * pixels.width + pair[1];
+    };
+    converted<2, 1>(pixels.pairs, pixels.count, join, add);
+}
+
+// Pairs for a feature that takes them, as long as there are any or they can be made.
+void update_state(const KipxWTSFDs &feature, void *state, const Pixels &pixels) {
+    if (feature.update2D && pixels.pairs)
+        feature.update2D(state, pixels.pairs, pixels.count);
+    else if (feature.update2D && pixels.width)
+        as_pairs(pixels, [&](const uint32_t *p, uint32_t n) { feature.update2D(state, p, n); });
+    else if (feature.update && pixels.indices)
+        feature.update(state, pixels.indices, pixels.count);
+    else if (feature.update)
+        as_indices(pixels, [&](const uint32_t *p, uint32_t n) { feature.update(state, p, n); });
+}
+
+void update_states(const KipxWTSLSC &context, KipxWTSregion *region, const Pixels &pixels) {
+    add_area(region, pixels.count);
+    for (int32_t f = 0; f < context.count; ++f)
+        update_state(context.descriptors[f], state_of(context.descriptors[f], region), pixels);
 }
 
 int32_t dispose_below(KipxSTnode *node, void *arg, int32_t) {
@@ -57,13 +80,13 @@ void *allocate(KipxSTB *builder, size_t size, size_t alignment) {
 }
 
 int32_t finish(KipxSTB *builder, KipxWTSLSC *, KipxST **output, uint32_t) {
-    KipxST *const tree = __KipxSTBtree(builder);
+    KipxST *tree = __KipxSTBtree(builder);
     if (output) *output = tree;
     return 0;
 }
 
 KipxWTSregion *region_behind(KipxSTB *builder, KipxWTSLSC *context, size_t room) {
-    const int32_t record_size = KipxWTSLSCfixup(context);
+    int32_t record_size = KipxWTSLSCfixup(context);
     if (record_size < 0) return nullptr;
     auto *block =
         static_cast<char *>(builder_alloc(builder, room + static_cast<size_t>(record_size), 0));
@@ -74,7 +97,7 @@ KipxWTSregion *region_behind(KipxSTB *builder, KipxWTSLSC *context, size_t room)
 }
 
 KipxWTSregion *new_region(void *, KipxSTB *builder, KipxWTSLSC *context, void *) {
-    KipxWTSregion *const region = region_behind(builder, context, sizeof(KipxSTnode));
+    KipxWTSregion *region = region_behind(builder, context, sizeof(KipxSTnode));
     if (region) KipxDGTnodeData(reinterpret_cast<KipxSTnode *>(region) - 1, region);
     return region;
 }
@@ -89,42 +112,21 @@ void dispose(KipxSTB *, KipxWTSLSC *context, KipxWTSregion *region) {
 
 void update_any(KipxSTB *, KipxWTSLSC *context, KipxWTSregion *region, const uint32_t *pixels,
                 uint32_t count) {
-    add_area(region, count);
-    const uint32_t width = width_of(*context);
-    for (int32_t f = 0; f < context->count; f++) {
-        const KipxWTSFDs &feature = context->descriptors[f];
-        void *const state = state_of(feature, region);
-        if (feature.update2D && width)
-            as_pairs(pixels, count, width,
-                     [&](const uint32_t *pairs, uint32_t n) { feature.update2D(state, pairs, n); });
-        else if (feature.update)
-            feature.update(state, pixels, count);
-    }
+    update_states(*context, region, {nullptr, pixels, count, width_of(*context)});
 }
 
 void update2D_any(KipxSTB *, KipxWTSLSC *context, KipxWTSregion *region, const uint32_t *pairs,
                   uint32_t count) {
-    add_area(region, count);
-    const uint32_t width = width_of(*context);
-    for (int32_t f = 0; f < context->count; f++) {
-        const KipxWTSFDs &feature = context->descriptors[f];
-        void *const state = state_of(feature, region);
-        if (feature.update2D)
-            feature.update2D(state, pairs, count);
-        else if (feature.update)
-            as_indices(pairs, count, width, [&](const uint32_t *pixels, uint32_t n) {
-                feature.update(state, pixels, n);
-            });
-    }
+    update_states(*context, region, {pairs, nullptr, count, width_of(*context)});
 }
 
 void update_moments(KipxSTB *, KipxWTSLSC *context, KipxWTSregion *region, const uint32_t *pixels,
                     uint32_t count) {
     add_area(region, count);
     auto *state = static_cast<KipxWTSMF *>(state_of(context->descriptors[0], region));
-    if (const uint32_t width = width_of(*context))
-        as_pairs(pixels, count, width,
-                 [&](const uint32_t *pairs, uint32_t n) { KipxWTSMF_update2D_n(state, pairs, n); });
+    Pixels all{nullptr, pixels, count, width_of(*context)};
+    if (all.width)
+        as_pairs(all, [&](const uint32_t *p, uint32_t n) { KipxWTSMF_update2D_n(state, p, n); });
     else
         KipxWTSMF_update_n(state, pixels, count);
 }
@@ -148,7 +150,7 @@ void merge_links(KipxSTB *builder, KipxWTSLSC *, KipxWTSregion *parent, KipxWTSr
 
 void merge_states(KipxSTB *builder, KipxWTSLSC *context, KipxWTSregion *parent,
                   KipxWTSregion *child) {
-    for (int32_t f = 0; f < context->count; f++) {
+    for (int32_t f = 0; f < context->count; ++f) {
         const KipxWTSFDs &feature = context->descriptors[f];
         if (feature.merge) feature.merge(state_of(feature, parent), state_of(feature, child));
     }
