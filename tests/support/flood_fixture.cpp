@@ -81,20 +81,25 @@ int32_t FloodOf::run(const ImageOf &image, bool masked) {
                            masked ? image.mask.arr() : nullptr, nullptr, nullptr, &context);
 }
 
+std::vector<uint32_t> gathered_pixels(KipxSTB *builder, KipxWTSregion *region, uint32_t offset,
+                                      uint32_t width) {
+    EXPECT_EQ(KipxGatherMSERFeatures(builder, region), 0);
+    auto *list = reinterpret_cast<const KipxWTSPF *>(reinterpret_cast<char *>(region) + offset);
+    EXPECT_EQ(list->count, static_cast<uint64_t>(region->area));
+    std::vector<uint32_t> pixels;
+    for (uint64_t i = 0; i < list->count; ++i)
+        pixels.push_back(list->entries[i].row * width + list->entries[i].column);
+    std::sort(pixels.begin(), pixels.end());
+    return pixels;
+}
+
 std::vector<uint32_t> FloodOf::pixels_of(KipxWTSregion *region) {
+    if (form_ != Form::fast)
+        return gathered_pixels(context.builder, region, pixel_feature_.state_offset,
+                               levelset_.volume[2]);
     std::vector<uint32_t> pixels(static_cast<size_t>(region->area));
-    if (form_ == Form::fast) {
-        uint32_t n = kipx_fwtsr_fetch(KipxFWTSRESfrombuilder(context.builder), region, 0, ~0u,
-                                      pixels.data());
-        EXPECT_EQ(n, pixels.size());
-    } else {
-        EXPECT_EQ(KipxGatherMSERFeatures(context.builder, region), 0);
-        auto *list = reinterpret_cast<KipxWTSPF *>(reinterpret_cast<char *>(region) +
-                                                   pixel_feature_.state_offset);
-        EXPECT_EQ(list->count, pixels.size());
-        for (size_t i = 0; i < pixels.size() && i < list->count; ++i)
-            pixels[i] = list->entries[i].row * levelset_.volume[2] + list->entries[i].column;
-    }
+    KipxFWTSRES *store = KipxFWTSRESfrombuilder(context.builder);
+    EXPECT_EQ(kipx_fwtsr_fetch(store, region, 0, ~0u, pixels.data()), pixels.size());
     std::sort(pixels.begin(), pixels.end());
     return pixels;
 }

@@ -39,6 +39,10 @@ struct ImageOf {
     GuardedArray source, mask;
 };
 
+// Gathers a region of a builder and reads the pixel list at that offset of the record, sorted.
+std::vector<uint32_t> gathered_pixels(KipxSTB *builder, KipxWTSregion *region, uint32_t offset,
+                                      uint32_t width);
+
 class FloodOf {
 public:
     FloodOf(KipxXE *xe, Form form);
