@@ -38,9 +38,8 @@ int32_t kipx_use_simd(uint64_t flags) {
     if (flags & 2) return 0;
     int32_t value = simd_switch.load(std::memory_order_relaxed);
     // Undecided: off, unless a value is set meanwhile; that one stands, and is the answer.
-    if (value == -1 && simd_switch.compare_exchange_strong(value, 0, std::memory_order_relaxed)) {
+    if (value == -1 && simd_switch.compare_exchange_strong(value, 0, std::memory_order_relaxed))
         return 0;
-    }
     return value != 0;
 }
 

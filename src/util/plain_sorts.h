@@ -1,35 +1,32 @@
-// util/plain_sorts.h - insertion, selection and heap sort of the elements from lo to hi
-// (exclusive).
+// util/plain_sorts.h - insertion, selection and heap sort of the elements from lo to hi, exclusive.
 //
 // Promises every loop is bounded by indices, so that no comparator, however inconsistent, leads out
 //          of the range.
 // Costs    heap sort: about n log2 n comparisons, at most half as many again, since it goes down
 //          along the larger children without asking for the sinking element and then climbs back to
-//          that one's place. Insertion sort: n - 1 comparisons when sorted. Both others: up to n^2
-//          / 2.
-#ifndef KIPX_UTIL_PLAIN_SORTS_H
-#define KIPX_UTIL_PLAIN_SORTS_H
+//          that one's place. Insertion sort: n - 1 comparisons when sorted. This and selection
+//          sort otherwise: up to n^2 / 2.
+#pragma once
 
-#include "elements.h"
+#include "util/elements.h"
 
 namespace kipx {
 
 // Stable: scans down from each element, past the strictly greater ones only.
 template<size_t N> void insert_sort(const Elements<N> &e, size_t lo, size_t hi) {
-    for (size_t i = lo + 1; i < hi; i++) {
+    for (size_t i = lo + 1; i < hi; ++i) {
         size_t place = i;
-        while (place > lo && e.compare(place - 1, i) > 0) place--;
+        while (place > lo && e.compare(place - 1, i) > 0) --place;
         if (place != i) e.rotate(place, i);
     }
 }
 
 // The first of equal minima is the one chosen.
 template<size_t N> void select_sort(const Elements<N> &e, size_t lo, size_t hi) {
-    for (size_t i = lo; i + 1 < hi; i++) {
+    for (size_t i = lo; i + 1 < hi; ++i) {
         size_t least = i;
-        for (size_t j = i + 1; j < hi; j++) {
+        for (size_t j = i + 1; j < hi; ++j)
             if (e.compare(j, least) < 0) least = j;
-        }
         if (least != i) e.exchange(i, least);
     }
 }
@@ -56,7 +53,7 @@ template<size_t N> void sink(const Elements<N> &e, size_t lo, size_t root, size_
         place = n - 1;
     }
     while (place > root) {
-        const size_t parent = (place - 1) / 2;
+        size_t parent = (place - 1) / 2;
         if (e.compare(lo + parent, lo + place) >= 0) break;
         e.exchange(lo + parent, lo + place);
         place = parent;
@@ -67,9 +64,7 @@ template<size_t N> void sink(const Elements<N> &e, size_t lo, size_t root, size_
 // n elements. The sinking one waits in its old slot, where the comparator can see it, while the
 // others move up one by one.
 template<size_t N> void extract(const Elements<N> &e, size_t lo, size_t n) {
-    const auto move = [&](size_t to, size_t from) {
-        std::memcpy(e.at(lo + to), e.at(lo + from), N);
-    };
+    auto move = [&](size_t to, size_t from) { std::memcpy(e.at(lo + to), e.at(lo + from), N); };
     char greatest[N];
     std::memcpy(greatest, e.at(lo), N);
     size_t place = 0;
@@ -85,7 +80,7 @@ template<size_t N> void extract(const Elements<N> &e, size_t lo, size_t n) {
         place = n - 1;
     }
     while (place > 0) {
-        const size_t parent = (place - 1) / 2;
+        size_t parent = (place - 1) / 2;
         if (e.compare(lo + parent, lo + n) >= 0) break;
         move(place, parent);
         place = parent;
@@ -95,7 +90,7 @@ template<size_t N> void extract(const Elements<N> &e, size_t lo, size_t n) {
 }
 
 template<size_t N> void heap_sort(const Elements<N> &e, size_t lo, size_t hi) {
-    const size_t n = hi - lo;
+    size_t n = hi - lo;
     for (size_t root = n / 2; root-- > 0;) sink(e, lo, root, n);
     for (size_t last = n; last-- > 1;) {
         if constexpr (N != 0) {
@@ -109,5 +104,3 @@ template<size_t N> void heap_sort(const Elements<N> &e, size_t lo, size_t hi) {
 }
 
 } // namespace kipx
-
-#endif

@@ -2,8 +2,8 @@
 //
 // Median of three from the first, middle and last element, moved to the last slot as pivot; ranges
 // of fewer than 9 elements are finished by insertion. Then, each for a reason:
-//   The scans of the partition note misplaced elements of up to BLOCK at a time before they are
-//   exchanged in pairs, so that no branch depends on a comparison.
+//   The scans of the partition note misplaced elements of up to a block at a time before they
+//   are exchanged in pairs, so that no branch depends on a comparison.
 //   A pivot equal to the element before its range is the least of the range: everything equal to
 //   it is set aside at once. Few distinct values thus cost two passes each, not a quadratic number.
 //   A partition that found nothing misplaced suggests sorted input; sides that are sorted are left.
@@ -12,28 +12,27 @@
 //   Comparisons are counted. Past 11/8 n log2 n of them, ranges are finished by heap sort, so that
 //   the sum stays below 3 n log2 n.
 // The larger side waits on a stack, so 64 entries serve every array.
-#ifndef KIPX_UTIL_QUICK_SORT_H
-#define KIPX_UTIL_QUICK_SORT_H
+#pragma once
 
-#include "plain_sorts.h"
+#include "util/plain_sorts.h"
 
 namespace kipx {
 
 template<size_t N> class QuickSort {
 public:
-    QuickSort(const Elements<N> &elements, size_t n) : e(elements) {
+    QuickSort(const Elements<N> &elements, size_t n) : e_(elements) {
         size_t log = 0;
-        while (n >> log > 1) log++;
-        budget = n > SIZE_MAX / 128 ? SIZE_MAX : n * log / 8 * 11;
+        while (n >> log > 1) ++log;
+        budget_ = n > SIZE_MAX / 128 ? SIZE_MAX : n * log / 8 * 11;
         run(n);
     }
 
 private:
-    static constexpr size_t SMALL = 9;
-    static constexpr size_t BLOCK = 64;
-    static constexpr size_t STACK = 64;
+    static constexpr size_t small = 9;
+    static constexpr size_t block = 64;
+    static constexpr size_t stack = 64;
     // Which elements belong to the left of the pivot.
-    enum class Left { BELOW, NOT_ABOVE };
+    enum class Left { below, not_above };
     struct Range {
         size_t lo, hi; // hi exclusive
         bool quarters; // where the sample for the median comes from
@@ -44,24 +43,24 @@ private:
         bool exchanged;
     };
 
-    const Elements<N> &e;
-    size_t budget; // comparisons that may yet be spent on partitions
+    const Elements<N> &e_;
+    size_t budget_; // comparisons that may yet be spent on partitions
 
     bool spend(size_t comparisons) {
-        if (comparisons > budget) return false;
-        budget -= comparisons;
+        if (comparisons > budget_) return false;
+        budget_ -= comparisons;
         return true;
     }
 
     void run(size_t n) {
-        Range waiting[STACK];
+        Range waiting[stack];
         size_t depth = 0;
         Range range{0, n, false};
         for (;;) {
-            while (range.length() >= SMALL && spend(range.length() + 3)) {
+            while (range.length() >= small && spend(range.length() + 3)) {
                 Range other = step(range);
                 if (other.length() > range.length()) {
-                    const Range shorter = range;
+                    Range shorter = range;
                     range = other;
                     other = shorter;
                 }
@@ -77,20 +76,20 @@ private:
     }
 
     void finish(Range range) {
-        if (range.length() < SMALL) return insert_sort(e, range.lo, range.hi);
-        heap_sort(e, range.lo, range.hi);
+        if (range.length() < small) return insert_sort(e_, range.lo, range.hi);
+        heap_sort(e_, range.lo, range.hi);
     }
 
     // Partitions the range; keeps one side in it and returns the other. Sides that need no more
     // work come out empty.
     Range step(Range &range) {
-        const size_t length = range.length();
+        size_t length = range.length();
         median_to_last(range);
-        if (range.lo > 0 && e.compare(range.lo - 1, range.hi - 1) >= 0) {
-            range.lo = partition<Left::NOT_ABOVE>(range).pivot + 1;
+        if (range.lo > 0 && e_.compare(range.lo - 1, range.hi - 1) >= 0) {
+            range.lo = partition<Left::not_above>(range).pivot + 1;
             return {range.lo, range.lo, false};
         }
-        const Split split = partition<Left::BELOW>(range);
+        Split split = partition<Left::below>(range);
         Range left{range.lo, split.pivot, range.quarters};
         Range right{split.pivot + 1, range.hi, range.quarters};
         if (!split.exchanged) {
@@ -104,67 +103,66 @@ private:
     }
 
     void median_to_last(Range range) {
-        const size_t last = range.hi - 1;
-        const size_t quarter = range.quarters ? range.length() / 4 : 0;
+        size_t last = range.hi - 1;
+        size_t quarter = range.quarters ? range.length() / 4 : 0;
         size_t low = range.lo + quarter, high = last - quarter;
-        const size_t middle = range.lo + range.length() / 2;
-        if (e.compare(low, high) > 0) {
+        size_t middle = range.lo + range.length() / 2;
+        if (e_.compare(low, high) > 0) {
             if (quarter == 0) {
-                e.exchange(low, high);
+                e_.exchange(low, high);
             } else {
-                const size_t held = low;
+                size_t held = low;
                 low = high;
                 high = held;
             }
         }
         // Now low <= high, and the middle element is the median unless it lies outside of them.
         size_t median = middle;
-        if (e.compare(middle, high) >= 0) {
+        if (e_.compare(middle, high) >= 0)
             median = high;
-        } else if (e.compare(low, middle) > 0) {
+        else if (e_.compare(low, middle) > 0)
             median = low;
-        }
-        if (median != last) e.exchange(median, last);
+        if (median != last) e_.exchange(median, last);
     }
 
-    template<Left LEFT> bool is_left(size_t i, size_t pivot) const {
-        const int32_t order = e.compare(i, pivot);
-        return LEFT == Left::BELOW ? order < 0 : order <= 0;
+    template<Left side> bool is_left(size_t i, size_t pivot) const {
+        int32_t order = e_.compare(i, pivot);
+        return side == Left::below ? order < 0 : order <= 0;
     }
 
     // Everything that belongs left of the pivot, which is in the last slot, then the pivot, then
     // the rest. [lo, l) is known to belong left, [r, hi - 1) right; between them lie the blocks
     // under way.
-    template<Left LEFT> Split partition(Range range) {
-        const size_t pivot = range.hi - 1;
+    template<Left side> Split partition(Range range) {
+        size_t pivot = range.hi - 1;
         size_t l = range.lo, r = pivot;
-        uint8_t from_l[BLOCK], from_r[BLOCK]; // distances of misplaced elements from l and r - 1
+        uint8_t from_l[block], from_r[block]; // distances of misplaced elements from l and r - 1
         size_t l_begin = 0, l_end = 0, r_begin = 0, r_end = 0;
         size_t l_width = 0, r_width = 0;
         bool exchanged = false;
         while (r - l > l_width + r_width) {
-            const size_t fresh = r - l - l_width - r_width;
+            size_t fresh = r - l - l_width - r_width;
             if (l_width == 0) {
-                l_width = fresh >= 2 * BLOCK || (r_width && fresh >= BLOCK) ? BLOCK
+                l_width = fresh >= 2 * block || (r_width && fresh >= block) ? block
                           : r_width                                         ? fresh
                                                                             : fresh / 2;
                 l_begin = l_end = 0;
-                for (size_t i = 0; i < l_width; i++) {
+                for (size_t i = 0; i < l_width; ++i) {
                     from_l[l_end] = static_cast<uint8_t>(i);
-                    l_end += !is_left<LEFT>(l + i, pivot);
+                    l_end += !is_left<side>(l + i, pivot);
                 }
             }
             if (r_width == 0) {
-                const size_t rest = r - l - l_width;
-                r_width = rest < BLOCK ? rest : BLOCK;
+                size_t rest = r - l - l_width;
+                r_width = rest < block ? rest : block;
                 r_begin = r_end = 0;
-                for (size_t i = 0; i < r_width; i++) {
+                for (size_t i = 0; i < r_width; ++i) {
                     from_r[r_end] = static_cast<uint8_t>(i);
-                    r_end += is_left<LEFT>(r - 1 - i, pivot);
+                    r_end += is_left<side>(r - 1 - i, pivot);
                 }
             }
             while (l_begin < l_end && r_begin < r_end) {
-                e.exchange(l + from_l[l_begin++], r - 1 - from_r[r_begin++]);
+                e_.exchange(l + from_l[l_begin++], r - 1 - from_r[r_begin++]);
                 exchanged = true;
             }
             if (l_begin == l_end) l += l_width, l_width = 0;
@@ -172,28 +170,25 @@ private:
         }
         // At most one block has misplaced elements left; they go to its inner end.
         while (l_begin < l_end) {
-            const size_t misplaced = l + from_l[--l_end];
-            if (misplaced != --r) e.exchange(misplaced, r), exchanged = true;
+            size_t misplaced = l + from_l[--l_end];
+            if (misplaced != --r) e_.exchange(misplaced, r), exchanged = true;
         }
         size_t place = l_width ? r : l;
         while (r_begin < r_end) {
-            const size_t misplaced = r - 1 - from_r[--r_end];
-            if (misplaced != place) e.exchange(misplaced, place), exchanged = true;
-            place++;
+            size_t misplaced = r - 1 - from_r[--r_end];
+            if (misplaced != place) e_.exchange(misplaced, place), exchanged = true;
+            ++place;
         }
-        if (place != pivot) e.exchange(place, pivot);
+        if (place != pivot) e_.exchange(place, pivot);
         return {place, exchanged};
     }
 
     // Counts against the budget, and gives up when that is empty.
     bool sorted(Range range) {
-        for (size_t i = range.lo + 1; i < range.hi; i++) {
-            if (!spend(1) || e.compare(i - 1, i) > 0) return false;
-        }
+        for (size_t i = range.lo + 1; i < range.hi; ++i)
+            if (!spend(1) || e_.compare(i - 1, i) > 0) return false;
         return true;
     }
 };
 
 } // namespace kipx
-
-#endif

@@ -4,15 +4,17 @@
 //          comparisons. The first element is asked first, so keys before the array cost one.
 // Costs    the choice of the half is no branch; both places that may be asked next are fetched
 //          while the comparator runs.
-#include <cstdint>
 #include <kipx/sort.h>
+
+#include <cstdint>
+
+#include "util/elements.h"
 
 namespace kipx {
 namespace {
 
-constexpr size_t MOST_BYTES = 0x7FFFFFFF;
-constexpr size_t CACHED = size_t{32} << 10; // bytes: an array no longer is at hand as a whole
-constexpr size_t NEAR = 256;                // bytes: what is left of a longer one, once fetched
+constexpr size_t cached_bytes = size_t{32} << 10; // bytes: an array no longer is at hand as a whole
+constexpr size_t near_bytes = 256; // bytes: what is left of a longer one, once fetched
 
 // Where the bisection ended: at an element equal to the key, or between lower = upper - 1 and
 // upper, the last element smaller and the first one greater.
@@ -26,25 +28,24 @@ Found bisect(const char *base, const void *key, size_t n, size_t size, ZuCompare
     int32_t order = compare(base, key, context);
     if (order >= 0) return {order == 0, 0};
     size_t lo = 1, hi = n; // hi exclusive, so that it never falls below 0
-    const size_t near = n * size <= CACHED ? SIZE_MAX : NEAR;
+    size_t near = n * size <= cached_bytes ? SIZE_MAX : near_bytes;
     while (lo < hi && (hi - lo) * size > near) {
-        const size_t middle = lo + (hi - 1 - lo) / 2;
+        size_t middle = lo + (hi - 1 - lo) / 2;
         __builtin_prefetch(base + (lo + (middle - lo) / 2) * size);
         __builtin_prefetch(base + (middle + (hi - middle) / 2) * size);
         order = compare(base + middle * size, key, context);
         if (order == 0) return {true, middle};
         // A branch, not a choice: the next load need not wait for this comparison.
-        if (__builtin_expect_with_probability(order < 0, 1, 0.9)) {
+        if (__builtin_expect_with_probability(order < 0, 1, 0.9))
             lo = middle + 1;
-        } else {
+        else
             hi = middle;
-        }
     }
     while (lo < hi) {
-        const size_t middle = lo + (hi - 1 - lo) / 2;
+        size_t middle = lo + (hi - 1 - lo) / 2;
         order = compare(base + middle * size, key, context);
         if (order == 0) return {true, middle};
-        const size_t below = size_t{0} - (order < 0); // all ones or none
+        size_t below = size_t{0} - (order < 0); // all ones or none
         lo += (middle + 1 - lo) & below;
         hi = middle + ((hi - middle) & below);
     }
@@ -58,34 +59,37 @@ void *element(const void *base, size_t i, size_t size) {
 } // namespace
 } // namespace kipx
 
-using namespace kipx;
+using kipx::bisect, kipx::element, kipx::Found;
+
+extern "C" {
 
 void *ZuBsearch(const void *key, const void *base, size_t n, size_t size, ZuCompare compare,
                 void *context) {
     if (n == 0) return nullptr;
-    const Found found = bisect(static_cast<const char *>(base), key, n, size, compare, context);
+    Found found = bisect(static_cast<const char *>(base), key, n, size, compare, context);
     return found.equal ? element(base, found.upper, size) : nullptr;
 }
 
 void *ZuBsearchN(const void *key, const void *base, size_t n, size_t size, ZuCompare compare,
                  void *context) {
     if (n == 0) return nullptr;
-    const Found found = bisect(static_cast<const char *>(base), key, n, size, compare, context);
+    Found found = bisect(static_cast<const char *>(base), key, n, size, compare, context);
     return element(base, found.upper, size);
 }
 
 void *ZuBsearchP(const void *key, const void *base, size_t n, size_t size, ZuCompare compare,
                  void *context) {
     if (n == 0) return nullptr;
-    const Found found = bisect(static_cast<const char *>(base), key, n, size, compare, context);
+    Found found = bisect(static_cast<const char *>(base), key, n, size, compare, context);
     if (found.equal) return element(base, found.upper, size);
     return found.upper > 0 ? element(base, found.upper - 1, size) : nullptr;
 }
 
 void *ZuBsearch_s(const void *key, const void *base, size_t n, size_t size, ZuCompare compare,
                   void *context, int32_t *error) {
-    const bool sound = size != 0 && n <= MOST_BYTES / size && (n == 0 || (key && base && compare));
+    bool sound = kipx::acceptable(base, n, size, compare) && (n == 0 || key);
     void *found = sound ? ZuBsearch(key, base, n, size, compare, context) : nullptr;
     if (error) *error = found ? 0 : -1;
     return found;
+}
 }

@@ -1,11 +1,9 @@
 // util/sort.cpp - the exported sorts: checks, and the choice of the element form.
-#include "plain_sorts.h"
-#include "quick_sort.h"
+#include "util/plain_sorts.h"
+#include "util/quick_sort.h"
 
 namespace kipx {
 namespace {
-
-constexpr size_t MOST_BYTES = 0x7FFFFFFF;
 
 // body(elements) with the form made for this element size.
 template<class Body>
@@ -14,11 +12,6 @@ void with_elements(void *base, size_t size, ZuCompare compare, void *context, Bo
     if (size == 4) return body(Elements<4>{bytes, size, compare, context});
     if (size == 8) return body(Elements<8>{bytes, size, compare, context});
     body(Elements<0>{bytes, size, compare, context});
-}
-
-bool acceptable(const void *base, size_t n, size_t size, ZuCompare compare) {
-    if (size == 0 || n > MOST_BYTES / size) return false;
-    return n == 0 || (base && compare);
 }
 
 // Sorts of one or two elements need no worker; true when that was all.
@@ -60,5 +53,7 @@ struct Select {
         Zu##NAME##Sort_nck(base, n, size, compare, context);                                       \
         return 0;                                                                                  \
     }
-#include "sorts.inc"
+extern "C" {
+#include "util/sorts.inc"
+}
 #undef SORT

@@ -3,8 +3,11 @@
 // Promises the C library's heap under it, so blocks are aligned to 16; size 0 counts as 1, so that
 //          null always means failure.
 // Owner    the caller, until _ZuMfree or ZuMfree.
-#include <cstdlib>
 #include <zu/zu.h>
+
+#include <cstdlib>
+
+extern "C" {
 
 void *_ZuMcalloc(size_t count, size_t size) {
     size_t bytes;
@@ -17,3 +20,4 @@ void *_ZuMrealloc(void *block, size_t size) { return std::realloc(block, size ? 
 void _ZuMfree(void *block) { std::free(block); }
 
 void ZuMfree(void *block) { std::free(block); }
+}

@@ -6,8 +6,7 @@
 //          pattern of its own, and misuse aborts; release builds do nothing. Under the address
 //          sanitizer only the bytes of live blocks may be touched by the program.
 // Costs    nothing in a release build without the sanitizer.
-#ifndef ZU_POISON_H
-#define ZU_POISON_H
+#pragma once
 
 #include <cstddef>
 #include <cstdlib>
@@ -37,7 +36,7 @@ inline constexpr bool debug = false;
 inline constexpr bool debug = true;
 #endif
 
-enum Pattern : unsigned char { TAKEN = 0xA5, GIVEN_BACK = 0xDD, REWOUND = 0xE1 };
+enum Pattern : unsigned char { fresh = 0xa5, given_back = 0xdd, rewound = 0xe1 };
 
 inline void allow(void *memory, std::size_t bytes) {
 #ifdef ZU_ASAN
@@ -58,7 +57,7 @@ inline void forbid(void *memory, std::size_t bytes) {
 // The program may use bytes from here on; not one more.
 inline void taken(void *memory, std::size_t bytes) {
     allow(memory, bytes);
-    if constexpr (debug) std::memset(memory, TAKEN, bytes);
+    if constexpr (debug) std::memset(memory, fresh, bytes);
 }
 
 // The program has lost this stretch, for the reason that the pattern names.
@@ -75,5 +74,3 @@ inline void misuse() {
 }
 
 } // namespace zu
-
-#endif

@@ -29,31 +29,34 @@
 // A release of the parent's memory (rewind, clear, close) past a child's segments ends the child: it
 // must then be neither used nor closed. Its header, when made here, is such a block of the parent too
 // and goes the same way, so nothing leaks.
-#include "poison.h"
-#include <new>
 #include <zu/zu.h>
+
+#include <algorithm>
+#include <new>
+
+#include "zu/poison.h"
 
 namespace zu {
 namespace {
 
-constexpr size_t UNIT = 16; // everything is counted and aligned in these
-constexpr size_t FIRST_SEGMENT = size_t{64} << 10;
-constexpr size_t LAST_SEGMENT = size_t{4} << 20;
-constexpr size_t MOST_SHARED_ALIGNMENT = 4096;
-constexpr size_t LINE = 64;                             // segments are whole cache lines
-constexpr size_t MOST_DRAWN = (size_t{1} << 42) - LINE; // what 36 bits of lines can count
-constexpr size_t LIMIT_STEP = size_t{1} << 10, PEAK_STEP = size_t{1} << 14;
-constexpr uint64_t LAST_MOMENT = (uint64_t{1} << 47) - 1;
-constexpr uint64_t LIVE = 0x5ACB1D, DEAD = 0xD1EB0B; // unlike any of the patterns
+constexpr size_t unit = 16; // everything is counted and aligned in these
+constexpr size_t first_segment = size_t{64} << 10;
+constexpr size_t last_segment = size_t{4} << 20;
+constexpr size_t most_shared_alignment = 4096;
+constexpr size_t line = 64;                             // segments are whole cache lines
+constexpr size_t most_drawn = (size_t{1} << 42) - line; // what 36 bits of lines can count
+constexpr size_t limit_step = size_t{1} << 10, peak_step = size_t{1} << 14;
+constexpr uint64_t last_moment = (uint64_t{1} << 47) - 1;
+constexpr uint64_t live = 0x5acb1d, dead = 0xd1eb0b; // unlike any of the patterns
 
 struct Head {
     uint64_t moment : 48;
     uint64_t padding : 16; // units between the end of the block below and this head
     uint64_t length : 20;  // units; 0 in a segment of its own
     uint64_t below : 20;   // offset of the block below in units; 0 when there is none
-    uint64_t state : 24;   // LIVE, DEAD, or anything else where no block begins
+    uint64_t state : 24;   // live, dead, or anything else where no block begins
 };
-static_assert(sizeof(Head) == UNIT);
+static_assert(sizeof(Head) == unit);
 
 struct Segment {
     Segment *newer, *older;
@@ -63,9 +66,9 @@ struct Segment {
     uint64_t moment; // of the lowest block
     uint64_t spare[2];
 };
-static_assert(sizeof(Segment) == 64 && sizeof(Segment) % UNIT == 0);
+static_assert(sizeof(Segment) == 64 && sizeof(Segment) % unit == 0);
 // Where the block lies in a segment of its own, unless its alignment pushes it further.
-constexpr size_t OWN_BLOCK = sizeof(Segment) + sizeof(Head);
+constexpr size_t own_block = sizeof(Segment) + sizeof(Head);
 
 struct Storage {
     Segment *open;         // newest shared segment
@@ -102,26 +105,26 @@ size_t rounded(size_t size, size_t to) { return size ? (size + to - 1) & ~(to - 
 // The moment to which the next block belongs; 0 when there are no more.
 uint64_t next_moment(const Storage &s) {
     if (s.begun) return s.moment;
-    return s.clock < LAST_MOMENT ? s.clock + 1 : 0;
+    return s.clock < last_moment ? s.clock + 1 : 0;
 }
 
 // A block of this moment has been taken.
 void enter(Storage &s, uint64_t moment) {
     if (s.begun) return;
-    s.clock = s.moment = moment & LAST_MOMENT;
+    s.clock = s.moment = moment;
     s.begun = 1;
 }
 
 // The storage is as it was in this moment, and whatever comes is newer.
 void go_back(Storage &s, uint64_t moment) {
-    s.moment = (moment < s.clock ? moment : s.clock) & LAST_MOMENT;
+    s.moment = std::min<uint64_t>(moment, s.clock);
     s.begun = 0;
 }
 
 // Bytes that may yet be drawn.
 size_t left_to_draw(const Storage &s) {
-    const size_t drawn = s.drawn * LINE, limit = size_t{s.limit_h} << 16 | s.limit_l;
-    const size_t most = limit ? (limit - 1) * LIMIT_STEP : MOST_DRAWN;
+    size_t drawn = s.drawn * line, limit = size_t{s.limit_h} << 16 | s.limit_l;
+    size_t most = limit ? (limit - 1) * limit_step : most_drawn;
     return drawn < most ? most - drawn : 0;
 }
 
@@ -144,12 +147,12 @@ void release_own(Storage &s, Segment *segment, Pattern pattern);
 // the limit or the memory is exhausted.
 Segment *draw(Storage &s, size_t size) {
     if (size > left_to_draw(s)) return nullptr;
-    void *memory = parent_of(s) ? take_own(*parent_of(s), size, UNIT) : std::malloc(size);
+    void *memory = parent_of(s) ? take_own(*parent_of(s), size, unit) : std::malloc(size);
     if (!memory) return nullptr;
-    const size_t drawn = s.drawn * LINE + size;
-    s.drawn = drawn / LINE & 0xFFFFFFFFF;
-    const size_t steps = (drawn + PEAK_STEP - 1) / PEAK_STEP;
-    if (s.peak < steps) s.peak = steps & 0xFFFFFFF;
+    size_t drawn = s.drawn * line + size;
+    s.drawn = drawn / line;
+    size_t steps = (drawn + peak_step - 1) / peak_step;
+    if (s.peak < steps) s.peak = steps;
     auto *segment = new (memory) Segment{};
     segment->size = size;
     segment->top = sizeof(Segment);
@@ -159,12 +162,12 @@ Segment *draw(Storage &s, size_t size) {
 
 // The contrary. The block of the parent that a segment is lies at a known place of its own segment.
 void give(Storage &s, Segment *segment, Pattern pattern) {
-    const size_t size = segment->size;
-    s.drawn = (s.drawn - size / LINE) & 0xFFFFFFFFF;
+    size_t size = segment->size;
+    s.drawn -= size / line;
     lost(segment, size, pattern);
     allow(segment, size);
     if (!parent_of(s)) return std::free(segment);
-    char *owner = reinterpret_cast<char *>(segment) - OWN_BLOCK;
+    char *owner = reinterpret_cast<char *>(segment) - own_block;
     release_own(*parent_of(s), reinterpret_cast<Segment *>(owner), pattern);
 }
 
@@ -180,39 +183,36 @@ void release_shared(Storage &s, Segment *segment, Pattern pattern) {
 
 // A block in a segment of its own.
 void *take_own(Storage &s, size_t size, size_t alignment) {
-    const size_t room = rounded(size, UNIT);
-    const uint64_t moment = next_moment(s);
+    size_t room = rounded(size, unit);
+    uint64_t moment = next_moment(s);
     size_t total;
-    if (__builtin_add_overflow(room, OWN_BLOCK + (alignment - UNIT), &total)) return nullptr;
-    total = rounded(total, LINE);
+    if (__builtin_add_overflow(room, own_block + (alignment - unit), &total)) return nullptr;
+    total = rounded(total, line);
     if (!room || !total || !moment) return nullptr;
     Segment *segment = draw(s, total);
     if (!segment) return nullptr;
     enter(s, moment);
-    const auto base = reinterpret_cast<uintptr_t>(segment);
-    segment->last = ((base + OWN_BLOCK + alignment - 1) & ~(alignment - 1)) - base;
+    auto base = reinterpret_cast<uintptr_t>(segment);
+    segment->last = ((base + own_block + alignment - 1) & ~(alignment - 1)) - base;
     segment->top = segment->last + room;
     segment->moment = moment;
-    store(head_at(segment, segment->last), Head{moment & LAST_MOMENT, 0, 0, 0, LIVE});
+    store(head_at(segment, segment->last), Head{moment, 0, 0, 0, live});
     chain_in(s.own, segment);
     taken(at(segment, segment->last), size);
     return at(segment, segment->last);
 }
 
 // A block bumped off the open segment, or null when it is too long for it. size is at most the
-// segment's, and alignment at most MOST_SHARED_ALIGNMENT, so nothing here can overflow.
+// segment's, and alignment at most most_shared_alignment, so nothing here can overflow.
 inline void *bump(Storage &s, Segment *segment, size_t size, size_t alignment) {
-    const size_t room = rounded(size, UNIT);
-    const uint64_t moment = next_moment(s);
-    const auto base = reinterpret_cast<uintptr_t>(segment);
-    const size_t block =
-        ((base + segment->top + sizeof(Head) + alignment - 1) & ~(alignment - 1)) - base;
+    size_t room = rounded(size, unit);
+    uint64_t moment = next_moment(s);
+    auto base = reinterpret_cast<uintptr_t>(segment);
+    size_t block = ((base + segment->top + sizeof(Head) + alignment - 1) & ~(alignment - 1)) - base;
     if (block + room > segment->size || !moment) return nullptr;
     enter(s, moment);
-    const size_t padding = (block - sizeof(Head) - segment->top) / UNIT;
-    store(head_at(segment, block),
-          Head{moment & LAST_MOMENT, padding & 0xFFFF, (room / UNIT) & 0xFFFFF,
-               (segment->last / UNIT) & 0xFFFFF, LIVE});
+    size_t padding = (block - sizeof(Head) - segment->top) / unit;
+    store(head_at(segment, block), Head{moment, padding, room / unit, segment->last / unit, live});
     if (segment->last == 0) segment->moment = moment;
     segment->last = block;
     segment->top = block + room;
@@ -222,17 +222,16 @@ inline void *bump(Storage &s, Segment *segment, size_t size, size_t alignment) {
 
 // Opens a shared segment, longer than the one open now.
 bool extend(Storage &s) {
-    size_t size = s.open ? 2 * s.open->size : FIRST_SEGMENT;
-    if (size > LAST_SEGMENT) size = LAST_SEGMENT;
-    Segment *segment = draw(s, size);
+    size_t twice = s.open ? 2 * s.open->size : 0;
+    Segment *segment = draw(s, std::clamp(twice, first_segment, last_segment));
     if (segment) chain_in(s.open, segment);
     return segment != nullptr;
 }
 
 // The block does not fit the open segment, or there is none.
 [[gnu::noinline]] void *take_slow(Storage &s, size_t size, size_t alignment) {
-    const size_t longest = (s.open ? s.open->size : FIRST_SEGMENT) / 2;
-    if (size <= longest && alignment <= MOST_SHARED_ALIGNMENT && extend(s)) {
+    size_t longest = (s.open ? s.open->size : first_segment) / 2;
+    if (size <= longest && alignment <= most_shared_alignment && extend(s)) {
         if (void *block = bump(s, s.open, size, alignment)) return block;
     }
     // Close to the limit there may be room for the block, though not for a whole segment.
@@ -242,32 +241,30 @@ bool extend(Storage &s) {
 // Takes the topmost block off its segment.
 void pop(Segment *segment, Pattern pattern) {
     Head *head = head_at(segment, segment->last);
-    const Head old = load(head);
+    Head old = load(head);
     store(head, Head{});
-    const size_t top = segment->last - sizeof(Head) - old.padding * UNIT;
+    size_t top = segment->last - sizeof(Head) - old.padding * unit;
     lost(at(segment, top), segment->top - top, pattern);
     segment->top = top;
-    segment->last = old.below * UNIT;
+    segment->last = old.below * unit;
 }
 
 void pop_dead(Segment *segment) {
-    while (segment->last && load(head_at(segment, segment->last)).state == DEAD) {
-        pop(segment, GIVEN_BACK);
-    }
+    while (segment->last && load(head_at(segment, segment->last)).state == dead)
+        pop(segment, given_back);
 }
 
 // Restores invariant 2 after blocks of a shared segment have gone.
 void settle(Storage &s, Segment *segment) {
-    if (segment->last == 0 && segment != s.open) release_shared(s, segment, GIVEN_BACK);
+    if (segment->last == 0 && segment != s.open) release_shared(s, segment, given_back);
     Segment *lower = s.open->older;
-    if (s.open->last == 0 && lower && lower->top <= lower->size / 2) {
-        release_shared(s, s.open, GIVEN_BACK);
-    }
+    if (s.open->last == 0 && lower && lower->top <= lower->size / 2)
+        release_shared(s, s.open, given_back);
 }
 
 bool inside(Segment *segment, const void *block) {
-    const auto p = reinterpret_cast<uintptr_t>(block), base = reinterpret_cast<uintptr_t>(segment);
-    return p >= base + OWN_BLOCK && p - base < segment->top && p % UNIT == 0;
+    auto p = reinterpret_cast<uintptr_t>(block), base = reinterpret_cast<uintptr_t>(segment);
+    return p >= base + own_block && p - base < segment->top && p % unit == 0;
 }
 
 Segment *find(Segment *newest, const void *block) {
@@ -276,12 +273,12 @@ Segment *find(Segment *newest, const void *block) {
 }
 
 void give_back_shared(Storage &s, Segment *segment, char *block) {
-    const auto offset = static_cast<size_t>(block - at(segment, 0));
+    auto offset = static_cast<size_t>(block - at(segment, 0));
     Head head = load(head_at(segment, offset));
-    if (head.state != LIVE || offset > segment->last) return misuse();
-    head.state = DEAD;
+    if (head.state != live || offset > segment->last) return misuse();
+    head.state = dead;
     store(head_at(segment, offset), head);
-    lost(block, head.length * UNIT, GIVEN_BACK);
+    lost(block, head.length * unit, given_back);
     if (offset != segment->last) return;
     pop_dead(segment);
     settle(s, segment);
@@ -289,20 +286,19 @@ void give_back_shared(Storage &s, Segment *segment, char *block) {
 
 // Releases what is newer than the moment. The last shared segment stays, empty, for what comes next.
 void rewind(Storage &s, uint64_t moment) {
-    while (s.own && s.own->moment > moment) release_own(s, s.own, REWOUND);
-    while (s.open && s.open->older && (s.open->last == 0 || s.open->moment > moment)) {
-        release_shared(s, s.open, REWOUND);
-    }
+    while (s.own && s.own->moment > moment) release_own(s, s.own, rewound);
+    while (s.open && s.open->older && (s.open->last == 0 || s.open->moment > moment))
+        release_shared(s, s.open, rewound);
     go_back(s, moment);
     Segment *segment = s.open;
     if (!segment || segment->last == 0) return;
     if (segment->moment > moment) {
-        lost(segment + 1, segment->top - sizeof(Segment), REWOUND);
+        lost(segment + 1, segment->top - sizeof(Segment), rewound);
         segment->top = sizeof(Segment);
         segment->last = 0;
         return;
     }
-    while (load(head_at(segment, segment->last)).moment > moment) pop(segment, REWOUND);
+    while (load(head_at(segment, segment->last)).moment > moment) pop(segment, rewound);
     pop_dead(segment);
     settle(s, segment);
 }
@@ -310,15 +306,15 @@ void rewind(Storage &s, uint64_t moment) {
 void close(ZuSMEMSTG *storage) {
     if (!storage) return;
     Storage &s = body(storage);
-    while (s.own) release_own(s, s.own, REWOUND);
-    while (s.open) release_shared(s, s.open, REWOUND);
+    while (s.own) release_own(s, s.own, rewound);
+    while (s.open) release_shared(s, s.open, rewound);
     Storage *parent = parent_of(s);
-    const bool made_here = (s.parent & 1) != 0;
+    bool made_here = (s.parent & 1) != 0;
     *storage = ZuSMEMSTG{};
     if (!made_here) return;
     if (!parent) return std::free(storage);
-    char *owner = reinterpret_cast<char *>(storage) - OWN_BLOCK;
-    release_own(*parent, reinterpret_cast<Segment *>(owner), GIVEN_BACK);
+    char *owner = reinterpret_cast<char *>(storage) - own_block;
+    release_own(*parent, reinterpret_cast<Segment *>(owner), given_back);
 }
 
 } // namespace
@@ -326,12 +322,13 @@ void close(ZuSMEMSTG *storage) {
 
 using namespace zu;
 
+extern "C" {
+
 ZuSMEMSTG *ZuSMEMSTGopen(void *header, uint64_t parent, uint64_t) {
     auto *above = reinterpret_cast<Storage *>(static_cast<uintptr_t>(parent));
     void *memory = header;
-    if (!memory) {
-        memory = above ? take_own(*above, sizeof(ZuSMEMSTG), UNIT) : std::malloc(sizeof(ZuSMEMSTG));
-    }
+    if (!memory)
+        memory = above ? take_own(*above, sizeof(ZuSMEMSTG), unit) : std::malloc(sizeof(ZuSMEMSTG));
     if (!memory) return nullptr;
     auto *storage = new (memory) ZuSMEMSTG{};
     body(storage).parent = static_cast<uintptr_t>(parent) | (header ? 0 : 1);
@@ -340,10 +337,10 @@ ZuSMEMSTG *ZuSMEMSTGopen(void *header, uint64_t parent, uint64_t) {
 
 void *ZuSMEMSTGaalloc(ZuSMEMSTG *storage, size_t size, size_t alignment, uint64_t) {
     if (!storage || (alignment & (alignment - 1))) return nullptr;
-    if (alignment < UNIT) alignment = UNIT;
+    if (alignment < unit) alignment = unit;
     Storage &s = body(storage);
     Segment *open = s.open;
-    if (open && size <= open->size / 2 && alignment <= MOST_SHARED_ALIGNMENT) {
+    if (open && size <= open->size / 2 && alignment <= most_shared_alignment) {
         if (void *block = bump(s, open, size, alignment)) return block;
     }
     return take_slow(s, size, alignment);
@@ -352,12 +349,11 @@ void *ZuSMEMSTGaalloc(ZuSMEMSTG *storage, size_t size, size_t alignment, uint64_
 void ZuSMEMSTGfree(ZuSMEMSTG *storage, void *block) {
     if (!storage || !block) return;
     Storage &s = body(storage);
-    if (Segment *shared = find(s.open, block)) {
+    if (Segment *shared = find(s.open, block))
         return give_back_shared(s, shared, static_cast<char *>(block));
-    }
     Segment *own = find(s.own, block);
     if (!own || at(own, own->last) != block) return misuse();
-    release_own(s, own, GIVEN_BACK);
+    release_own(s, own, given_back);
 }
 
 void ZuSMEMSTGgetstate(ZuSMEMSTATE *state, ZuSMEMSTG *storage) {
@@ -387,13 +383,14 @@ void ZuMEMSTGdestroy(ZuSMEMSTG *storage) { close(storage); }
 
 void ZuSMEMSTGsetlimit(ZuSMEMSTG *storage, size_t bytes) {
     if (!storage) return;
-    const size_t limit = bytes && bytes < MOST_DRAWN ? bytes / LIMIT_STEP + 1 : 0;
-    body(storage).limit_h = limit >> 16 & 0x1FFFF;
-    body(storage).limit_l = limit & 0xFFFF;
+    size_t limit = bytes && bytes < most_drawn ? bytes / limit_step + 1 : 0;
+    body(storage).limit_h = limit >> 16;
+    body(storage).limit_l = limit;
 }
 
-size_t ZuSMEMSTGdrawn(const ZuSMEMSTG *storage) { return storage ? body(storage).drawn * LINE : 0; }
+size_t ZuSMEMSTGdrawn(const ZuSMEMSTG *storage) { return storage ? body(storage).drawn * line : 0; }
 
 size_t ZuSMEMSTGpeak(const ZuSMEMSTG *storage) {
-    return storage ? body(storage).peak * PEAK_STEP : 0;
+    return storage ? body(storage).peak * peak_step : 0;
+}
 }
