@@ -21,12 +21,8 @@ Constants::Constants(uint32_t type, const double *values, const Call &call)
 }
 
 Operand Constants::operand() {
-    Operand o;
-    o.at = bytes_;
-    o.type = type_, o.size = element_size(type_);
-    o.channel = o.size, o.pixel = uint64_t{o.size} * channels_;
-    o.period = 1, o.length = length_;
-    return o;
+    uint32_t size = element_size(type_);
+    return {bytes_, 0, 0, uint64_t{size} * channels_, size, type_, size, 1, length_};
 }
 
 } // namespace kipx

@@ -17,12 +17,12 @@ struct KipxXE;
 namespace kipx {
 
 struct Operand {
-    char *at = nullptr;                                  // first element of the region
-    uint64_t plane = 0, row = 0, pixel = 0, channel = 0; // bytes from one to the next
-    uint32_t type = 0, size = 0;                         // type code; bytes of an element
+    char *at;                            // first element of the region; null for no operand
+    uint64_t plane, row, pixel, channel; // bytes from one to the next
+    uint32_t type, size;                 // type code; bytes of an element
     // A row that repeats itself, as constants do: after `period` pixels it reads as from its start,
     // and from any of these `length` pixels can be read in one run. 0 for an array.
-    uint32_t period = 0, length = 0;
+    uint32_t period, length;
 };
 
 struct Call {

@@ -11,6 +11,7 @@ int32_t flat_call(Call &call, KipxXE *xe, uint64_t flags, kipx_dims dims, const 
     if (!valid || axes < 2 || axes > 4) return KIPX_EINVAL;
     if (axes == 4) return KIPX_ENOTSUP;
     uint64_t entry = extent[axes - 1];
+    call.src[1].at = call.src[2].at = call.mask.at = nullptr;
     call.xe = xe;
     call.flags = (flags & 0xf0) == 0 ? flags | (entry & 0xf0) : flags;
     call.dst = flat_operand(axes, dst);

@@ -24,12 +24,15 @@ struct Flat {
 };
 
 inline Operand flat_operand(uint32_t axes, const Flat &f) {
-    Operand o;
-    o.at = static_cast<char *>(const_cast<void *>(f.at));
-    o.row = row_stride(axes, f.strides), o.pixel = pixel_stride(axes, f.strides);
-    o.channel = element_stride(axes, f.strides);
-    o.type = f.type, o.size = element_size(f.type);
-    return o;
+    return {static_cast<char *>(const_cast<void *>(f.at)),
+            0,
+            row_stride(axes, f.strides),
+            pixel_stride(axes, f.strides),
+            element_stride(axes, f.strides),
+            f.type,
+            element_size(f.type),
+            0,
+            0};
 }
 
 // 0, or what is wrong with the axes: KIPX_ENOTSUP for 4 of them where all types are valid.

@@ -25,7 +25,7 @@ template<class Function> int32_t each_plane(const Call &call, Function &&functio
 }
 
 inline Operand slice_operand(const kipx_operand &o) {
-    Operand out;
+    Operand out{};
     if (!o.base) return out;
     out.at = static_cast<char *>(o.base);
     for (uint32_t i = 0; i < 4; ++i) out.at += uint64_t{o.origin[i]} * o.strides[i];

@@ -90,7 +90,7 @@ const char *source_at(const Operand &o, const char *row, size_t done) {
 }
 
 Run run_at(const Sheet &s, const Cursor &at, size_t done, size_t n) {
-    Run run{};
+    Run run;
     run.dst = at.dst + done * s.c.dst.size;
     for (uint32_t i = 0; i < s.c.sources; ++i) run.src[i] = source_at(s.c.src[i], at.src[i], done);
     run.n = n, run.params = s.how.params, run.writing = Writing::cached;
@@ -167,9 +167,15 @@ Cursor cursor_of(const Call &c) {
     return {c.dst.at, {c.src[0].at, c.src[1].at, c.src[2].at}, c.mask.at};
 }
 
+// Rows of adjacent elements, as they are: a call of the loop each.
+void plain_row(const Sheet &s, const Cursor &at) {
+    s.how.loop({at.dst, {at.src[0], at.src[1], at.src[2]}, s.width, s.how.params, Writing::cached});
+}
+
 void work(const Sheet &s) {
     Cursor at = cursor_of(s.c);
-    auto row = s.direct && !s.how.convert ? dense_row : staged_row;
+    bool plain = !s.streaming && s.longest == SIZE_MAX;
+    auto row = !s.direct || s.how.convert ? staged_row : plain ? plain_row : dense_row;
     for (size_t y = 0; y < s.rows; ++y) {
         row(s, at);
         at.dst += s.c.dst.row;
