@@ -1,11 +1,15 @@
-// Element-wise arithmetic against exact numbers: every kernel and every public function, in every
-// layout, in the plain and in the vector form.
+// Element-wise arithmetic and logic against exact numbers: every public function, array level, typed
+// level and kernel, on every instruction set.
 #include <kipx/arith.h>
 #include <kipx/array.h>
+#include <kipx/logic.h>
+
+#include <cmath>
 
 #include <gtest/gtest.h>
 
 #include "support/arith_model.h"
+#include "support/conformance.h"
 #include "support/environment.h"
 #include "support/guarded.h"
 
@@ -13,290 +17,320 @@ using namespace kipx::test;
 
 namespace {
 
-Shape random_shape(Rng &rng, uint32_t type, uint32_t channels) {
-    Shape s;
-    s.type = type;
-    s.channels = channels;
-    s.layout = rng.pick(all_layouts);
-    s.edge = rng.one_in(2) ? Edge::last : Edge::first;
-    s.shift = rng.below(3) == 0 ? rng.below(64) : 0;
-    s.offset = static_cast<uint32_t>(rng.below(3)) * 8;
-    return s;
+constexpr uint32_t valid_codes[] = {1, 2, 3, 4, 9, 10, 11, 12, 13, 14, 15};
+
+std::vector<Types> types_with_kernels(const FunctionInfo &f, bool one_source) {
+    std::vector<Types> found;
+    for (uint32_t d : valid_codes)
+        for (uint32_t a : valid_codes)
+            for (uint32_t b : valid_codes)
+                if ((!one_source || a == b) && route_of(f, {d, a, b}).status == 0)
+                    found.push_back({d, a, b, 0});
+    return found;
 }
 
-// Which operand the destination is, beside being itself.
-enum class Place { apart, on_src1, on_src2, on_both };
+// ---- operations from the lists -----------------------------------------------------------------
 
-// One call on arrays of random layouts, made in both forms from the same bytes.
-struct Trial {
-    Rng &rng;
-    const Route route;
-    int32_t scale;
-    Place place;
-    Shape shapes[3]; // dst, src1, src2
-    std::vector<GuardedArray> arrays;
+using Two = Levels2<int32_t, int32_t>;
+using Constant = LevelsC<int32_t, int32_t>;
+struct Entries {
+    Two two;
+    Constant constant;
+};
+#define KIPX_ENTRIES(op, Name)                                                                     \
+    {{Kipx##Name, kipxa_##op, kipxa__##op}, {Kipx##Name##C, kipxa_##op##C, kipxa__##op##C}},
+#define KIPX_OP_ENTRIES(op, Name, triples, code, mirror) KIPX_ENTRIES(op, Name)
+#define KIPX_SIGNED_ENTRIES(op, Name, base, code) KIPX_ENTRIES(op, Name)
+// In the order of all_functions().
+const Entries all_entries[] = {KIPX_BINARY_OPS(KIPX_OP_ENTRIES)
+                                   KIPX_BINARY_SIGNED_OPS(KIPX_SIGNED_ENTRIES)};
 
-    Trial(Rng &random, const Route &r, ModelOp op, Triple types, int32_t s, Place p,
-          uint32_t channels)
-        : rng(random), route(r), scale(s), place(p) {
-        const uint32_t width = rng.pick(all_widths),
-                       height = 1 + static_cast<uint32_t>(rng.below(3));
-        const uint32_t codes[] = {types.dst, types.src1, types.src2};
-        for (int i = 0; i < 3; i++) {
-            shapes[i] = random_shape(rng, codes[i], channels);
-            shapes[i].width = width ? width : 1, shapes[i].height = height;
-            arrays.emplace_back(shapes[i]);
-            arrays[static_cast<size_t>(i)].fill(rng, Values::any);
-        }
-        avoid_zero_divisors(op, src1(), src2());
-    }
-    GuardedArray &dst() { return place == Place::apart ? arrays[0] : operand(); }
-    GuardedArray &src1() { return place == Place::on_src2 ? arrays[1] : operand(); }
-    GuardedArray &src2() { return place == Place::on_both ? operand() : arrays[2]; }
-    GuardedArray &operand() { return place == Place::on_src2 ? arrays[2] : arrays[1]; }
+Operation two_arrays(size_t i) {
+    const FunctionInfo &f = all_functions()[i];
+    Operation o{.name = f.name, .sources = 2};
+    o.types = types_with_kernels(f, false);
+    o.scales.assign(std::begin(all_scales), std::end(all_scales));
+    o.call = [i](Level level, const Arguments &a, const FlatArguments &flat) {
+        return all_entries[i].two(level, a, flat, a.scale, 77);
+    };
+    o.model = [&f](const Arguments &a, uint32_t, const uint64_t *bits) {
+        const Route route = route_of(f, {a.types[0], a.types[1], a.types[2]});
+        return model_element(route, a.scale, bits[0], bits[1], a.src[0] == a.src[1]);
+    };
+    o.prepare = [&f](Arguments &a) { avoid_zero_divisors(f.op, *a.src[0], *a.src[1]); };
+    return o;
+}
 
-    // Empty when both forms gave the model's elements and touched nothing else.
-    template<class Call> std::string run(Call &&call) {
-        const Elements a(src1()), b(src2());
-        const Snapshot before = dst().snapshot();
-        Snapshot after[2];
-        for (int vector : {0, 1}) {
-            SimdSwitch form(vector != 0);
-            dst().restore(before);
-            if (int32_t code = call(*this)) return text("returned " + std::to_string(code));
-            after[vector] = dst().snapshot();
-            const std::string wrong =
-                wrong_element(dst(), route, scale, a, b, place == Place::on_both);
-            if (!wrong.empty()) return text((vector ? "vector: " : "plain: ") + wrong);
-            for (GuardedArray *array : {&dst(), &src1(), &src2()})
-                if (!array->canaries_intact()) return text(array->damage());
-        }
-        if (after[0] != after[1]) return text("the two forms differ");
-        if (&dst() != &src1() && Elements(src1()).bits != a.bits) return text("src1 has changed");
-        if (&dst() != &src2() && Elements(src2()).bits != b.bits) return text("src2 has changed");
-        return {};
+// The narrowest type that holds all values: the source's own, s16, s32; else f32.
+uint32_t constant_type(const Arguments &a) {
+    for (uint32_t type : {a.types[1], uint32_t{KIPX_S16}, uint32_t{KIPX_S32}}) {
+        if (is_real(a.types[1])) break;
+        bool all = true;
+        for (double v : a.values)
+            all &= v == std::floor(v) && v >= static_cast<double>(lowest(type)) &&
+                   v <= static_cast<double>(highest(type));
+        if (all) return type;
     }
-    std::string text(const std::string &what) {
-        std::string all = what;
-        for (const Shape &s : shapes) all += "\n    " + describe(s);
-        return all;
-    }
+    return KIPX_F32;
+}
+
+uint64_t constant_bits(uint32_t type, double value) {
+    uint64_t bits = 0;
+    store_real(type, &bits, value);
+    return bits;
+}
+
+Operation with_constant(size_t i) {
+    const FunctionInfo &f = all_functions()[i];
+    Operation o{.name = std::string(f.name) + "C", .sources = 1, .has_values = true};
+    o.types = types_with_kernels(f, true);
+    o.scales.assign(std::begin(all_scales), std::end(all_scales));
+    o.call = [i](Level level, const Arguments &a, const FlatArguments &flat) {
+        return all_entries[i].constant(level, a, flat, a.scale, 77);
+    };
+    const auto route = [&f](const Arguments &a) {
+        return route_of(f, {a.types[0], a.types[1], constant_type(a)});
+    };
+    o.model = [=](const Arguments &a, uint32_t channel, const uint64_t *bits) {
+        const uint64_t b = constant_bits(constant_type(a), a.values[channel]);
+        return model_element(route(a), a.scale, bits[0], b);
+    };
+    // Values whose type has no kernel here, and divisors of 0, give way.
+    o.prepare = [=, &f](Arguments &a) {
+        if (route(a).status)
+            for (double &v : a.values) v = 3 + std::fabs(std::fmod(std::floor(v), 100));
+        for (double &v : a.values)
+            if (faults(f.op, KIPX_S32, 1, static_cast<uint64_t>(v))) v = 5;
+        avoid_zero_divisors(f.op, *a.src[0], *a.dst);
+    };
+    return o;
+}
+
+struct LogicEntry {
+    const char *name;
+    Levels2<> two;
+    LevelsC<> constant;
+    uint64_t (*of)(uint64_t, uint64_t);
+};
+const LogicEntry logic_entries[] = {
+    {"and",
+     {KipxAnd, kipxa_and, kipxa__and},
+     {KipxAndC, kipxa_andC, kipxa__andC},
+     [](uint64_t a, uint64_t b) { return a & b; }},
+    {"orr",
+     {KipxOrr, kipxa_orr, kipxa__orr},
+     {KipxOrrC, kipxa_orrC, kipxa__orrC},
+     [](uint64_t a, uint64_t b) { return a | b; }},
+    {"xor",
+     {KipxXor, kipxa_xor, kipxa__xor},
+     {KipxXorC, kipxa_xorC, kipxa__xorC},
+     [](uint64_t a, uint64_t b) { return a ^ b; }},
 };
 
-bool possible(Place place, Triple t) {
-    switch (place) {
-    case Place::on_src1:
-        return t.dst == t.src1;
-    case Place::on_src2:
-        return t.dst == t.src2;
-    case Place::on_both:
-        return t.dst == t.src1 && t.src1 == t.src2;
-    default:
-        return true;
-    }
+Operation logic(size_t i, bool constant) {
+    const LogicEntry &e = logic_entries[i];
+    Operation o{.name = std::string(e.name) + (constant ? "C" : ""), .sources = constant ? 1u : 2u};
+    for (Types t : {Types{1, 1, 1},
+                    {1, 9, 1},
+                    {9, 1, 9},
+                    {2, 10, 2},
+                    {10, 2, 10},
+                    {3, 11, 11},
+                    {11, 3, 11},
+                    {4, 4, 12},
+                    {12, 12, 12}})
+        o.types.push_back(t);
+    o.call = [&e, constant](Level level, const Arguments &a, const FlatArguments &flat) {
+        return constant ? e.constant(level, a, flat) : e.two(level, a, flat);
+    };
+    o.model = [&e, constant](const Arguments &a, uint32_t channel, const uint64_t *bits) {
+        uint64_t b = bits[1];
+        if (constant) {
+            const double v = std::nearbyint(a.values[channel]);
+            const double low = is_signed(a.types[1]) ? static_cast<double>(lowest(a.types[1])) : 0;
+            const double high = static_cast<double>(highest(a.types[1]));
+            b = 0;
+            store_integer(a.types[1], &b, static_cast<int64_t>(std::min(std::max(v, low), high)));
+        }
+        return e.of(bits[0], b);
+    };
+    // Beyond 2^53 neighbours of the ends are not numbers of binary64: nothing to saturate there.
+    o.prepare = [](Arguments &a) {
+        for (double &v : a.values) v = std::fmod(v, 1e6);
+    };
+    return o;
 }
-constexpr Place all_places[] = {Place::apart, Place::on_src1, Place::on_src2, Place::on_both};
+
+Operation complement() {
+    Operation o{.name = "not", .sources = 1};
+    for (uint32_t t : {1u, 2u, 3u, 4u, 9u, 10u, 11u, 12u}) o.types.push_back({t, t, 0, 0});
+    o.call = [](Level level, const Arguments &a, const FlatArguments &f) {
+        const FlatOperand &d = f.dst, &x = f.src[0];
+        if (level == Level::whole)
+            return KipxNot(a.xe, a.flags, a.dst->arr(), a.source(0), a.roi, a.at[0]);
+        if (level == Level::array)
+            return kipxa_not(a.xe, a.flags, f.dims, f.extent, d.type, d.base, d.origin, d.strides,
+                             x.type, x.base, x.origin, x.strides);
+        return kipxa__not(a.xe, a.flags, f.dims, f.extent, d.type, d.start, d.strides, x.type,
+                          x.start, x.strides);
+    };
+    o.model = [](const Arguments &a, uint32_t, const uint64_t *bits) {
+        return ~bits[0] & UINT64_MAX >> (64 - 8 * element_size(a.types[0]));
+    };
+    return o;
+}
+
+std::vector<Operation> all_operations() {
+    std::vector<Operation> all;
+    for (size_t i = 0; i < all_functions().size(); i++) {
+        all.push_back(two_arrays(i));
+        all.push_back(with_constant(i));
+    }
+    for (size_t i = 0; i < std::size(logic_entries); i++)
+        for (bool constant : {false, true}) all.push_back(logic(i, constant));
+    all.push_back(complement());
+    return all;
+}
+
+class Every : public testing::TestWithParam<Operation> {};
+TEST_P(Every, ConformsToItsModel) {
+    EXPECT_GE(GetParam().types.size(), 3u);
+    const int calls = GetParam().types.size() > 100 ? 6 : 25;
+    EXPECT_EQ(conform(GetParam(), 11, calls), "");
+}
+INSTANTIATE_TEST_SUITE_P(Operation, Every, testing::ValuesIn(all_operations()),
+                         [](const auto &p) { return p.param.name; });
 
 // ---- kernels -----------------------------------------------------------------------------------
 
-class EveryKernel : public testing::TestWithParam<ModelOp> {};
-
-TEST_P(EveryKernel, GivesTheModelsBitsInBothForms) {
-    const OpInfo &op = info(GetParam());
-    Rng rng(static_cast<uint64_t>(op.op) + 1);
-    for (const NamedKernel &k : op.kernels) {
-        int32_t status = -1;
-        ASSERT_EQ(op.table(k.types.dst, k.types.src1, k.types.src2, &status), k.kernel) << k.name;
-        ASSERT_EQ(status, 0);
-        const Route route{0, op.op, false, k.types, k.types.dst};
-        for (int32_t scale : all_scales) {
-            for (Place place : all_places) {
-                if (!possible(place, k.types)) continue;
-                Trial trial(rng, route, op.op, k.types, scale, place, 1);
-                const uint32_t extent[3] = {trial.shapes[0].height, trial.shapes[0].width, 1};
-                ASSERT_EQ(trial.run([&](Trial &t) {
-                    const kipx_arr &d = *t.dst().arr(), &a = *t.src1().arr(), &b = *t.src2().arr();
-                    return k.kernel(nullptr, 0, 3, extent, kipx_arr_base(&d), d.strides + 1,
-                                    kipx_arr_base(&a), a.strides + 1, kipx_arr_base(&b),
-                                    b.strides + 1, scale, 77);
-                }),
-                          "")
-                    << k.name;
-            }
-        }
-    }
-}
-
-std::string op_name(const testing::TestParamInfo<ModelOp> &p) { return info(p.param).name; }
-#define KIPX_OP_VALUE(op, Name, triples, code, mirror) ModelOp::op,
-INSTANTIATE_TEST_SUITE_P(Op, EveryKernel, testing::ValuesIn({KIPX_BINARY_OPS(KIPX_OP_VALUE)}),
-                         op_name);
-
-TEST(Kernels, NoRowsAndNoPixelsTouchNothing) {
-    const uint32_t strides[3] = {64, 1, 1};
-    for (const OpInfo &op : all_ops()) {
+TEST(Kernels, StandInTheirTablesAndGiveTheModelsBits) {
+    Rng rng(7);
+    for (const OpInfo &op : all_ops())
         for (const NamedKernel &k : op.kernels) {
-            for (uint32_t empty : {0u, 1u}) {
-                uint32_t extent[3] = {3, 5, 1};
-                extent[empty] = 0;
-                const GuardedBytes none(1);
-                unsigned char *past = none.data() + 1; // faults when touched
-                EXPECT_EQ(k.kernel(nullptr, 0, 3, extent, past, strides, past, strides, past,
-                                   strides, 0, 0),
-                          0);
-            }
+            int32_t status = -1;
+            ASSERT_EQ(op.table(k.types.dst, k.types.src1, k.types.src2, &status), k.kernel)
+                << k.name;
+            ASSERT_EQ(status, 0);
+            Shape s;
+            s.width = 67, s.height = 2, s.layout = Layout::odd_pixels;
+            s.type = k.types.dst;
+            GuardedArray dst(s);
+            s.type = k.types.src1;
+            GuardedArray a(s);
+            s.type = k.types.src2;
+            GuardedArray b(s);
+            a.fill(rng, Values::any), b.fill(rng, Values::any);
+            avoid_zero_divisors(op.op, a, b);
+            const int32_t scale = rng.pick(all_scales);
+            const uint32_t extent[3] = {2, 67, 1};
+            SimdSwitch form(rng.pick(all_sets()));
+            ASSERT_EQ(k.kernel(nullptr, 0, 3, extent, kipx_arr_base(dst.arr()),
+                               dst.arr()->strides + 1, kipx_arr_base(a.arr()), a.arr()->strides + 1,
+                               kipx_arr_base(b.arr()), b.arr()->strides + 1, scale, 77),
+                      0);
+            const Route route{0, op.op, false, k.types, k.types.dst};
+            ASSERT_EQ(wrong_element(dst, route, scale, Elements(a), Elements(b)), "") << k.name;
+            ASSERT_EQ(dst.damage(), "");
+            // No rows, no pixels: nothing is touched.
+            const uint32_t none[2][3] = {{0, 67, 1}, {2, 0, 1}};
+            const GuardedBytes edge(1);
+            void *past = edge.data() + 1; // faults when touched
+            for (const uint32_t *empty : none)
+                EXPECT_EQ(
+                    k.kernel(nullptr, 0, 3, empty, past, extent, past, extent, past, extent, 0, 0),
+                    0);
         }
-    }
 }
 
-// Enough elements for the destination to be written past the cache.
-TEST(Kernels, LargeArraysGiveTheSameBits) {
+// Enough elements for the destination to be written past the cache, and for a narrowed row to go
+// through its buffer more than once; a constant as well.
+TEST(Large, ArraysGiveTheSameBits) {
     struct {
-        ModelOp op;
+        size_t function;
         Triple t;
         uint32_t width, shift;
-    } const cases[] = {
-        {ModelOp::add, {1, 1, 1}, 6 << 20, 3},     {ModelOp::mul, {1, 1, 1}, 6 << 20, 0},
-        {ModelOp::subq, {10, 10, 10}, 3 << 20, 2}, {ModelOp::add, {13, 13, 13}, 3 << 19, 4},
-        {ModelOp::add, {13, 13, 13}, 3 << 19, 1},  {ModelOp::add, {11, 1, 1}, 3 << 20, 8}};
+    } const cases[] = {{0, {1, 1, 1}, 6 << 20, 3},    {6, {1, 1, 1}, 6 << 20, 0},
+                       {3, {10, 10, 10}, 3 << 20, 2}, {0, {13, 13, 13}, 3 << 19, 4},
+                       {0, {13, 13, 13}, 3 << 19, 1}, {0, {11, 1, 1}, 3 << 20, 8},
+                       {0, {1, 11, 10}, 1 << 18, 0}};
+    Environment xe;
     Rng rng(9);
     for (const auto &c : cases) {
-        const size_t size[] = {element_size(c.t.dst), element_size(c.t.src1)};
+        const FunctionInfo &f = all_functions()[c.function];
+        const Route route = route_of(f, c.t);
+        const size_t size[] = {element_size(c.t.dst), element_size(c.t.src1),
+                               element_size(c.t.src2)};
         const size_t n = c.width + 37;
-        const GuardedBytes dst(n * size[0], Edge::last, c.shift), a(n * size[1]), b(n * size[1]);
+        const GuardedBytes dst(n * size[0], Edge::last, c.shift), a(n * size[1]), b(n * size[2]);
         for (size_t i = 0; i < n * size[1]; i++)
-            a.data()[i] = static_cast<unsigned char>(i * 37 >> 3),
+            a.data()[i] = static_cast<unsigned char>(i * 37 >> 3);
+        for (size_t i = 0; i < n * size[2]; i++)
             b.data()[i] = static_cast<unsigned char>(i * 91 >> 5);
         const uint32_t extent[3] = {1, static_cast<uint32_t>(n), 1};
-        const auto step = [&](int i) { return static_cast<uint32_t>(size[i]); };
-        const uint32_t to[3] = {0, step(0), step(0)}, from[3] = {0, step(1), step(1)};
-        for (int32_t scale : {0, -1, -3, 2}) {
-            SimdSwitch on(true);
-            int32_t status;
-            info(c.op).table(c.t.dst, c.t.src1, c.t.src2, &status)(
-                nullptr, 0, 3, extent, dst.data(), to, a.data(), from, b.data(), from, scale, 0);
-            for (size_t k = 0; k < 4000; k++) {
-                // Both ends densely, the middle here and there.
-                const size_t i = k < 400 ? k : k < 800 ? n - 1 - (k - 400) : rng.below(n);
-                const uint64_t x = load_bits(c.t.src1, a.data() + i * size[1]);
-                const uint64_t y = load_bits(c.t.src2, b.data() + i * size[1]);
-                ASSERT_EQ(load_bits(c.t.dst, dst.data() + i * size[0]),
-                          model_element(c.op, c.t, scale, x, y))
-                    << info(c.op).name << " element " << i << " scale " << scale;
-            }
-            ASSERT_TRUE(dst.canaries_intact());
-        }
+        const auto strides = [&](size_t i) {
+            const auto s = static_cast<uint32_t>(size[i]);
+            return std::array<uint32_t, 3>{0, s, s};
+        };
+        const auto to = strides(0), x = strides(1), y = strides(2);
+        const double values[1] = {3};
+        for (int32_t set : all_sets())
+            for (int32_t scale : {0, -1, -3, 2})
+                for (bool constant : {false, true}) {
+                    SimdSwitch form(set);
+                    if (constant)
+                        all_entries[c.function].constant.typed(
+                            xe, 0, 3, extent, c.t.dst, dst.data(), to.data(), c.t.src1, a.data(),
+                            x.data(), values, scale, 0);
+                    else
+                        all_entries[c.function].two.typed(xe, 0, 3, extent, c.t.dst, dst.data(),
+                                                          to.data(), c.t.src1, a.data(), x.data(),
+                                                          c.t.src2, b.data(), y.data(), scale, 0);
+                    Arguments args;
+                    args.types = {c.t.dst, c.t.src1}, args.values = {3};
+                    const uint32_t type = constant ? constant_type(args) : c.t.src2;
+                    const Route way = constant ? route_of(f, {c.t.dst, c.t.src1, type}) : route;
+                    for (size_t k = 0; k < 2000; k++) {
+                        // Both ends densely, the middle here and there.
+                        const size_t i = k < 400 ? k : k < 800 ? n - 1 - (k - 400) : rng.below(n);
+                        const uint64_t p = load_bits(c.t.src1, a.data() + i * size[1]);
+                        const uint64_t q = constant ? constant_bits(type, 3)
+                                                    : load_bits(c.t.src2, b.data() + i * size[2]);
+                        ASSERT_EQ(load_bits(c.t.dst, dst.data() + i * size[0]),
+                                  model_element(way, scale, p, q))
+                            << f.name << " element " << i << " scale " << scale << " set " << set;
+                    }
+                    ASSERT_TRUE(dst.canaries_intact());
+                }
     }
 }
 
 // ---- the test's own eyes -----------------------------------------------------------------------
 
-TEST(TheComparison, NoticesOneWrongBit) {
-    Rng rng(4);
-    const FunctionInfo &add = all_functions()[0];
-    for (uint32_t type : {1u, 10u, 11u, 13u}) {
-        const Triple t{type, type, type};
-        Trial trial(rng, route_of(add, t), ModelOp::add, t, 0, Place::apart, 2);
-        const auto call = [&](unsigned wrong_bit) {
-            return trial.run([&](Trial &x) {
-                const int32_t code = KipxAdd(nullptr, 0, x.dst().arr(), x.src1().arr(),
-                                             x.src2().arr(), nullptr, nullptr, nullptr, 0, 0);
-                if (wrong_bit < 64) {
-                    const Shape &s = x.shapes[0];
-                    unsigned char *element = x.dst().address({s.height - 1, s.width - 1, 1});
-                    element[wrong_bit / 8] ^= static_cast<unsigned char>(1 << wrong_bit % 8);
-                }
-                return code;
-            });
+TEST(Conformance, NoticesWhatIsPlanted) {
+    const auto planted = [](auto &&harm) {
+        Operation o = two_arrays(0);
+        o.types = {{1, 1, 1, 0}};
+        o.call = [inner = o.call, harm](Level level, const Arguments &a, const FlatArguments &f) {
+            const int32_t code = inner(level, a, f);
+            if (!a.flags) harm(a, f);
+            return code;
         };
-        EXPECT_EQ(call(64), "");
-        for (unsigned bit = 0; bit < 8 * element_size(type); bit++) EXPECT_NE(call(bit), "");
-    }
-}
-
-// ---- public functions --------------------------------------------------------------------------
-
-constexpr uint32_t valid_codes[] = {1, 2, 3, 4, 9, 10, 11, 12, 13, 14, 15};
-
-// Arrays of any code: elements of codes without a size are bytes that nobody may read.
-Trial public_trial(Rng &rng, const FunctionInfo &f, Triple t, int32_t scale, Place place) {
-    return Trial(rng, route_of(f, t), f.op, t, scale, place,
-                 1 + static_cast<uint32_t>(rng.below(4)));
-}
-
-int32_t call(const FunctionInfo &f, Trial &t, KipxXE *xe, uint64_t flags = 0) {
-    const kipx_arr *first = t.place == Place::on_src1 && t.rng.one_in(2) ? nullptr : t.src1().arr();
-    return f.function(xe, flags, t.dst().arr(), first, t.src2().arr(), nullptr, nullptr, nullptr,
-                      t.scale, 0);
-}
-
-class EveryFunction : public testing::TestWithParam<size_t> {};
-
-TEST_P(EveryFunction, TakesEveryTripleOfTypesOrRefusesIt) {
-    const FunctionInfo &f = all_functions()[GetParam()];
-    Rng rng(GetParam() + 100);
-    Environment xe;
-    int done = 0;
-    for (uint32_t d : valid_codes)
-        for (uint32_t a : valid_codes)
-            for (uint32_t b : valid_codes) {
-                const Triple t{d, a, b};
-                const Route route = route_of(f, t);
-                if (route.status) {
-                    kipx_arr none[3] = {};
-                    unsigned char bytes[3][8] = {};
-                    const uint32_t codes[] = {d, a, b};
-                    for (int i = 0; i < 3; i++) {
-                        for (uint32_t &v : none[i].volume) v = 1;
-                        none[i].naxes = 3, none[i].type = codes[i], none[i].base = bytes[i];
-                    }
-                    ASSERT_EQ(f.function(xe, 0, none, none + 1, none + 2, nullptr, nullptr, nullptr,
-                                         0, 0),
-                              KIPX_ENOTSUP)
-                        << f.name << " " << d << " " << a << " " << b;
-                    continue;
-                }
-                done++;
-                for (int32_t scale : all_scales)
-                    for (Place place : all_places) {
-                        if (!possible(place, t) || (place != Place::apart && scale % 2)) continue;
-                        Trial trial = public_trial(rng, f, t, scale, place);
-                        ASSERT_EQ(trial.run([&](Trial &x) { return call(f, x, xe); }), "")
-                            << f.name << " " << type_name(d) << type_name(a) << type_name(b);
-                    }
-            }
-    EXPECT_GE(done, 3);
-}
-
-std::string function_name(const testing::TestParamInfo<size_t> &p) {
-    return all_functions()[p.param].name;
-}
-INSTANTIATE_TEST_SUITE_P(Op, EveryFunction, testing::Range(size_t{0}, all_functions().size()),
-                         function_name);
-
-// Rows so wide, and images so high, that the buffer of narrowed work is used more than once.
-TEST(Narrowing, GoesThroughManyBlocks) {
-    Rng rng(12);
-    Environment xe;
-    const FunctionInfo &add = all_functions()[0];
-    for (uint32_t width : {1u, 700u, 5000u})
-        for (uint32_t channels : {1u, 3u}) {
-            Shape s;
-            s.width = width, s.height = width < 700 ? 5000 : 23, s.channels = channels;
-            s.layout = channels == 1 ? Layout::odd_rows : Layout::padded_pixels;
-            const Triple t{KIPX_U8, KIPX_S32, KIPX_S16};
-            s.type = t.dst;
-            GuardedArray dst(s);
-            s.type = t.src1;
-            GuardedArray a(s);
-            s.type = t.src2;
-            GuardedArray b(s);
-            a.fill(rng, Values::small), b.fill(rng);
-            ASSERT_EQ(KipxAdd(xe, 0, dst.arr(), a.arr(), b.arr(), nullptr, nullptr, nullptr, -3, 0),
-                      0);
-            EXPECT_EQ(wrong_element(dst, route_of(add, t), -3, Elements(a), Elements(b)), "");
-            EXPECT_TRUE(dst.canaries_intact());
-        }
+        return conform(o, 5, 40);
+    };
+    using A = const Arguments &;
+    using F = const FlatArguments &;
+    const auto touch = [](void *at) { *static_cast<unsigned char *>(at) ^= 1; };
+    EXPECT_EQ(planted([](A, F) {}), "");
+    EXPECT_NE(planted([=](A, F f) { touch(f.dst.start); }), "");
+    EXPECT_NE(planted([=](A a, F) { touch(a.dst->address({0, 0}) - 1); }), "");
+    EXPECT_NE(planted([=](A a, F f) {
+                  if (a.src[1] != a.dst) touch(f.src[1].start);
+              }),
+              "");
+    EXPECT_NE(planted([=](A a, F f) {
+                  if (kipx_simd_set(0) == all_sets().back() && a.scale == 0) touch(f.dst.start);
+              }),
+              "");
 }
 
 } // namespace

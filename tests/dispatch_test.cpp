@@ -271,34 +271,17 @@ TEST(Flags, ProbeAndPrepareTouchNoPixel) {
 
 // ---- sources -----------------------------------------------------------------------------------
 
-TEST(Sources, ExchangeWithTheirOperation) {
-    Rng rng(8);
-    Environment xe;
-    for (const FunctionInfo &f : all_functions())
-        for (const FunctionInfo &g : all_functions()) {
-            if (g.op != info(f.op).mirror || g.into_signed != f.into_signed) continue;
-            for (uint32_t d : {1u, 10u, 11u, 13u})
-                for (uint32_t t1 : {1u, 10u, 11u, 13u})
-                    for (uint32_t t2 : {1u, 10u, 11u, 13u}) {
-                        Shape s;
-                        s.width = 33, s.height = 2;
-                        s.type = d;
-                        GuardedArray x(s), y(s);
-                        x.fill_integer(0), y.fill_integer(0);
-                        s.type = t1;
-                        GuardedArray a(s);
-                        s.type = t2;
-                        GuardedArray b(s);
-                        a.fill(rng, Values::nonzero), b.fill(rng, Values::nonzero);
-                        const auto call = [&](const FunctionInfo &h, GuardedArray &to,
-                                              GuardedArray &p, GuardedArray &q) {
-                            return h.function(xe, 0, to.arr(), p.arr(), q.arr(), nullptr, nullptr,
-                                              nullptr, -1, 0);
-                        };
-                        const int32_t code = call(f, x, a, b);
-                        ASSERT_EQ(code, call(g, y, b, a)) << f.name;
-                        ASSERT_EQ(Elements(x).bits, Elements(y).bits) << f.name;
-                    }
+TEST(TypedLevel, TakesTwoOrThreeAxes) {
+    uint8_t bytes[3] = {1, 2, 3};
+    const uint32_t extent[4] = {1, 1, 1, 1}, strides[4] = {1, 1, 1, 1};
+    const int32_t codes[] = {KIPX_EINVAL, KIPX_EINVAL, 0, 0, KIPX_ENOTSUP, KIPX_EINVAL};
+    for (uint32_t n = 0; n < 6; n++)
+        for (uint32_t type : {1u, 5u}) {
+            bytes[0] = 1;
+            const int32_t code = kipxa__add(nullptr, 0, n, extent, type, bytes, strides, type,
+                                            bytes + 1, strides, type, bytes + 2, strides, 0, 0);
+            EXPECT_EQ(code, type == 5 ? KIPX_EINVAL : codes[n]) << n;
+            EXPECT_EQ(bytes[0], code ? 1 : 5);
         }
 }
 

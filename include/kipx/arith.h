@@ -1,11 +1,11 @@
-/* kipx/arith.h - element-wise arithmetic of two arrays.
+/* kipx/arith.h - element-wise arithmetic of two arrays, and of an array and a constant.
  *
  * Every destination element is computed from the elements at the same place in two sources. All
  * public functions take
  *
  *   xe      the environment; may be null where no scratch is needed (it is needed when the first
  *           source's elements are wider than the destination's, u8 from s16 excepted)
- *   flags   KIPX_FLAG_*; bit 1 asks for the plain form of the row loops
+ *   flags   KIPX_FLAG_*; KIPX_FLAG_PLAIN asks for the plain form of the row loops
  *   dst     result; src1, src2: sources, of 1 to 4 channels, as many as dst
  *   src1    null: dst is the first source (in place)
  *   roi     region of the destination (null: all of it). It never moves a source. Channels that it
@@ -47,6 +47,13 @@
  * When the first source is wider than the destination (u8 from s16 excepted) the result is formed in
  * the first source's type, scale and wrap included, and converted from there: to nearest even,
  * saturated, NaN to the smallest value or 0 for unsigned ones.
+ *
+ * The constant forms, KipxAddC to KipxRDivrC, take one number per channel of dst in the place of the
+ * second array (values; null is KIPX_EINVAL) and give what an array of it would give. Its type is the
+ * source's for floating sources, else the narrowest of the source's own, s16 and s32 that holds the
+ * numbers of all channels as they are, else f32 (to nearest): u8 times 0.5 is rounded and saturated
+ * in f32, u8 plus 12 wraps. The divisions of integers have no kernel for a constant that the
+ * source's type does not hold: KIPX_ENOTSUP.
  *
  * A source may be the destination itself, at the same place with the same strides and element size.
  * Any other sharing of bytes with the destination is KIPX_EINVAL, and so is a destination whose own

@@ -62,16 +62,24 @@ KIPX_API void KipxXEfreea(KipxXE *xe, void *block);
 /* The stack's mark into state (a stack is opened when there is none), and back to it. */
 KIPX_API void KipxXEgetmmsp(KipxXE *xe, kipx_mmstate *state);
 KIPX_API void KipxXEsetmmsp(KipxXE *xe, const kipx_mmstate *state);
-/* 1 when vectorised kernels may be used, else 0; flag bit 1 set asks for none and gives 0. */
+/* 1 when vectorised kernels may be used, else 0; KIPX_FLAG_PLAIN asks for none and gives 0. */
 KIPX_API int32_t KipxXEuseSimd(KipxXE *xe, uint64_t flags);
 
 /* The vectorisation switch, the library's one piece of global state: -1 not yet decided, 0 off, else
  * on. A query decides an undecided switch, to off, and leaves a decided one alone; the probe
  * __kipx_use_simd turns it off whatever it was, and returns 0. All forms of a kernel give the same
- * bits. */
+ * bits.
+ *
+ * kipx_set_simd (KIPX_SIMD_BEST), or any value not named here, uses the best instruction set that the
+ * processor has; KIPX_SIMD_AVX2 and KIPX_SIMD_AVX512 use that set and no better one, and where the
+ * processor lacks it the best below. Switched off, kernels run in the form that every processor of
+ * the architecture has. */
+enum { KIPX_SIMD_OFF = 0, KIPX_SIMD_BEST = 1, KIPX_SIMD_AVX2 = 2, KIPX_SIMD_AVX512 = 3 };
 KIPX_API int32_t kipx_use_simd(uint64_t flags);
 KIPX_API int32_t __kipx_use_simd(void);
 KIPX_API void kipx_set_simd(int32_t value);
+/* The set that kernels run on with these flags: KIPX_SIMD_OFF, KIPX_SIMD_AVX2 or KIPX_SIMD_AVX512. */
+KIPX_API int32_t kipx_simd_set(uint64_t flags);
 
 /* The memory stack by itself: the functions of zu/zu.h under this library's names. */
 KIPX_API kipx_mmstack *kipx_mmstack_open(void *storage, uint64_t param);

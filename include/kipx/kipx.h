@@ -6,6 +6,7 @@
 #include <kipx/array.h>
 #include <kipx/env.h>
 #include <kipx/error.h>
+#include <kipx/logic.h>
 #include <kipx/region.h>
 #include <kipx/shape.h>
 #include <kipx/sort.h>

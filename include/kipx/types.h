@@ -41,6 +41,7 @@ enum {
 
 /* Flag bits that every image operation knows. */
 #define KIPX_FLAG_PREPARE UINT64_C(0x1)     /* check everything, choose the kernel, touch no pixel */
+#define KIPX_FLAG_PLAIN UINT64_C(0x2)       /* kernels in their plain form, whatever the switch says */
 #define KIPX_FLAG_PROBE UINT64_C(0x1000000) /* check everything, then answer KIPX_EAGAIN */
 
 /* Number of axes in the low 4 bits; number of unused leading slots in bits 4-7. */

@@ -5,33 +5,13 @@
 #include <kipx/arith.h>
 #include <kipx/array.h>
 
+#include "arith/arith_shapes.h"
 #include "arith/typed_arith.h"
 #include "core/stamp.h"
 
 using namespace kipx;
 
 namespace {
-
-// The destination leads; the second source meets its region first. In place it is the first source.
-constexpr Shape two_arrays{
-    .anchor = slot_dst,
-    .sources = 2,
-    .partners = 2,
-    .partner = {{slot_src2, Fit::like, Meet::rest}, {slot_src1, Fit::like, Meet::box}},
-    .stands_in = slot_src1,
-    .planes = false,
-    .overlap = false,
-    .most_channels = 4,
-    .no_rows = KIPX_EEMPTY};
-constexpr Shape array_and_constant{.anchor = slot_dst,
-                                   .sources = 1,
-                                   .partners = 1,
-                                   .partner = {{slot_src1, Fit::like, Meet::box}},
-                                   .stands_in = slot_src1,
-                                   .planes = false,
-                                   .overlap = false,
-                                   .most_channels = 4,
-                                   .no_rows = KIPX_EEMPTY};
 
 using Work = int32_t (*)(ArithOp op, uint32_t dst_type_bits, Call &call);
 template<Work work, ArithOp op, uint32_t dst_type_bits> int32_t worker(Call &call) {
@@ -138,7 +118,7 @@ int32_t kipx_constant(uint32_t code, KipxXE *xe, uint64_t flags, const kipx_arr 
 #define KIPX_LEVELS(op, Name, base, bits)                                                          \
     KIPX_STAMP_2(op, Name, KIPX_TAIL_SCALED, two_arrays, Scaled(scale, aux),                       \
                  (worker<work_arith, ArithOp::base, bits>))                                        \
-    KIPX_STAMP_C(op##C, Name##C, KIPX_TAIL_SCALED, array_and_constant, Scaled(scale, aux, values), \
+    KIPX_STAMP_C(op##C, Name##C, KIPX_TAIL_SCALED, one_array, Scaled(scale, aux, values),          \
                  (worker<work_constant, ArithOp::base, bits>))
 #define KIPX_OP_LEVELS(op, Name, triples, code, mirror) KIPX_LEVELS(op, Name, op, 0)
 #define KIPX_SIGNED_LEVELS(op, Name, base, code) KIPX_LEVELS(op, Name, base, 8)

@@ -1,11 +1,12 @@
-// arith/arith_avx512.h - loops of 512-bit intrinsics, where they beat the compiled ones. Row files
-// only.
+// arith/arith_avx512.h - loops of 512-bit intrinsics, where they beat the compiled ones. For row
+// files only.
 //
 // Gives    quotients of bytes by table reciprocals, truncated and rounded; quotients of s16 by
-//          refined reciprocals; scaled sums and products of s16 in exact 32-bit pairs.
+//          refined reciprocals; scaled sums, differences and products of bytes in bytes and words;
+//          the same of s16 in exact 32-bit pairs.
 // Promises the results of arith_values.h for every input, whatever a processor's reciprocal
-//          approximation gives within its documented error. Divisors hold no zero, but for the
-//          rounded quotient.
+//          approximation gives within its documented error. What is computed for a divisor of 0 is
+//          used only by the rounded quotient.
 #pragma once
 
 #include "arith/arith_values.h"
@@ -14,8 +15,7 @@
 
 namespace kipx::KIPX_SET {
 
-// Calls lanes(a, b) -> __m512i on 64 bytes at a time of rows of T; the rest goes through a padded
-// vector, filled with ones so that it may divide.
+// Calls lanes(a, b) -> __m512i on 64 bytes at a time of rows of T; what is past the end is 0.
 template<class T, class Lanes>
 inline void row_of_vectors(void *dst, const void *a, const void *b, size_t n, bool streamed,
                            Lanes lanes) {
@@ -31,9 +31,8 @@ inline void row_of_vectors(void *dst, const void *a, const void *b, size_t n, bo
     }
     if (i < bytes) {
         __mmask64 rest = _cvtu64_mask64(~UINT64_C(0) >> (64 - (bytes - i)));
-        __m512i ones = _mm512_set1_epi8(1);
-        __m512i out = lanes(_mm512_mask_loadu_epi8(ones, rest, x + i),
-                            _mm512_mask_loadu_epi8(ones, rest, y + i));
+        __m512i out =
+            lanes(_mm512_maskz_loadu_epi8(rest, x + i), _mm512_maskz_loadu_epi8(rest, y + i));
         _mm512_mask_storeu_epi8(to + i, rest, out);
     }
 }
@@ -163,8 +162,9 @@ inline void row_of_scaled_byte_sums(void *dst, const void *a, const void *b, siz
                   rest = _mm_cvtsi32_si128(static_cast<int>(k - 2));
     const bool halves = k == 2;
     row_of_vectors<u8>(dst, a, b, n, streamed, [=](__m512i x, __m512i y) {
-        if constexpr (!same<Op, op_add> && !same<Op, op_addq>) {
-            constexpr bool reversed = same<Op, op_rsub> || same<Op, op_rsubq>;
+        static_assert(Op::form != Form::other);
+        if constexpr (Op::form != Form::sum) {
+            constexpr bool reversed = Op::form == Form::reversed_difference;
             x = reversed ? _mm512_subs_epu8(y, x) : _mm512_subs_epu8(x, y);
             y = _mm512_setzero_si512();
         }

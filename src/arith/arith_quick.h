@@ -1,9 +1,10 @@
 // arith/arith_quick.h - shorter ways to the same bits for bytes and s16. For row files only.
 //
 // Gives    Quick<Op, D, A, B>: none(a, b) for the unscaled result, half(a, b) for the result times
-//          1/2, where there is a form in the elements' own width; pair<...> loops that work on the
-//          even and the odd bytes of a vector as 16-bit lanes; byte quotients by reciprocals.
-// Promises exact for every input, as the exhaustive tests of the byte operations show.
+//          1/2, where there is a form in the elements' own width; row_of_bytes(), products and
+//          scaled sums on the even and the odd bytes of a vector as 16-bit lanes.
+// Promises exact for every input, as the exhaustive tests of the byte operations show. An operation
+//          whose form is not named goes none of these ways.
 #pragma once
 
 #include "arith/arith_values.h"
@@ -126,6 +127,7 @@ inline Words at_most_255(Words r) { return r < 255 ? r : Words{} + 255; }
 template<class Op>
 inline bool row_of_bytes(void *dst, const void *a, const void *b, size_t n, const ArithScale &s,
                          bool streamed) {
+    static_assert(Op::kind == Kind::product || Op::form != Form::other);
     const u32 k = s.shift;
     const u16 bias = static_cast<u16>(k ? (1 << (k - 1)) - 1 : 0), odd = k ? 1 : 0;
     if (k > 9) return false;

@@ -12,60 +12,96 @@
 namespace kipx::KIPX_SET {
 namespace {
 
-template<class D, class A, class B>
-inline constexpr bool all_bytes = same<D, u8> &&same<A, u8> &&same<B, u8>;
+// One run as the ways below take it.
+struct Row {
+    void *dst;
+    const void *a, *b;
+    size_t n;
+    const ArithScale &scale;
+    bool streamed;
+};
 
-// The loops of a sum or product: one per mode of the scale, and the short ways where there are any.
-template<class Op, class D, class A, class B>
-void row_exact(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale,
-               bool streamed) {
-    using W = Wide<D, A, B>;
-    using Short = Quick<Op, D, A, B>;
-    auto result = [](A x, B y) { return Op::of(static_cast<W>(x), static_cast<W>(y)); };
+template<class T, class D, class A, class B>
+inline constexpr bool all_of = same<D, T> &&same<A, T> &&same<B, T>;
+// Products and sums of a known form have ways that compute with what they are.
+template<class Op>
+inline constexpr bool known = Op::kind == Kind::product || Op::form != Form::other;
+
+// ---- shorter ways for sums and products; each answers whether it was one for this row ----
+
+template<class Op, class D, class A, class B> bool scaled_bytes([[maybe_unused]] const Row &r) {
 #if defined(__AVX512VBMI__)
-    if constexpr (all_bytes<D, A, B>)
-        if (scale.mode == ScaleMode::down && scale.shift >= 2) {
-            if constexpr (Op::kind == Kind::product) {
-                if (scale.shift <= 9)
-                    return row_of_scaled_byte_products(dst, a, b, n, scale.shift, streamed);
-            } else if (scale.shift <= 8) {
-                return row_of_scaled_byte_sums<Op>(dst, a, b, n, scale.shift, streamed);
-            }
-        }
-#endif
-    if constexpr (all_bytes<D, A, B>) {
-        bool pairs = scale.mode == ScaleMode::down && scale.shift > 1;
-        if constexpr (Op::kind == Kind::product) pairs = scale.mode != ScaleMode::up;
-        if (pairs && row_of_bytes<Op>(dst, a, b, n, scale, streamed)) return;
+    if constexpr (all_of<u8, D, A, B> && Op::kind == Kind::product) {
+        if (r.scale.mode != ScaleMode::down || r.scale.shift < 2 || r.scale.shift > 9) return false;
+        return row_of_scaled_byte_products(r.dst, r.a, r.b, r.n, r.scale.shift, r.streamed), true;
+    } else if constexpr (all_of<u8, D, A, B> && known<Op>) {
+        if (r.scale.mode != ScaleMode::down || r.scale.shift < 2 || r.scale.shift > 8) return false;
+        return row_of_scaled_byte_sums<Op>(r.dst, r.a, r.b, r.n, r.scale.shift, r.streamed), true;
     }
-    if constexpr (requires { &Short::half; })
-        if (scale.mode == ScaleMode::down && scale.shift == 1)
-            return row_of_elements<D, A, B>(dst, a, b, n, streamed,
-                                            [](A x, B y) { return Short::half(x, y); });
-
-#if defined(__AVX512VBMI__)
-    if constexpr (same<D, s16> && same<A, s16> && same<B, s16>)
-        if (scale.mode == ScaleMode::down)
-            return row_of_scaled_words<Op>(dst, a, b, n, scale.factor, streamed);
 #endif
-    switch (scale.mode) {
+    return false;
+}
+
+template<class Op, class D, class A, class B> bool paired_bytes([[maybe_unused]] const Row &r) {
+    if constexpr (all_of<u8, D, A, B> && known<Op>) {
+        bool pairs = r.scale.mode == ScaleMode::down && r.scale.shift > 1;
+        if constexpr (Op::kind == Kind::product) pairs = r.scale.mode != ScaleMode::up;
+        return pairs && row_of_bytes<Op>(r.dst, r.a, r.b, r.n, r.scale, r.streamed);
+    }
+    return false;
+}
+
+template<class Op, class D, class A, class B> bool halved([[maybe_unused]] const Row &r) {
+    using Short = Quick<Op, D, A, B>;
+    if constexpr (requires { &Short::half; }) {
+        if (r.scale.mode != ScaleMode::down || r.scale.shift != 1) return false;
+        row_of_elements<D, A, B>(r.dst, r.a, r.b, r.n, r.streamed,
+                                 [](A x, B y) { return Short::half(x, y); });
+        return true;
+    }
+    return false;
+}
+
+template<class Op, class D, class A, class B> bool scaled_words([[maybe_unused]] const Row &r) {
+#if defined(__AVX512VBMI__)
+    if constexpr (all_of<s16, D, A, B> && known<Op>)
+        if (r.scale.mode == ScaleMode::down)
+            return row_of_scaled_words<Op>(r.dst, r.a, r.b, r.n, r.scale.factor, r.streamed), true;
+#endif
+    return false;
+}
+
+template<class Op, class D, class A, class B>
+bool unscaled_in_place([[maybe_unused]] const Row &r) {
+    using Short = Quick<Op, D, A, B>;
+    if constexpr (requires { &Short::none; }) {
+        if (r.scale.mode != ScaleMode::none) return false;
+        row_of_elements<D, A, B>(r.dst, r.a, r.b, r.n, r.streamed,
+                                 [](A x, B y) { return Short::none(x, y); });
+        return true;
+    }
+    return false;
+}
+
+// The loops of a sum or product: the first shorter way that is one, else one per mode of the scale.
+template<class Op, class D, class A, class B> void row_exact(const Row &r) {
+    using W = Wide<Op, D, A, B>;
+    if (scaled_bytes<Op, D, A, B>(r) || paired_bytes<Op, D, A, B>(r) || halved<Op, D, A, B>(r) ||
+        scaled_words<Op, D, A, B>(r) || unscaled_in_place<Op, D, A, B>(r))
+        return;
+    auto result = [](A x, B y) { return Op::of(static_cast<W>(x), static_cast<W>(y)); };
+    switch (r.scale.mode) {
     case ScaleMode::none:
-        if constexpr (requires { &Short::none; })
-            row_of_elements<D, A, B>(dst, a, b, n, streamed,
-                                     [](A x, B y) { return Short::none(x, y); });
-        else
-            row_of_elements<D, A, B>(dst, a, b, n, streamed,
-                                     [=](A x, B y) { return unscaled<Op, D>(result(x, y)); });
-        break;
+        return row_of_elements<D, A, B>(r.dst, r.a, r.b, r.n, r.streamed,
+                                        [=](A x, B y) { return unscaled<Op, D>(result(x, y)); });
     case ScaleMode::down:
-        row_of_elements<D, A, B>(
-            dst, a, b, n, false,
-            [=, down = Down<Op, D, A, B>(scale)](A x, B y) { return down(result(x, y)); });
-        break;
+        return row_of_elements<D, A, B>(
+            r.dst, r.a, r.b, r.n, false,
+            [=, down = Down<Op, D, A, B>(r.scale)](A x, B y) { return down(result(x, y)); });
     case ScaleMode::up:
-        row_of_elements<D, A, B>(dst, a, b, n, false,
-                                 [=, up = Up<D, W>(scale)](A x, B y) { return up(result(x, y)); });
-        break;
+        return row_of_elements<D, A, B>(
+            r.dst, r.a, r.b, r.n, false,
+            [=, up = Up<D, W>(r.scale)](A x, B y) { return up(result(x, y)); });
     }
 }
 
@@ -78,8 +114,6 @@ template<class B> bool holds_zero(const void *row, size_t n) {
     return found != 0;
 }
 
-// Integer quotients. A run with a zero among its divisors is divided by the processor's own
-// division, which faults there.
 // Unscaled quotients of a run without a zero divisor, by the shorter way; false where there is
 // none.
 template<class T>
@@ -95,6 +129,8 @@ bool short_quotients([[maybe_unused]] void *dst, [[maybe_unused]] const void *di
     return false;
 }
 
+// Integer quotients. A run with a zero among its divisors is divided by the processor's own
+// division, which faults there.
 template<class Op, class T>
 void row_quotient(void *dst, const void *a, const void *b, size_t n, const ArithScale &scale,
                   bool streamed) {
@@ -168,7 +204,7 @@ template<class Op, class D, class A, class B> void row(Run run) {
     else if constexpr (Op::kind == Kind::quotient)
         row_quotient<Op, D>(dst, a, b, n, scale, streamed);
     else
-        row_exact<Op, D, A, B>(dst, a, b, n, scale, streamed);
+        row_exact<Op, D, A, B>({dst, a, b, n, scale, streamed});
 }
 
 } // namespace

@@ -12,16 +12,26 @@ namespace kipx::KIPX_SET {
 
 enum class Kind { sum, product, quotient, rounded };
 
-struct op_add {
+// What a sum-like operation is exactly, for ways that compute something else with the same result.
+// A functor says so itself; an operation that says nothing goes the general way.
+enum class Form { other, sum, difference, reversed_difference };
+
+struct op_sum_like {
     static constexpr Kind kind = Kind::sum;
+    static constexpr Form form = Form::other;
     static constexpr bool wraps = true;
-    template<class W> static W of(W a, W b) { return a + b; }
 };
-struct op_sub : op_add {
-    template<class W> static W of(W a, W b) { return a - b; }
+struct op_add : op_sum_like {
+    static constexpr Form form = Form::sum;
+    template<class W> static constexpr W of(W a, W b) { return a + b; }
 };
-struct op_rsub : op_add {
-    template<class W> static W of(W a, W b) { return b - a; }
+struct op_sub : op_sum_like {
+    static constexpr Form form = Form::difference;
+    template<class W> static constexpr W of(W a, W b) { return a - b; }
+};
+struct op_rsub : op_sum_like {
+    static constexpr Form form = Form::reversed_difference;
+    template<class W> static constexpr W of(W a, W b) { return b - a; }
 };
 struct op_addq : op_add {
     static constexpr bool wraps = false;
@@ -34,8 +44,9 @@ struct op_rsubq : op_rsub {
 };
 struct op_mul {
     static constexpr Kind kind = Kind::product;
+    static constexpr Form form = Form::other;
     static constexpr bool wraps = false;
-    template<class W> static W of(W a, W b) { return a * b; }
+    template<class W> static constexpr W of(W a, W b) { return a * b; }
 };
 struct op_div {
     static constexpr Kind kind = Kind::quotient;
@@ -51,22 +62,55 @@ struct op_rdivr : op_divr {
     static constexpr bool reversed = true;
 };
 
+// Whether the functor does what its form says; a functor that took its form over from another one by
+// mistake stops the build.
+template<class Op> constexpr bool form_is_true() {
+    if constexpr (Op::kind == Kind::sum) {
+        constexpr s32 a = 1000, b = 244;
+        switch (Op::form) {
+        case Form::sum:
+            return Op::of(a, b) == a + b && Op::of(b, a) == a + b;
+        case Form::difference:
+            return Op::of(a, b) == a - b && Op::of(b, a) == b - a;
+        case Form::reversed_difference:
+            return Op::of(a, b) == b - a && Op::of(b, a) == a - b;
+        default:
+            return true;
+        }
+    }
+    return true;
+}
+
+// The largest magnitude of an integer sum or product.
+template<class T>
+inline constexpr __int128 magnitude =
+    Range<T>::high > -Range<T>::low ? Range<T>::high : -Range<T>::low;
+template<class Op, class A, class B> constexpr __int128 bound() {
+    if constexpr (Op::kind == Kind::product)
+        return magnitude<A> * magnitude<B>;
+    else
+        return magnitude<A> + magnitude<B>;
+}
+
 // The type of a sum or product: exact for integers; for floating sources binary64 where s32 takes
 // part on either side, else binary32.
-template<class D, class A, class B> constexpr auto wide_of() {
-    constexpr bool s32_source = same<A, s32> || same<B, s32>;
+template<class Op, class D, class A, class B> constexpr auto wide_of() {
+    static_assert(form_is_true<Op>(), "the operation is not of the form that it claims");
     if constexpr (floating<A> || floating<B>) {
-        if constexpr (same<D, f32> && !s32_source)
+        if constexpr (same<D, f32> && !same<A, s32> && !same<B, s32>)
             return f32{};
         else
             return f64{};
-    } else if constexpr (s32_source) {
-        return s64{};
     } else {
-        return s32{};
+        constexpr __int128 most = bound<Op, A, B>();
+        static_assert(most <= INT64_MAX, "no type here holds the exact result");
+        if constexpr (most <= INT32_MAX)
+            return s32{};
+        else
+            return s64{};
     }
 }
-template<class D, class A, class B> using Wide = decltype(wide_of<D, A, B>());
+template<class Op, class D, class A, class B> using Wide = decltype(wide_of<Op, D, A, B>());
 
 // One NaN for all: which operand's NaN survives, and its sign, differ between processors.
 inline f32 one_nan(f32 x) { return x == x ? x : __builtin_nanf(""); }
@@ -85,11 +129,15 @@ template<class Op, class D, class W> inline D unscaled(W r) {
 // r as binary32 times 2^-k, to nearest even. Where |r| < 2^24 binary32 holds r, and the same is
 // done in integers: half a unit less one is added, and one more where the quotient's last bit is
 // odd.
+template<class Op, class D, class A, class B> constexpr bool held_by_binary32() {
+    if constexpr (floating<A> || floating<B>)
+        return false;
+    else
+        return bound<Op, A, B>() < 1 << 24;
+}
 template<class Op, class D, class A, class B> struct Down {
-    using W = Wide<D, A, B>;
-    static constexpr bool wide_product = Op::kind == Kind::product && sizeof(A) > 1 &&
-                                         sizeof(B) > 1;
-    static constexpr bool in_integers = same<W, s32> && !floating<D> && !wide_product;
+    using W = Wide<Op, D, A, B>;
+    static constexpr bool in_integers = !floating<D> && held_by_binary32<Op, D, A, B>();
 
     f32 factor;
     u32 shift;

@@ -96,7 +96,10 @@ int32_t choose(ArithOp op, Call &c, Choice &choice) {
     return choice.convert ? 0 : KIPX_ENOTSUP;
 }
 
+// A floating source takes f32; an integer one the narrowest of its own type, s16 and s32 that holds
+// all values as they are, else f32.
 uint32_t constant_type(uint32_t source, const double *values, uint32_t channels) {
+    if (source == KIPX_F32) return source;
     for (uint32_t type : {source, uint32_t{KIPX_S16}, uint32_t{KIPX_S32}}) {
         bool all = true;
         for (uint32_t i = 0; i < channels; ++i) all &= holds_value(type, values[i]);

@@ -31,8 +31,7 @@ uint32_t find_arith(ArithOp op, uint32_t dst, uint32_t src1, uint32_t src2);
 
 // dst_type_bits are set in the destination's type code once it has been found valid.
 int32_t work_arith(ArithOp op, uint32_t dst_type_bits, Call &call);
-// The second source is call.params' constant, in the narrowest fitting type of: the source's own,
-// s16, s32, f32.
+// The second source is call.params' constant, in the narrowest type that holds it.
 int32_t work_constant(ArithOp op, uint32_t dst_type_bits, Call &call);
 // One-channel operands of the kernel's own types.
 int32_t work_kernel(uint32_t kernel, Call &call);

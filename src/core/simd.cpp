@@ -2,6 +2,7 @@
 #include "core/simd.h"
 
 #include <kipx/env.h>
+#include <kipx/types.h>
 
 #include <atomic>
 
@@ -28,14 +29,19 @@ Set best_set() {
     return Set::baseline;
 }
 
-Set active_set(uint64_t flags) { return kipx_use_simd(flags) ? best_set() : Set::baseline; }
+Set active_set(uint64_t flags) {
+    if (!kipx_use_simd(flags)) return Set::baseline;
+    Set best = best_set();
+    bool avx2 = simd_switch.load(std::memory_order_relaxed) == KIPX_SIMD_AVX2;
+    return avx2 && best == Set::avx512 ? Set::avx2 : best;
+}
 
 } // namespace kipx
 
 extern "C" {
 
 int32_t kipx_use_simd(uint64_t flags) {
-    if (flags & 2) return 0;
+    if (flags & KIPX_FLAG_PLAIN) return 0;
     int32_t value = simd_switch.load(std::memory_order_relaxed);
     // Undecided: off, unless a value is set meanwhile; that one stands, and is the answer.
     if (value == -1 && simd_switch.compare_exchange_strong(value, 0, std::memory_order_relaxed))
@@ -49,4 +55,12 @@ int32_t __kipx_use_simd(void) {
 }
 
 void kipx_set_simd(int32_t value) { simd_switch.store(value, std::memory_order_relaxed); }
+
+int32_t kipx_simd_set(uint64_t flags) {
+    switch (kipx::active_set(flags)) {
+    case kipx::Set::avx512: return KIPX_SIMD_AVX512;
+    case kipx::Set::avx2: return KIPX_SIMD_AVX2;
+    default: return KIPX_SIMD_OFF;
+    }
+}
 }

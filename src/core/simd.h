@@ -20,7 +20,8 @@ inline constexpr uint32_t set_count = 1;
 // The best set that the processor and the operating system allow.
 Set best_set();
 
-// baseline while the vectorisation switch is off or flag bit 1 asks for it, else the best set.
+// baseline while the vectorisation switch is off or KIPX_FLAG_PLAIN asks for it, else the best set
+// that the switch allows.
 Set active_set(uint64_t flags);
 
 } // namespace kipx

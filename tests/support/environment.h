@@ -25,7 +25,8 @@ private:
 
 class SimdSwitch {
 public:
-    explicit SimdSwitch(bool on) : before_(kipx_use_simd(0)) { kipx_set_simd(on ? 1 : 0); }
+    // As kipx_set_simd takes it; true and false do as well.
+    explicit SimdSwitch(int32_t set) : before_(kipx_simd_set(0)) { kipx_set_simd(set); }
     ~SimdSwitch() { kipx_set_simd(before_); }
     SimdSwitch(const SimdSwitch &) = delete;
     SimdSwitch &operator=(const SimdSwitch &) = delete;

@@ -6,6 +6,7 @@
 #define KIPX_TESTS_SUPPORT_RNG_H
 
 #include <cstdint>
+#include <iterator>
 
 namespace kipx::test {
 
@@ -37,7 +38,7 @@ public:
     // 0 <= result < 1 in steps of 2^-53.
     double unit() { return static_cast<double>(next() >> 11) * 0x1p-53; }
 
-    template<class T, unsigned n> const T &pick(const T (&list)[n]) { return list[below(n)]; }
+    template<class List> const auto &pick(const List &list) { return list[below(std::size(list))]; }
 
 private:
     uint64_t state_;
