@@ -28,29 +28,6 @@ bool shifted_meets(const Footprint &f, uint32_t i, int64_t delta) {
 
 } // namespace
 
-bool span_of(const kipx_arr &arr, const kipx_site &site, Span &span) {
-    uint64_t first = arr.offset, last = first, size = element_size(arr.type);
-    for (uint32_t i = first_axis(arr); i < 4; ++i) {
-        uint64_t steps = uint64_t{site.extent[i]} - 1;
-        first += uint64_t{site.origin[i]} * arr.strides[i]; // at most 2^63 each, and checked below
-        last += (site.origin[i] + steps) * arr.strides[i];
-        if (site.origin[i] + steps > UINT32_MAX || last > UINT32_MAX) return false;
-    }
-    uintptr_t base = reinterpret_cast<uintptr_t>(arr.base);
-    span = {base + first, base + last + (size ? size : 1)};
-    return true;
-}
-
-bool nests_plainly(const kipx_arr &arr, const kipx_site &site) {
-    uint64_t inside = element_size(arr.type);
-    bool nests = true;
-    for (uint32_t i = 4; i-- > first_axis(arr);) {
-        nests &= site.extent[i] < 2 || arr.strides[i] >= inside;
-        inside += uint64_t{site.extent[i] - 1} * arr.strides[i];
-    }
-    return nests;
-}
-
 Footprint footprint(const kipx_arr &arr, const kipx_site &site) {
     Footprint f{};
     uint64_t offset = arr.offset;

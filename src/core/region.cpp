@@ -26,16 +26,6 @@ void decode_channels(kipx_site *site) {
 
 } // namespace
 
-bool kipx::common_extent(kipx_site &a, kipx_site &b, int32_t slots) {
-    bool some = true;
-    for (int32_t i = 0; i < slots; ++i) {
-        int64_t common = std::min(signed_of(a.extent[i]), signed_of(b.extent[i]));
-        a.extent[i] = b.extent[i] = entry_of(common);
-        some &= common >= 1;
-    }
-    return some;
-}
-
 extern "C" {
 
 void kipx_arr_siteof(const kipx_arr *arr, kipx_site *site) {
