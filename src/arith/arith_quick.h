@@ -28,23 +28,23 @@ inline u8 add_capped(u8 a, u8 b) {
 }
 inline u8 sub_capped(u8 a, u8 b) { return static_cast<u8>((a > b ? a : b) - b); }
 
-template<> struct Quick<op_add, u8, u8, u8> {
+template<> struct Quick<Add, u8, u8, u8> {
     static u8 half(u8 a, u8 b) { return half_even(a, b); }
 };
-template<> struct Quick<op_addq, u8, u8, u8> : Quick<op_add, u8, u8, u8> {
+template<> struct Quick<Addq, u8, u8, u8> : Quick<Add, u8, u8, u8> {
     static u8 none(u8 a, u8 b) { return add_capped(a, b); }
 };
 // A difference below zero halves to zero or below, and is stored as zero.
-template<> struct Quick<op_sub, u8, u8, u8> {
+template<> struct Quick<Sub, u8, u8, u8> {
     static u8 half(u8 a, u8 b) { return half_even(sub_capped(a, b), 0); }
 };
-template<> struct Quick<op_subq, u8, u8, u8> : Quick<op_sub, u8, u8, u8> {
+template<> struct Quick<Subq, u8, u8, u8> : Quick<Sub, u8, u8, u8> {
     static u8 none(u8 a, u8 b) { return sub_capped(a, b); }
 };
-template<> struct Quick<op_rsub, u8, u8, u8> {
+template<> struct Quick<RSub, u8, u8, u8> {
     static u8 half(u8 a, u8 b) { return half_even(sub_capped(b, a), 0); }
 };
-template<> struct Quick<op_rsubq, u8, u8, u8> : Quick<op_rsub, u8, u8, u8> {
+template<> struct Quick<RSubq, u8, u8, u8> : Quick<RSub, u8, u8, u8> {
     static u8 none(u8 a, u8 b) { return sub_capped(b, a); }
 };
 
@@ -56,7 +56,7 @@ inline s16 sub_capped(s16 a, s16 b) {
     s16 w = static_cast<s16>(static_cast<u16>(a) - static_cast<u16>(b));
     return capped(w, static_cast<s16>((a ^ b) & (a ^ w)) < 0, a);
 }
-template<> struct Quick<op_addq, s16, s16, s16> {
+template<> struct Quick<Addq, s16, s16, s16> {
     static s16 none(s16 a, s16 b) {
         s16 w = static_cast<s16>(static_cast<u16>(a) + static_cast<u16>(b));
         return capped(w, static_cast<s16>((a ^ w) & (b ^ w)) < 0, a);
@@ -64,16 +64,16 @@ template<> struct Quick<op_addq, s16, s16, s16> {
 };
 // The mean rounded down, and one more where that is odd and half a unit was lost.
 inline s16 half_even(s16 down, s16 lost) { return static_cast<s16>(down + (down & lost & 1)); }
-template<> struct Quick<op_add, s16, s16, s16> {
+template<> struct Quick<Add, s16, s16, s16> {
     static s16 half(s16 a, s16 b) {
         s16 down = static_cast<s16>((a >> 1) + (b >> 1) + (a & b & 1));
         return half_even(down, static_cast<s16>(a ^ b));
     }
 };
-template<> struct Quick<op_subq, s16, s16, s16> {
+template<> struct Quick<Subq, s16, s16, s16> {
     static s16 none(s16 a, s16 b) { return sub_capped(a, b); }
 };
-template<> struct Quick<op_rsubq, s16, s16, s16> {
+template<> struct Quick<RSubq, s16, s16, s16> {
     static s16 none(s16 a, s16 b) { return sub_capped(b, a); }
 };
 

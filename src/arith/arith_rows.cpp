@@ -209,8 +209,8 @@ template<class Op, class D, class A, class B> void row(Run run) {
 
 } // namespace
 
-#define KIPX_ROW(op, D, A, B) row<op_##op, D, A, B>,
-#define KIPX_ROWS(op, Name, triples, code, mirror) KIPX_TRIPLES_##triples(KIPX_ROW, op)
+#define KIPX_ROW(Op, D, A, B) row<Op, D, A, B>,
+#define KIPX_ROWS(op, Name, triples, code, mirror) KIPX_TRIPLES_##triples(KIPX_ROW, Name)
 extern const RowLoop arith_rows[arith_kernel_count] = {KIPX_BINARY_OPS(KIPX_ROWS)};
 
 } // namespace kipx::KIPX_SET

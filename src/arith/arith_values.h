@@ -16,49 +16,49 @@ enum class Kind { sum, product, quotient, rounded };
 // A functor says so itself; an operation that says nothing goes the general way.
 enum class Form { other, sum, difference, reversed_difference };
 
-struct op_sum_like {
+struct SumLike {
     static constexpr Kind kind = Kind::sum;
     static constexpr Form form = Form::other;
     static constexpr bool wraps = true;
 };
-struct op_add : op_sum_like {
+struct Add : SumLike {
     static constexpr Form form = Form::sum;
     template<class W> static constexpr W of(W a, W b) { return a + b; }
 };
-struct op_sub : op_sum_like {
+struct Sub : SumLike {
     static constexpr Form form = Form::difference;
     template<class W> static constexpr W of(W a, W b) { return a - b; }
 };
-struct op_rsub : op_sum_like {
+struct RSub : SumLike {
     static constexpr Form form = Form::reversed_difference;
     template<class W> static constexpr W of(W a, W b) { return b - a; }
 };
-struct op_addq : op_add {
+struct Addq : Add {
     static constexpr bool wraps = false;
 };
-struct op_subq : op_sub {
+struct Subq : Sub {
     static constexpr bool wraps = false;
 };
-struct op_rsubq : op_rsub {
+struct RSubq : RSub {
     static constexpr bool wraps = false;
 };
-struct op_mul {
+struct Mul {
     static constexpr Kind kind = Kind::product;
     static constexpr Form form = Form::other;
     static constexpr bool wraps = false;
     template<class W> static constexpr W of(W a, W b) { return a * b; }
 };
-struct op_div {
+struct Div {
     static constexpr Kind kind = Kind::quotient;
     static constexpr bool reversed = false;
 };
-struct op_rdiv : op_div {
+struct RDiv : Div {
     static constexpr bool reversed = true;
 };
-struct op_divr : op_div {
+struct Divr : Div {
     static constexpr Kind kind = Kind::rounded;
 };
-struct op_rdivr : op_divr {
+struct RDivr : Divr {
     static constexpr bool reversed = true;
 };
 

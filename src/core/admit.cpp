@@ -21,18 +21,18 @@ bool axes_fit(const kipx_arr &a, const kipx_arr &anchor) {
     return a.naxes == anchor.naxes || (a.naxes == 3 && anchor.naxes == 4);
 }
 
-bool fits(Fit fit, const kipx_arr *a, const kipx_arr &anchor) {
-    if (!a || !a->base) return false;
-    uint32_t channels = channels_of(a->volume[3]);
+bool fits(Fit fit, const kipx_arr &a, const kipx_arr &anchor) {
+    if (!a.base) return false;
+    uint32_t channels = channels_of(a.volume[3]);
     bool channels_fit = channels == channels_of(anchor.volume[3]);
-    bool planes_fit = a->volume[0] == anchor.volume[0];
+    bool planes_fit = a.volume[0] == anchor.volume[0];
     switch (fit) {
     case Fit::like:
-        return axes_fit(*a, anchor) && (planes_fit || a->volume[0] == 1) && channels_fit;
+        return axes_fit(a, anchor) && (planes_fit || a.volume[0] == 1) && channels_fit;
     case Fit::same:
-        return a->naxes == anchor.naxes && planes_fit && channels_fit;
+        return a.naxes == anchor.naxes && planes_fit && channels_fit;
     default:
-        return axes_fit(*a, anchor) && a->type == KIPX_U8 && (channels_fit || channels == 1);
+        return axes_fit(a, anchor) && a.type == KIPX_U8 && (channels_fit || channels == 1);
     }
 }
 
@@ -125,7 +125,7 @@ bool take_part(const Shape &shape, const Given &given, Party &party) {
         const kipx_arr *a = given.arr[p.slot];
         if (!a && p.slot == slot_mask) continue;
         if (!a && p.slot == shape.stands_in) a = &anchor;
-        if (!fits(p.fit, a, anchor)) return false;
+        if (!a || !fits(p.fit, *a, anchor)) return false;
         // A source or a mask without planes of its own serves them all.
         bool every_plane = shape.planes && p.slot != slot_dst && a->naxes == 3;
         bool single = p.slot == slot_mask && channels_of(a->volume[3]) == 1;
