@@ -4,12 +4,14 @@
 
 #include <kipx/arith.h>
 #include <kipx/array.h>
+#include <kipx/convert.h>
 #include <kipx/env.h>
 #include <kipx/error.h>
 #include <kipx/logic.h>
 #include <kipx/region.h>
 #include <kipx/shape.h>
 #include <kipx/sort.h>
+#include <kipx/stats.h>
 #include <kipx/types.h>
 #include <kipx/version.h>
 

@@ -8,10 +8,16 @@
  *                       origin is zero
  *   typed   kipxa__add  type, element address, strides per operand; 2 or 3 axes
  *
- * KIPX_PUBLIC_x, KIPX_ARRAY_x and KIPX_TYPED_x are the prototypes for the shape x: 2 for two source
- * arrays, C for one source array and a constant per channel, 1 for one source array. What follows
- * the operands comes last: KIPX_TAIL_NONE or KIPX_TAIL_SCALED, which brings its own comma.
- * KIPX_DECLARE_SHAPE declares all three levels.
+ * KIPX_PUBLIC_x, KIPX_ARRAY_x and KIPX_TYPED_x are the prototypes for the shape x:
+ *
+ *   2   two source arrays                      0   no source array, a value per channel
+ *   C   one source array, a value per channel  0M  the same under a mask
+ *   1   one source array                       R   one source array that is only read, and a mask,
+ *   1M  the same under a mask                      which may be null
+ *
+ * What follows the operands comes last: KIPX_TAIL_NONE, or another tail, which brings its own comma.
+ * KIPX_DECLARE_SHAPE declares all three levels. The mask of a flat level is of type u8; its channel
+ * stride is 0 where one byte stands for all channels.
  */
 #ifndef KIPX_PROTOTYPES_H
 #define KIPX_PROTOTYPES_H
@@ -33,7 +39,23 @@
     int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src,             \
                  const kipx_site *roi, const kipx_pos *srcAt __VA_ARGS__)
 
+#define KIPX_PUBLIC_1M(name, ...)                                                                  \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src,             \
+                 const kipx_arr *mask, const kipx_site *roi, const kipx_pos *srcAt,                \
+                 const kipx_pos *maskAt __VA_ARGS__)
+#define KIPX_PUBLIC_0(name, ...)                                                                   \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const double *values,            \
+                 const kipx_site *roi __VA_ARGS__)
+#define KIPX_PUBLIC_0M(name, ...)                                                                  \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *mask,            \
+                 const double *values, const kipx_site *roi, const kipx_pos *maskAt __VA_ARGS__)
+#define KIPX_PUBLIC_R(name, ...)                                                                   \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_arr *mask,            \
+                 const kipx_site *roi, const kipx_pos *maskAt __VA_ARGS__)
+
 /* The operands of the flat levels. */
+#define KIPX_ARRAY_READ KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent
+#define KIPX_TYPED_READ KipxXE *xe, uint64_t flags, kipx_dims n, const uint32_t *extent
 #define KIPX_ARRAY_HEAD                                                                            \
     KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent, uint32_t dst_type,         \
         void *dst, const uint32_t *dst_origin, const uint32_t *dst_strides
@@ -50,14 +72,28 @@
 #define KIPX_ARRAY_C(name, ...)                                                                    \
     int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(src), const double *values __VA_ARGS__)
 #define KIPX_ARRAY_1(name, ...) int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(src) __VA_ARGS__)
+#define KIPX_ARRAY_1M(name, ...)                                                                   \
+    int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(src), KIPX_ARRAY_SOURCE(mask) __VA_ARGS__)
+#define KIPX_ARRAY_0(name, ...) int32_t name(KIPX_ARRAY_HEAD, const double *values __VA_ARGS__)
+#define KIPX_ARRAY_0M(name, ...)                                                                   \
+    int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(mask), const double *values __VA_ARGS__)
+#define KIPX_ARRAY_R(name, ...)                                                                    \
+    int32_t name(KIPX_ARRAY_READ, KIPX_ARRAY_SOURCE(src), KIPX_ARRAY_SOURCE(mask) __VA_ARGS__)
 
 #define KIPX_TYPED_2(name, ...)                                                                    \
     int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src1), KIPX_TYPED_SOURCE(src2) __VA_ARGS__)
 #define KIPX_TYPED_C(name, ...)                                                                    \
     int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src), const double *values __VA_ARGS__)
 #define KIPX_TYPED_1(name, ...) int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src) __VA_ARGS__)
+#define KIPX_TYPED_1M(name, ...)                                                                   \
+    int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src), KIPX_TYPED_SOURCE(mask) __VA_ARGS__)
+#define KIPX_TYPED_0(name, ...) int32_t name(KIPX_TYPED_HEAD, const double *values __VA_ARGS__)
+#define KIPX_TYPED_0M(name, ...)                                                                   \
+    int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(mask), const double *values __VA_ARGS__)
+#define KIPX_TYPED_R(name, ...)                                                                    \
+    int32_t name(KIPX_TYPED_READ, KIPX_TYPED_SOURCE(src), KIPX_TYPED_SOURCE(mask) __VA_ARGS__)
 
-/* x: 2, C or 1. */
+/* x: one of the shapes above. */
 #define KIPX_DECLARE_SHAPE(x, op, Name, ...)                                                       \
     KIPX_API KIPX_PUBLIC_##x(Kipx##Name, __VA_ARGS__);                                             \
     KIPX_API KIPX_ARRAY_##x(kipxa_##op, __VA_ARGS__);                                              \

@@ -77,6 +77,11 @@ typedef struct kipx_pos {
     uint32_t at[4];
 } kipx_pos;
 
+/* Range of values, both ends included. */
+typedef struct kipx_vrange {
+    double low, high;
+} kipx_vrange;
+
 KIPX_END
 
 #endif

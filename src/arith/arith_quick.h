@@ -79,15 +79,8 @@ template<> struct Quick<RSubq, s16, s16, s16> {
 
 // ---- even and odd bytes as 16-bit lanes ----
 
-#if defined(__AVX512BW__)
-inline constexpr size_t vector_bytes = 64;
-#elif defined(__AVX2__)
-inline constexpr size_t vector_bytes = 32;
-#else
-inline constexpr size_t vector_bytes = 16;
-#endif
-typedef u16 Words __attribute__((vector_size(vector_bytes)));
-typedef s16 SignedWords __attribute__((vector_size(vector_bytes)));
+using Words = Vector<u16>;
+using SignedWords = Vector<s16>;
 
 // Calls lanes(a, b) -> Words of 0..255 for the even and for the odd bytes of each vector. The rest
 // of a row goes through a padded vector.

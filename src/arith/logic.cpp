@@ -23,8 +23,7 @@ int32_t work_logic(LogicOp op, Call &c) {
     if (!valid) return KIPX_EINVAL;
     if (!fit) return KIPX_ENOTSUP;
     if (c.channels == 0) return KIPX_EINVAL;
-    if (c.flags & KIPX_FLAG_PROBE) return KIPX_EAGAIN;
-    if (c.flags & KIPX_FLAG_PREPARE) return 0;
+    if (no_work_asked(c)) return no_work_answer(c);
     Rows how;
     how.set = active_set(c.flags);
     how.loop =

@@ -108,12 +108,10 @@ uint32_t constant_type(uint32_t source, const double *values, uint32_t channels)
     return KIPX_F32;
 }
 
-int32_t flags_answer(uint64_t flags) { return flags & KIPX_FLAG_PROBE ? KIPX_EAGAIN : 0; }
-
 } // namespace
 
 int32_t work_kernel(uint32_t kernel, Call &c) {
-    if (c.flags & (KIPX_FLAG_PROBE | KIPX_FLAG_PREPARE)) return flags_answer(c.flags);
+    if (no_work_asked(c)) return no_work_answer(c);
     return work_chosen(c, {kernel, nullptr, 0});
 }
 
@@ -125,7 +123,7 @@ int32_t work_arith(ArithOp op, uint32_t dst_type_bits, Call &c) {
     Choice choice;
     if (int32_t code = choose(op, c, choice)) return code;
     if (c.channels == 0 || (choice.convert && !c.xe)) return KIPX_EINVAL;
-    if (c.flags & (KIPX_FLAG_PROBE | KIPX_FLAG_PREPARE)) return flags_answer(c.flags);
+    if (no_work_asked(c)) return no_work_answer(c);
     return work_chosen(c, choice);
 }
 

@@ -105,15 +105,15 @@ bool source_apart(const Met &dst, const Met &src) {
     return same_footprint(d, s) || !share_bytes(d, s);
 }
 
-bool bytes_apart(const Shape &shape, const Party &party, const Met &dst) {
-    if (!nests_plainly(*dst.arr, dst.site) && shares_own_bytes(footprint(*dst.arr, dst.site)))
-        return false;
+// Says in the call whether the destination shares bytes with itself or another array.
+void look_for_shared_bytes(const Shape &shape, const Party &party, const Met &dst, Call &call) {
+    if (!nests_plainly(*dst.arr, dst.site))
+        call.shared = shares_own_bytes(footprint(*dst.arr, dst.site));
     for (uint32_t i = 0; i < party.count; ++i) {
         const Met &m = party.met[i];
-        if (&m == &dst || (shape.overlap && m.slot != slot_mask)) continue;
-        if (!source_apart(dst, m)) return false;
+        if (&m == &dst || source_apart(dst, m)) continue;
+        (shape.overlap && m.slot != slot_mask ? call.across : call.shared) = true;
     }
-    return true;
 }
 
 // Fills in the arrays that take part, and checks how they fit; false where one does not.
@@ -179,7 +179,7 @@ int32_t admit(const Shape &shape, const Given &given, Call &call) {
     }
     if (!dst) return 0;
     if (dst->arr->naxes == 3) call.planes = 1; // no plane may be written twice
-    call.shared = !bytes_apart(shape, party, *dst);
+    look_for_shared_bytes(shape, party, *dst, call);
     return 0;
 }
 

@@ -46,7 +46,8 @@ struct Shape {
     Partner partner[4];    // in the order in which they meet the anchor's region
     Slot stands_in;        // may be null, and is then the anchor itself; slot_count for none
     bool planes;           // 4 axes are gone through plane by plane; else they are not supported
-    bool overlap;          // the family copes with a destination that lies across a source
+    bool overlap;          // the family copes with a destination that lies across a source, and
+                           // looks at call.across
     uint8_t most_channels; // of the anchor
     int32_t no_rows;       // what an anchor without rows or pixels is: KIPX_EINVAL or KIPX_EEMPTY
 };

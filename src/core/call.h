@@ -31,9 +31,16 @@ struct Call {
     Operand dst, src[3], mask;
     uint32_t sources;
     uint32_t planes, height, width, channels;
-    const void *params; // what else the operation was given, as its family knows it
-    bool shared;        // destination and a source share bytes as no operation may have them
+    const void *params;  // what else the operation was given, as its family knows it
+    bool shared;         // destination and a source share bytes as no operation may have them
+    bool across = false; // they do, and the family copes with it
 };
+
+// Flags that want everything checked and nothing done, and what such a call answers in the end.
+inline bool no_work_asked(const Call &c) {
+    return (c.flags & (KIPX_FLAG_PROBE | KIPX_FLAG_PREPARE)) != 0;
+}
+inline int32_t no_work_answer(const Call &c) { return c.flags & KIPX_FLAG_PROBE ? KIPX_EAGAIN : 0; }
 
 inline bool adjacent(const Operand &o) { return o.pixel == o.size; }
 

@@ -22,18 +22,22 @@ inline constexpr int leading_of(uint32_t dims) { return static_cast<int>(dims >>
 // Short names as kernel names spell them.
 using u8 = uint8_t;
 using u16 = uint16_t;
+using u32 = uint32_t;
 using s8 = int8_t;
 using s16 = int16_t;
 using s32 = int32_t;
 using f32 = float;
+using f64 = double;
 
 // The code of a type spelled as in kernel names.
 #define KIPX_CODE_u8 1u
 #define KIPX_CODE_u16 2u
+#define KIPX_CODE_u32 3u
 #define KIPX_CODE_s8 9u
 #define KIPX_CODE_s16 10u
 #define KIPX_CODE_s32 11u
 #define KIPX_CODE_f32 13u
+#define KIPX_CODE_f64 14u
 
 // Strides and extents over n axes; kipx/array.h says what each means.
 inline uint32_t row_stride(uint32_t n, const uint32_t *strides) {

@@ -4,6 +4,7 @@
 //          level.
 // Promises an array level's offset is the 32-bit sum that kipx_vec_mkloff_$LS gives. A flat Call has
 //          one plane. Bits 4-7 of the channel entry go into the flags where those bits are 0 there.
+//          Addresses are not looked at: whoever asks for no work may leave them out.
 #pragma once
 
 #include "core/call.h"
@@ -35,8 +36,17 @@ inline Operand flat_operand(uint32_t axes, const Flat &f) {
             0};
 }
 
+// The operands of a typed level; a null dst for an operation without one, a mask without an address
+// for none.
+struct FlatGiven {
+    const Flat *dst;
+    const Flat *src;
+    uint32_t sources;
+    Flat mask;
+};
+
 // 0, or what is wrong with the axes: KIPX_ENOTSUP for 4 of them where all types are valid.
 int32_t flat_call(Call &call, KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent,
-                  const Flat &dst, const Flat *src, uint32_t sources);
+                  const FlatGiven &given);
 
 } // namespace kipx

@@ -45,6 +45,7 @@ template<class T> inline constexpr bool floating = same<T, f32> || same<T, f64>;
 template<class T> struct Range;
 template<> struct Range<u8> { static constexpr s64 low = 0, high = 255; };
 template<> struct Range<s8> { static constexpr s64 low = -128, high = 127; };
+template<> struct Range<u32> { static constexpr s64 low = 0, high = UINT32_MAX; };
 template<> struct Range<u16> { static constexpr s64 low = 0, high = 65535; };
 template<> struct Range<s16> { static constexpr s64 low = -32768, high = 32767; };
 template<> struct Range<s32> { static constexpr s64 low = INT32_MIN, high = INT32_MAX; };
@@ -58,14 +59,31 @@ template<class T> inline void store(void *row, size_t i, T value) {
     memcpy(static_cast<char *>(row) + i * sizeof(T), &value, sizeof(T));
 }
 
-// One line of 64 bytes from aligned memory to aligned memory, past the cache where there is a way.
+// As many bytes as a register of the set holds, and elements in one.
+#if defined(__AVX512BW__)
+inline constexpr size_t vector_bytes = 64;
+#elif defined(__AVX2__)
+inline constexpr size_t vector_bytes = 32;
+#else
+inline constexpr size_t vector_bytes = 16;
+#endif
+template<class T> struct VectorOf { typedef T type __attribute__((vector_size(vector_bytes))); };
+template<class T> using Vector = typename VectorOf<T>::type;
+// From element i on; no alignment is needed.
+template<class T> inline Vector<T> load_vector(const void *row, size_t i) {
+    Vector<T> v;
+    memcpy(&v, static_cast<const char *>(row) + i * sizeof(T), sizeof v);
+    return v;
+}
+
+// One line of 64 bytes to aligned memory, past the cache where there is a way.
 inline void stream_line(void *to, const void *from) {
 #if defined(__AVX512F__)
-    _mm512_stream_si512(static_cast<__m512i *>(to), _mm512_load_si512(from));
+    _mm512_stream_si512(static_cast<__m512i *>(to), _mm512_loadu_si512(from));
 #elif defined(__SSE2__)
     for (size_t i = 0; i < 4; ++i)
         _mm_stream_si128(static_cast<__m128i *>(to) + i,
-                         _mm_load_si128(static_cast<const __m128i *>(from) + i));
+                         _mm_loadu_si128(static_cast<const __m128i *>(from) + i));
 #else
     memcpy(to, from, 64);
 #endif

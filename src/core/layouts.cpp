@@ -21,6 +21,14 @@ AT(kipx_arr, base, 72);
 SIZE(kipx_arr, 80);
 SIZE(kipx_site, 32);
 SIZE(kipx_pos, 16);
+SIZE(kipx_vrange, 16);
+
+// kipx/stats.h
+AT(kipx_histogram, width, 4);
+AT(kipx_histogram, total, 8);
+AT(kipx_histogram, bins, 12);
+AT(kipx_histogram, counts, 16);
+SIZE(kipx_histogram, 24);
 
 // kipx/env.h
 AT(KipxXE, flags, 8);

@@ -36,6 +36,32 @@ template<class T> void blend(char *to, const char *from, const char *mask, size_
     }
 }
 
+// Eight mask bytes at a time: none of them set, all of them set, or one by one.
+template<class T>
+size_t sift(char *to, const char *from, const char *mask, size_t n, size_t step, size_t mask_step) {
+    constexpr u64 ones = 0x0101010101010101, tops = 0x8080808080808080;
+    char *at = to;
+    for (size_t i = 0; i < n;) {
+        size_t end = n - i < 8 ? n : i + 8;
+        if (mask_step == 1 && end - i == 8) {
+            u64 bytes = element<u64>(mask + i);
+            bool all = ((bytes - ones) & ~bytes & tops) == 0;
+            if (bytes == 0 || all) {
+                for (size_t k = 0; all && k < 8; ++k)
+                    put(at + k * sizeof(T), element<T>(from + (i + k) * step));
+                at += all ? 8 * sizeof(T) : 0;
+                i = end;
+                continue;
+            }
+        }
+        for (; i < end; ++i) {
+            put(at, element<T>(from + i * step));
+            at += mask[i * mask_step] ? sizeof(T) : 0;
+        }
+    }
+    return static_cast<size_t>(at - to) / sizeof(T);
+}
+
 void widen(char *to, const char *mask, size_t n, size_t step, uint32_t channels, uint32_t phase) {
     for (size_t i = 0; i < n; ++i) {
         to[i] = *mask;
@@ -49,5 +75,6 @@ void widen(char *to, const char *mask, size_t n, size_t step, uint32_t channels,
 extern const Stage stages[stage_count] = {KIPX_SIZES(pack), KIPX_SIZES(spread),
                                           KIPX_SIZES(spread_masked), KIPX_SIZES(blend)};
 extern const Widen widen_stages[1] = {widen};
+extern const Sift sift_stages[stage_sizes] = {KIPX_SIZES(sift)};
 
 } // namespace kipx::KIPX_SET

@@ -1,8 +1,9 @@
 // core/stamp.h - the bodies behind kipx/prototypes.h: how each level of an operation joins the road.
 //
-// Gives    KIPX_STAMP_2, KIPX_STAMP_C, KIPX_STAMP_1 (op, Name, tail, shape, record, worker): the
-//          public function, the array level and the typed level of one operation. `record` is an
-//          expression over the function's own parameters: what the worker is to find at call.params.
+// Gives    KIPX_STAMP_x (op, Name, tail, shape, record, worker) for the shapes x of
+//          kipx/prototypes.h: the public function, the array level and the typed level of one
+//          operation. `record` is an expression over the function's own parameters: what the worker
+//          is to find at call.params.
 #pragma once
 
 #include "core/admit.h"
@@ -13,18 +14,21 @@
 #define KIPX_PASS_KIPX_TAIL_SCALED , scale, aux
 
 #define KIPX_START(x) start_of(dims, x, x##_origin, x##_strides), x##_strides
-#define KIPX_FLAT(x)                                                                               \
-    { x##_type, x, x##_strides }
+#define KIPX_FLAT(x) (Flat{x##_type, x, x##_strides})
+#define KIPX_NO_FLAT (Flat{0, nullptr, nullptr})
 
-// Flat operands into a Call, and on to the worker.
-#define KIPX_ENTER(count, record, worker, ...)                                                     \
+// Flat operands into a Call, and on to the worker; the sources come last.
+#define KIPX_ENTER_FLAT(dst, count, mask, record, worker, ...)                                     \
     const auto given = record;                                                                     \
     const Flat sources[] = {__VA_ARGS__};                                                          \
     Call call;                                                                                     \
-    int32_t code = flat_call(call, xe, flags, n, extent, KIPX_FLAT(dst), sources, count);          \
+    int32_t code = flat_call(call, xe, flags, n, extent, {dst, sources, count, mask});             \
     if (code < 0) return code;                                                                     \
     call.params = &given;                                                                          \
     return worker(call)
+#define KIPX_ENTER(count, mask, record, worker, ...)                                               \
+    const Flat result = KIPX_FLAT(dst);                                                            \
+    KIPX_ENTER_FLAT(&result, count, mask, record, worker, __VA_ARGS__)
 
 #define KIPX_STAMP_2(op, Name, tail, shape, record, worker)                                        \
     KIPX_PUBLIC_2(Kipx##Name, tail) {                                                              \
@@ -37,7 +41,7 @@
                            KIPX_START(src1), src2_type, KIPX_START(src2) KIPX_PASS_##tail);        \
     }                                                                                              \
     KIPX_TYPED_2(kipxa__##op, tail) {                                                              \
-        KIPX_ENTER(2, record, worker, KIPX_FLAT(src1), KIPX_FLAT(src2));                           \
+        KIPX_ENTER(2, KIPX_NO_FLAT, record, worker, KIPX_FLAT(src1), KIPX_FLAT(src2));             \
     }
 
 #define KIPX_STAMP_C(op, Name, tail, shape, record, worker)                                        \
@@ -49,7 +53,7 @@
         return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src_type,           \
                            KIPX_START(src), values KIPX_PASS_##tail);                              \
     }                                                                                              \
-    KIPX_TYPED_C(kipxa__##op, tail) { KIPX_ENTER(1, record, worker, KIPX_FLAT(src)); }
+    KIPX_TYPED_C(kipxa__##op, tail) { KIPX_ENTER(1, KIPX_NO_FLAT, record, worker, KIPX_FLAT(src)); }
 
 #define KIPX_STAMP_1(op, Name, tail, shape, record, worker)                                        \
     KIPX_PUBLIC_1(Kipx##Name, tail) {                                                              \
@@ -60,4 +64,72 @@
         return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src_type,           \
                            KIPX_START(src) KIPX_PASS_##tail);                                      \
     }                                                                                              \
-    KIPX_TYPED_1(kipxa__##op, tail) { KIPX_ENTER(1, record, worker, KIPX_FLAT(src)); }
+    KIPX_TYPED_1(kipxa__##op, tail) { KIPX_ENTER(1, KIPX_NO_FLAT, record, worker, KIPX_FLAT(src)); }
+
+#define KIPX_STAMP_1M(op, Name, tail, shape, record, worker)                                       \
+    KIPX_PUBLIC_1M(Kipx##Name, tail) {                                                             \
+        const auto given = record;                                                                 \
+        return travel(shape,                                                                       \
+                      {xe,                                                                         \
+                       flags,                                                                      \
+                       {dst, src, nullptr, nullptr, mask},                                         \
+                       roi,                                                                        \
+                       {nullptr, srcAt, nullptr, nullptr, maskAt}},                                \
+                      &given, worker);                                                             \
+    }                                                                                              \
+    KIPX_ARRAY_1M(kipxa_##op, tail) {                                                              \
+        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src_type,           \
+                           KIPX_START(src), mask_type, KIPX_START(mask) KIPX_PASS_##tail);         \
+    }                                                                                              \
+    KIPX_TYPED_1M(kipxa__##op, tail) {                                                             \
+        KIPX_ENTER(1, KIPX_FLAT(mask), record, worker, KIPX_FLAT(src));                            \
+    }
+
+#define KIPX_STAMP_0(op, Name, tail, shape, record, worker)                                        \
+    KIPX_PUBLIC_0(Kipx##Name, tail) {                                                              \
+        const auto given = record;                                                                 \
+        return travel(shape, {xe, flags, {dst}, roi, {}}, &given, worker);                         \
+    }                                                                                              \
+    KIPX_ARRAY_0(kipxa_##op, tail) {                                                               \
+        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst),                     \
+                           values KIPX_PASS_##tail);                                               \
+    }                                                                                              \
+    KIPX_TYPED_0(kipxa__##op, tail) { KIPX_ENTER(0, KIPX_NO_FLAT, record, worker, KIPX_NO_FLAT); }
+
+#define KIPX_STAMP_0M(op, Name, tail, shape, record, worker)                                       \
+    KIPX_PUBLIC_0M(Kipx##Name, tail) {                                                             \
+        const auto given = record;                                                                 \
+        return travel(shape,                                                                       \
+                      {xe,                                                                         \
+                       flags,                                                                      \
+                       {dst, nullptr, nullptr, nullptr, mask},                                     \
+                       roi,                                                                        \
+                       {nullptr, nullptr, nullptr, nullptr, maskAt}},                              \
+                      &given, worker);                                                             \
+    }                                                                                              \
+    KIPX_ARRAY_0M(kipxa_##op, tail) {                                                              \
+        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), mask_type,          \
+                           KIPX_START(mask), values KIPX_PASS_##tail);                             \
+    }                                                                                              \
+    KIPX_TYPED_0M(kipxa__##op, tail) {                                                             \
+        KIPX_ENTER(0, KIPX_FLAT(mask), record, worker, KIPX_NO_FLAT);                              \
+    }
+
+#define KIPX_STAMP_R(op, Name, tail, shape, record, worker)                                        \
+    KIPX_PUBLIC_R(Kipx##Name, tail) {                                                              \
+        const auto given = record;                                                                 \
+        return travel(shape,                                                                       \
+                      {xe,                                                                         \
+                       flags,                                                                      \
+                       {nullptr, src, nullptr, nullptr, mask},                                     \
+                       roi,                                                                        \
+                       {nullptr, nullptr, nullptr, nullptr, maskAt}},                              \
+                      &given, worker);                                                             \
+    }                                                                                              \
+    KIPX_ARRAY_R(kipxa_##op, tail) {                                                               \
+        return kipxa__##op(xe, flags, dims, extent, src_type, KIPX_START(src), mask_type,          \
+                           KIPX_START(mask) KIPX_PASS_##tail);                                     \
+    }                                                                                              \
+    KIPX_TYPED_R(kipxa__##op, tail) {                                                              \
+        KIPX_ENTER_FLAT(nullptr, 1, KIPX_FLAT(mask), record, worker, KIPX_FLAT(src));              \
+    }

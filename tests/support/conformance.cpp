@@ -147,9 +147,17 @@ private:
     int32_t call() {
         const uint32_t extent[4] = {1, height_, width_, channels_};
         kipx_pos origins[4] = {};
-        FlatArguments f{3 | 1 << 4, extent + 1, flat(dst(), origins[0]), {}};
+        FlatArguments f{3 | 1 << 4, extent + 1, flat(dst(), origins[0]), {}, {}};
         for (uint32_t i = 0; i < op_.sources; ++i)
             f.src[i] = flat(placed_[sources_[i]], origins[1 + i]);
+        kipx_pos mask_origin = {};
+        uint32_t mask_strides[3] = {};
+        if (op_.has_mask) {
+            f.mask = flat(placed_.back(), mask_origin);
+            std::copy(f.mask.strides, f.mask.strides + 3, mask_strides);
+            if (args_.mask->shape().channels == 1) mask_strides[2] = 0;
+            f.mask.strides = mask_strides;
+        }
         return op_.call(level_, args_, f);
     }
 

@@ -59,7 +59,7 @@ struct FlatOperand {
 struct FlatArguments {
     kipx_dims dims;
     const uint32_t *extent;
-    FlatOperand dst, src[3];
+    FlatOperand dst, src[3], mask;
 };
 
 // bits: the elements of the sources; channel counts from the destination's first one.

@@ -1,0 +1,427 @@
+// Copying, filling and converting: what the tests of every element-wise operation do not reach -
+// arrays across each other, planes, refusals, and the values themselves.
+#include <kipx/array.h>
+#include <kipx/convert.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include <gtest/gtest.h>
+
+#include "support/conformance.h"
+#include "support/environment.h"
+#include "support/guarded.h"
+
+using namespace kipx::test;
+
+namespace {
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double nan_value = std::numeric_limits<double>::quiet_NaN();
+
+constexpr uint32_t sized_types[] = {1, 2, 3, 4, 9, 10, 11, 12, 13, 14};
+constexpr uint32_t size_of_code[] = {0, 1, 2, 4, 8, 4, 8, 0};
+
+// ---- every layout, place, mask and set ---------------------------------------------------------
+
+using A = const Arguments &;
+using F = const FlatArguments &;
+
+uint64_t bits_of(uint32_t type, double value) {
+    uint64_t bits = 0;
+    const bool whole = !is_real(type);
+    const uint32_t size = size_of_code[type & 7];
+    if (!whole) {
+        store_real(type, &bits, value);
+        return bits;
+    }
+    // Rounded by looking at the remainder, and cut to the range of the type.
+    const double top = std::ldexp(1.0, static_cast<int>(size * 8 - (type >= KIPX_S8)));
+    const double bottom = type >= KIPX_S8 ? -top : 0;
+    double down = std::floor(value), rest = value - down;
+    if (rest > 0.5 || (rest == 0.5 && std::fmod(down, 2) != 0)) down += 1;
+    if (std::isnan(value)) return 0;
+    if (down >= top)
+        return static_cast<uint64_t>(type >= KIPX_S8 ? (uint64_t{1} << (size * 8 - 1)) - 1
+                                                     : ~uint64_t{0} >> (64 - size * 8));
+    const uint64_t low = down <= bottom ? static_cast<uint64_t>(static_cast<int64_t>(bottom))
+                         : down < 0     ? static_cast<uint64_t>(static_cast<int64_t>(down))
+                                        : static_cast<uint64_t>(down);
+    return low & ~uint64_t{0} >> (64 - size * 8);
+}
+
+std::vector<Types> of_one_type() {
+    std::vector<Types> all;
+    for (uint32_t type : sized_types) all.push_back({type, type});
+    return all;
+}
+
+// What the four have in common.
+Operation described(const char *name, uint32_t sources, bool mask,
+                    std::function<int32_t(Level, A, F)> call) {
+    Operation o;
+    o.name = name, o.sources = sources, o.has_mask = mask, o.has_values = sources == 0;
+    o.null_in_place = false, o.types = of_one_type(), o.call = std::move(call);
+    o.model = [](A a, uint32_t channel, const uint64_t *bits) {
+        return a.src[0] ? bits[0] : bits_of(a.types[0], a.values[channel]);
+    };
+    return o;
+}
+
+const Operation copy_and_fill[] = {
+    described("Copy", 1, false,
+              [](Level level, A a, F f) {
+                  const FlatOperand &d = f.dst, &s = f.src[0];
+                  if (level == Level::whole)
+                      return KipxCopy(a.xe, a.flags, a.dst->arr(), a.source(0), a.roi, a.at[0]);
+                  if (level == Level::typed)
+                      return kipxa__copy(a.xe, a.flags, f.dims, f.extent, d.type, d.start,
+                                         d.strides, s.type, s.start, s.strides);
+                  return kipxa_copy(a.xe, a.flags, f.dims, f.extent, d.type, d.base, d.origin,
+                                    d.strides, s.type, s.base, s.origin, s.strides);
+              }),
+    described("CopyEx", 1, true,
+              [](Level level, A a, F f) {
+                  const FlatOperand &d = f.dst, &s = f.src[0], &m = f.mask;
+                  if (level == Level::whole)
+                      return KipxCopyEx(a.xe, a.flags, a.dst->arr(), a.source(0), a.mask->arr(),
+                                        a.roi, a.at[0], a.mask_at);
+                  if (level == Level::typed)
+                      return kipxa__copy_xm(a.xe, a.flags, f.dims, f.extent, d.type, d.start,
+                                            d.strides, s.type, s.start, s.strides, m.type, m.start,
+                                            m.strides);
+                  return kipxa_copy_xm(a.xe, a.flags, f.dims, f.extent, d.type, d.base, d.origin,
+                                       d.strides, s.type, s.base, s.origin, s.strides, m.type,
+                                       m.base, m.origin, m.strides);
+              }),
+    described("Fill", 0, false,
+              [](Level level, A a, F f) {
+                  const FlatOperand &d = f.dst;
+                  if (level == Level::whole)
+                      return KipxFill(a.xe, a.flags, a.dst->arr(), a.values.data(), a.roi);
+                  if (level == Level::typed)
+                      return kipxa__fill(a.xe, a.flags, f.dims, f.extent, d.type, d.start,
+                                         d.strides, a.values.data());
+                  return kipxa_fill(a.xe, a.flags, f.dims, f.extent, d.type, d.base, d.origin,
+                                    d.strides, a.values.data());
+              }),
+    described("FillEx", 0, true,
+              [](Level level, A a, F f) {
+                  const FlatOperand &d = f.dst, &m = f.mask;
+                  if (level == Level::whole)
+                      return KipxFillEx(a.xe, a.flags, a.dst->arr(), a.mask->arr(), a.values.data(),
+                                        a.roi, a.mask_at);
+                  if (level == Level::typed)
+                      return kipxa__fill_xm(a.xe, a.flags, f.dims, f.extent, d.type, d.start,
+                                            d.strides, m.type, m.start, m.strides, a.values.data());
+                  return kipxa_fill_xm(a.xe, a.flags, f.dims, f.extent, d.type, d.base, d.origin,
+                                       d.strides, m.type, m.base, m.origin, m.strides,
+                                       a.values.data());
+              }),
+};
+
+class Conformance : public testing::TestWithParam<Operation> {};
+TEST_P(Conformance, Holds) { EXPECT_EQ(conform(GetParam(), 3, 60), ""); }
+INSTANTIATE_TEST_SUITE_P(Of, Conformance, testing::ValuesIn(copy_and_fill),
+                         [](const auto &p) { return p.param.name; });
+
+// ---- arrays across each other -------------------------------------------------------------------
+
+// An array at any place of a block of bytes, with strides that a caller might have.
+kipx_arr draw_array(Rng &rng, unsigned char *base, uint32_t type, const uint32_t (&extent)[4],
+                    uint32_t axes) {
+    kipx_arr a{};
+    const uint32_t size = size_of_code[type & 7];
+    a.base = base, a.type = type, a.naxes = static_cast<uint16_t>(axes);
+    a.offset = static_cast<uint32_t>(rng.below(40));
+    for (int i = 0; i < 4; i++) a.volume[i] = extent[i];
+    a.strides[3] = size * (1 + static_cast<uint32_t>(rng.one_in(5)));
+    a.strides[2] = a.strides[3] * extent[3] + static_cast<uint32_t>(rng.one_in(4));
+    a.strides[1] = a.strides[2] * extent[2] + static_cast<uint32_t>(rng.below(4));
+    a.strides[0] = a.strides[1] * extent[1] + static_cast<uint32_t>(rng.below(3));
+    if (rng.one_in(6)) { // planar
+        a.strides[2] = size, a.strides[1] = size * extent[2];
+        a.strides[3] = a.strides[1] * extent[1], a.strides[0] = a.strides[3] * extent[3];
+    }
+    return a;
+}
+
+template<class F> void each_position(const uint32_t (&extent)[4], F &&f) {
+    kipx_pos p{};
+    for (p.at[0] = 0; p.at[0] < extent[0]; p.at[0]++)
+        for (p.at[1] = 0; p.at[1] < extent[1]; p.at[1]++)
+            for (p.at[2] = 0; p.at[2] < extent[2]; p.at[2]++)
+                for (p.at[3] = 0; p.at[3] < extent[3]; p.at[3]++) f(p);
+}
+
+unsigned char *element(const kipx_arr &a, const kipx_pos &p) {
+    return static_cast<unsigned char *>(kipx_arr_at(&a, &p));
+}
+
+TEST(Copy, AcrossItselfIsACopyOfWhatWasThere) {
+    Rng rng(1);
+    Environment xe;
+    GuardedBytes room(8192), model(8192);
+    int by_rows = 0;
+    for (int trial = 0; trial < 3000; trial++) {
+        const uint32_t axes = rng.one_in(4) ? 4 : 3, type = rng.pick(sized_types);
+        const uint32_t extent[4] = {axes == 4 ? 1 + static_cast<uint32_t>(rng.below(3)) : 1,
+                                    1 + static_cast<uint32_t>(rng.below(4)),
+                                    1 + static_cast<uint32_t>(rng.below(9)),
+                                    1 + static_cast<uint32_t>(rng.below(4))};
+        const kipx_arr dst = draw_array(rng, room.data(), type, extent, axes);
+        kipx_arr src = draw_array(rng, room.data(), type, extent, axes);
+        if (rng.one_in(2)) { // the same lattice elsewhere
+            const uint32_t offset = src.offset;
+            src = dst, src.offset = offset;
+        }
+        const bool masked = rng.one_in(3);
+        GuardedArray mask(
+            {.width = extent[2], .height = extent[1], .channels = rng.one_in(2) ? 1 : extent[3]});
+        mask.for_each([&](At at) { mask.set_integer(at, rng.one_in(2) ? rng.next() & 255 : 0); });
+
+        for (size_t i = 0; i < room.size(); i++)
+            model.data()[i] = room.data()[i] = static_cast<unsigned char>(rng.next());
+        each_position(extent, [&](const kipx_pos &p) {
+            const At at{p.at[1], p.at[2], mask.shape().channels == 1 ? 0 : p.at[3]};
+            if (masked && mask.integer(at) == 0) return;
+            std::memcpy(model.data() + (element(dst, p) - room.data()), element(src, p),
+                        size_of_code[type & 7]);
+        });
+        const int32_t code =
+            masked ? KipxCopyEx(xe, 0, &dst, &src, mask.arr(), nullptr, nullptr, nullptr)
+                   : KipxCopy(xe, 0, &dst, &src, nullptr, nullptr);
+        ASSERT_EQ(code, 0);
+        ASSERT_EQ(std::memcmp(room.data(), model.data(), room.size()), 0)
+            << "type " << type << " axes " << axes << (masked ? " masked" : "") << " offsets "
+            << dst.offset << " " << src.offset;
+        ASSERT_TRUE(room.canaries_intact());
+        // Shifted rows of adjacent pixels need no environment.
+        const bool dense = dst.strides[3] == size_of_code[type & 7] &&
+                           dst.strides[2] == extent[3] * dst.strides[3];
+        if (masked || !dense || src.strides[1] != dst.strides[1] ||
+            src.strides[2] != dst.strides[2] || src.strides[3] != dst.strides[3] ||
+            src.strides[0] != dst.strides[0])
+            continue;
+        by_rows++;
+        ASSERT_EQ(KipxCopy(nullptr, 0, &dst, &src, nullptr, nullptr), 0);
+    }
+    EXPECT_GT(by_rows, 150);
+}
+
+// One picture into every plane, and plane by plane; regions, masks and positions with planes.
+TEST(Copy, GoesThroughPlanes) {
+    Rng rng(2);
+    for (uint32_t source_axes : {3u, 4u}) {
+        GuardedArray dst({.type = KIPX_S16,
+                          .width = 9,
+                          .height = 6,
+                          .channels = 3,
+                          .layout = Layout::odd_rows,
+                          .naxes = 4,
+                          .planes = 5});
+        GuardedArray src({.type = KIPX_S16,
+                          .width = 11,
+                          .height = 8,
+                          .channels = 3,
+                          .naxes = source_axes,
+                          .planes = source_axes == 4 ? 5u : 1u});
+        GuardedArray mask({.width = 9, .height = 6, .naxes = 3});
+        dst.fill(rng), src.fill(rng);
+        mask.for_each([&](At at) { mask.set_integer(at, static_cast<int64_t>(rng.below(2))); });
+        const kipx_site roi = {{1, 2, 3, 1}, {3, 3, 4, 2}}; // planes 1-3, channels 1 and 2
+        const kipx_pos src_at = position(5, 1, source_axes == 4 ? 2 : 0), mask_at = position(2, 1);
+        const Snapshot before = dst.snapshot();
+        GuardedArray old(dst.shape());
+        old.copy_from(dst);
+        ASSERT_EQ(KipxCopyEx(nullptr, 0, dst.arr(), src.arr(), mask.arr(), &roi, &src_at, &mask_at),
+                  0);
+        dst.for_each([&](At at) {
+            int64_t must = old.integer(at);
+            if (contains(roi, at) && mask.integer({at.y - 1, at.x - 1}))
+                must = src.integer(
+                    {at.y - 1, at.x + 2, at.channel, source_axes == 4 ? at.plane + 1 : 0});
+            ASSERT_EQ(dst.integer(at), must) << at.plane << " " << at.y << " " << at.x;
+        });
+        EXPECT_EQ(dst.changes_outside(before, roi), "");
+
+        const double values[] = {7.5, -70000, nan_value};
+        ASSERT_EQ(KipxFill(nullptr, 0, dst.arr(), values, nullptr), 0);
+        const int64_t stored[] = {8, -32768, 0};
+        dst.for_each([&](At at) { ASSERT_EQ(dst.integer(at), stored[at.channel]); });
+        EXPECT_TRUE(dst.canaries_intact());
+    }
+}
+
+// Long enough that stores go past the cache, at odd places.
+TEST(Copy, MovesLargeArrays) {
+    Rng rng(3);
+    const uint32_t width = 4099, height = 2100;
+    std::vector<unsigned char> from(size_t{width} * height + 64), to(from.size());
+    for (size_t i = 0; i < from.size(); i++) from[i] = static_cast<unsigned char>(rng.next());
+    for (int32_t simd : {0, 1}) {
+        SimdSwitch form(simd);
+        kipx_arr src{};
+        src.volume[0] = src.volume[3] = 1, src.volume[1] = height, src.volume[2] = width;
+        src.strides[1] = width, src.strides[2] = src.strides[3] = 1, src.naxes = 3;
+        src.type = KIPX_U8, src.base = from.data(), src.offset = 5;
+        kipx_arr dst = src;
+        dst.base = to.data(), dst.offset = 3;
+        std::fill(to.begin(), to.end(), static_cast<unsigned char>(0));
+        ASSERT_EQ(KipxCopy(nullptr, 0, &dst, &src, nullptr, nullptr), 0);
+        EXPECT_EQ(std::memcmp(to.data() + 3, from.data() + 5, size_t{width} * height), 0);
+        const double values[] = {77};
+        ASSERT_EQ(KipxFill(nullptr, 0, &dst, values, nullptr), 0);
+        EXPECT_TRUE(std::all_of(to.begin() + 3, to.begin() + 3 + size_t{width} * height,
+                                [](unsigned char byte) { return byte == 77; }));
+        EXPECT_EQ(to[2], 0);
+        EXPECT_EQ(to[3 + size_t{width} * height], 0);
+    }
+}
+
+// ---- refusals -----------------------------------------------------------------------------------
+
+struct Refusal {
+    const char *what;
+    int32_t copy, fill; // what the masked copy and the masked fill answer
+    void (*spoil)(kipx_arr &dst, kipx_arr &src, kipx_arr &mask);
+};
+using R = kipx_arr;
+const Refusal refusals[] = {
+    {"nothing wrong", 0, 0, [](R &, R &, R &) {}},
+    {"other type", KIPX_ENOTSUP, 0, [](R &, R &s, R &) { s.type = KIPX_S8; }},
+    {"invalid type", KIPX_EINVAL, KIPX_EINVAL, [](R &d, R &, R &) { d.type = 5; }},
+    {"invalid source type", KIPX_EINVAL, 0, [](R &, R &s, R &) { s.type = 0; }},
+    {"no size", KIPX_ENOTSUP, KIPX_ENOTSUP, [](R &d, R &s, R &) { d.type = s.type = 15; }},
+    {"two axes", KIPX_EINVAL, KIPX_EINVAL, [](R &d, R &, R &) { d.naxes = 2; }},
+    {"channels", KIPX_EINVAL, KIPX_EINVAL, [](R &d, R &s, R &) { d.volume[3] = s.volume[3] = 5; }},
+    {"other channels", KIPX_EINVAL, 0, [](R &, R &s, R &) { s.volume[3] = 2; }},
+    {"mask of s16", KIPX_EINVAL, KIPX_EINVAL, [](R &, R &, R &m) { m.type = KIPX_S16; }},
+    {"mask channels", KIPX_EINVAL, KIPX_EINVAL, [](R &, R &, R &m) { m.volume[3] = 2; }},
+    {"no base", KIPX_EINVAL, KIPX_EINVAL, [](R &d, R &, R &) { d.base = nullptr; }},
+    {"no rows", KIPX_EEMPTY, KIPX_EEMPTY, [](R &d, R &, R &) { d.volume[1] = 0; }},
+    {"far away", KIPX_EINVAL, KIPX_EINVAL, [](R &d, R &, R &) { d.strides[1] = UINT32_MAX; }},
+    {"onto itself", KIPX_EINVAL, KIPX_EINVAL, [](R &d, R &, R &) { d.strides[1] = 1; }},
+    {"its own mask", KIPX_EINVAL, KIPX_EINVAL,
+     [](R &d, R &, R &m) {
+         m.base = d.base;
+         m.offset = 1;
+     }},
+};
+
+TEST(CopyAndFill, RefuseWithoutWriting) {
+    Environment xe;
+    for (const Refusal &r : refusals) {
+        SCOPED_TRACE(r.what);
+        GuardedArray dst({.width = 5, .height = 4, .channels = 3}), src(dst.shape()),
+            mask({.width = 5, .height = 4});
+        dst.fill_integer(1), src.fill_integer(2), mask.fill_integer(255);
+        r.spoil(*dst.arr(), *src.arr(), *mask.arr());
+        const Snapshot before = dst.snapshot();
+        const double values[] = {3, 3, 3, 3, 3};
+        auto copy = [&](uint64_t flags) {
+            return KipxCopyEx(xe, flags, dst.arr(), src.arr(), mask.arr(), nullptr, nullptr,
+                              nullptr);
+        };
+        auto fill = [&](uint64_t flags) {
+            return KipxFillEx(xe, flags, dst.arr(), mask.arr(), values, nullptr, nullptr);
+        };
+        EXPECT_EQ(copy(KIPX_FLAG_PREPARE), r.copy);
+        EXPECT_EQ(fill(KIPX_FLAG_PREPARE), r.fill);
+        EXPECT_EQ(copy(KIPX_FLAG_PROBE), r.copy ? r.copy : KIPX_EAGAIN);
+        EXPECT_EQ(fill(KIPX_FLAG_PROBE), r.fill ? r.fill : KIPX_EAGAIN);
+        EXPECT_EQ(dst.changes(before), "");
+        EXPECT_EQ(copy(0), r.copy);
+        if (r.copy) {
+            EXPECT_EQ(dst.changes(before), "");
+        }
+        EXPECT_EQ(fill(0), r.fill);
+    }
+    GuardedArray a({.width = 5, .height = 4, .channels = 3});
+    EXPECT_EQ(KipxFill(xe, 0, a.arr(), nullptr, nullptr), KIPX_EINVAL);
+    EXPECT_EQ(KipxFill(xe, 0, nullptr, nullptr, nullptr), KIPX_EINVAL);
+    EXPECT_EQ(KipxCopy(xe, 0, a.arr(), nullptr, nullptr, nullptr), KIPX_EINVAL);
+    // Scratch is needed, and there is no environment, or one without room.
+    kipx_arr turned = *a.arr();
+    turned.strides[2] = 4, turned.strides[1] = 20, a.arr()->volume[1] = turned.volume[1] = 2;
+    const Snapshot before = a.snapshot();
+    EXPECT_EQ(KipxCopy(nullptr, 0, &turned, a.arr(), nullptr, nullptr), KIPX_EINVAL);
+    ZuSMEMSTGsetlimit(xe.stack(), 1);
+    EXPECT_EQ(KipxCopy(xe, 0, &turned, a.arr(), nullptr, nullptr), KIPX_ENOMEM);
+    EXPECT_EQ(a.changes(before), "");
+}
+
+// ---- single values ------------------------------------------------------------------------------
+
+TEST(Values, BecomeElementsToNearestEvenAndSaturated) {
+    const struct {
+        uint32_t type;
+        double value, stored;
+    } cases[] = {
+        {KIPX_U8, 2.5, 2},
+        {KIPX_U8, 3.5, 4},
+        {KIPX_U8, -1, 0},
+        {KIPX_U8, 1e30, 255},
+        {KIPX_U8, nan_value, 0},
+        {KIPX_S8, -128.5, -128},
+        {KIPX_U16, 65535.5, 65535},
+        {KIPX_S16, -infinity, -32768},
+        {KIPX_U32, 4294967295.5, 4294967295},
+        {KIPX_U32, 2147483648.5, 2147483648},
+        {KIPX_S32, 2147483647.5, 2147483647},
+        {KIPX_S32, nan_value, 0},
+        {KIPX_F32, 0.1, 0.1f},
+        {KIPX_F32, 1e300, infinity},
+        {KIPX_F64, 0.1, 0.1},
+    };
+    for (const auto &c : cases) {
+        alignas(8) unsigned char vector[16];
+        ASSERT_EQ(kipx_mkifillvalv16(vector, c.type, &c.value, 1), 0);
+        EXPECT_EQ(load_real(c.type, vector), c.stored) << type_name(c.type) << " " << c.value;
+    }
+    unsigned char vector[17] = {};
+    vector[16] = 99;
+    double values[17] = {1, 2, 3, 4};
+    for (uint32_t type = 0; type < 32; type++)
+        for (uint32_t channels : {0u, 1u, 2u, 3u, 4u, 16u, 17u}) {
+            const uint32_t size = size_of_code[type & 7];
+            const bool valid = (type >= 1 && type <= 4) || (type >= 9 && type <= 15);
+            const bool fits = size && channels * size <= 16;
+            const int32_t must = !valid || !channels ? KIPX_EINVAL : fits ? 0 : KIPX_ENOTSUP;
+            EXPECT_EQ(kipx_mkifillvalv16(vector, type, values, channels), must) << type;
+        }
+    EXPECT_EQ(vector[16], 99);
+}
+
+TEST(Values, RangesAreCutToAType) {
+    const struct {
+        uint32_t type;
+        kipx_vrange range, cut;
+    } cases[] = {
+        {KIPX_U8, {-5, 300}, {0, 255}},
+        {KIPX_U8, {2.5, 7.25}, {2.5, 7.25}},
+        {KIPX_U8, {300, -5}, {255, 0}},
+        {KIPX_S16, {-infinity, infinity}, {-32768, 32767}},
+        {KIPX_U32, {-1, 5e9}, {0, 4294967295}},
+        {KIPX_F64, {-infinity, infinity}, {-infinity, infinity}},
+        {KIPX_F32,
+         {-1e39, infinity},
+         {-std::numeric_limits<float>::max(), std::numeric_limits<float>::max()}},
+    };
+    for (const auto &c : cases) {
+        kipx_vrange range = c.range;
+        ASSERT_EQ(kipx_vrng_saturate(&range, c.type), 0);
+        EXPECT_EQ(range.low, c.cut.low);
+        EXPECT_EQ(range.high, c.cut.high);
+    }
+    kipx_vrange range = {nan_value, 1};
+    EXPECT_EQ(kipx_vrng_saturate(&range, KIPX_U8), 0);
+    EXPECT_TRUE(std::isnan(range.low));
+    EXPECT_EQ(kipx_vrng_saturate(&range, 8), KIPX_EINVAL);
+    EXPECT_EQ(kipx_vrng_saturate(nullptr, KIPX_U8), KIPX_EINVAL);
+    EXPECT_EQ(kipx_vrng_saturate(&range, 15), KIPX_ENOTSUP);
+}
+
+} // namespace

@@ -1,0 +1,279 @@
+// Statistics against naive counting, over every type, layout, region and mask, with every set.
+#include <kipx/stats.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <optional>
+
+#include <gtest/gtest.h>
+
+#include "support/environment.h"
+#include "support/guarded.h"
+
+using namespace kipx::test;
+
+namespace {
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double nan_value = std::numeric_limits<double>::quiet_NaN();
+
+// An array with a region and perhaps a mask, as a caller may hand them in, and the values that are
+// meant, channel by channel.
+struct Sample {
+    GuardedArray src;
+    std::optional<GuardedArray> mask;
+    std::optional<kipx_site> roi;
+    kipx_pos mask_at{};
+    std::vector<std::vector<double>> values; // of the region's channels
+
+    static Shape draw_shape(Rng &rng, uint32_t type) {
+        Shape s;
+        s.type = type, s.channels = 1 + static_cast<uint32_t>(rng.below(4));
+        s.width =
+            1 + (rng.one_in(8) ? static_cast<uint32_t>(rng.below(3000)) : rng.pick(all_widths));
+        s.height = 1 + static_cast<uint32_t>(rng.below(4));
+        s.naxes = rng.one_in(4) ? 4 : 3, s.planes = s.naxes == 4 ? 3 : 1;
+        s.layout = rng.pick(all_layouts), s.edge = rng.one_in(2) ? Edge::last : Edge::first;
+        s.shift = rng.below(64);
+        return s;
+    }
+    Sample(Rng &rng, uint32_t type, Values kind) : src(draw_shape(rng, type)) {
+        const Shape &s = src.shape();
+        src.fill(rng, kind);
+        if (rng.one_in(4)) src.fill_integer(3); // long runs of one value
+        if (rng.one_in(2)) {
+            roi = random_rectangle(rng, s.width, s.height);
+            if (rng.one_in(3)) roi->origin[3] = s.channels - 1;
+        }
+        if (rng.one_in(2)) {
+            Shape m = s;
+            m.type = KIPX_U8, m.width += 3, m.channels = rng.one_in(2) ? 1 : s.channels;
+            m.naxes = s.naxes == 4 && rng.one_in(2) ? 4 : 3, m.planes = m.naxes == 4 ? 3 : 1;
+            mask.emplace(m);
+            const uint64_t holes = rng.below(4); // none, many, some runs
+            mask->for_each([&](At at) {
+                const bool out = holes == 1 ? rng.one_in(2) : holes == 2 && at.x / 20 % 2;
+                mask->set_integer(at, out ? 0 : rng.between(1, 255));
+            });
+            mask_at = position(2, 0);
+        }
+        gather();
+    }
+    void gather() {
+        const Shape &s = src.shape();
+        kipx_site site =
+            rectangle(0, 0, static_cast<int32_t>(s.width), static_cast<int32_t>(s.height));
+        if (roi) site = *roi;
+        int32_t first_x = INT32_MAX, first_y = 0, first_channel = 8;
+        src.for_each([&](At at) { // where the region clipped to the array begins
+            if (!contains(site, at) || first_x != INT32_MAX) return;
+            first_x = static_cast<int32_t>(at.x), first_y = static_cast<int32_t>(at.y);
+            first_channel = static_cast<int32_t>(at.channel);
+        });
+        for (uint32_t c = static_cast<uint32_t>(first_channel); c < s.channels; c++)
+            values.emplace_back();
+        src.for_each([&](At at) {
+            if (!contains(site, at)) return;
+            if (mask) {
+                At m{at.y - static_cast<uint32_t>(first_y),
+                     at.x - static_cast<uint32_t>(first_x) + mask_at.at[2],
+                     mask->shape().channels == 1 ? 0 : at.channel,
+                     mask->planes() == 1 ? 0 : at.plane};
+                if (m.x >= mask->shape().width || mask->integer(m) == 0) return;
+            }
+            values[at.channel - static_cast<uint32_t>(first_channel)].push_back(src.real(at));
+        });
+    }
+    bool empty() const {
+        for (const auto &channel : values)
+            if (channel.empty()) return true;
+        return values.empty();
+    }
+    const kipx_arr *mask_arr() { return mask ? mask->arr() : nullptr; }
+    const kipx_site *site() { return roi ? &*roi : nullptr; }
+};
+
+class Statistics : public testing::TestWithParam<uint32_t> {};
+
+TEST_P(Statistics, ExtremaAreThoseOfTheNumbers) {
+    Rng rng(GetParam());
+    int empty = 0;
+    for (int trial = 0; trial < 300; trial++) {
+        Sample s(rng, GetParam(), rng.one_in(2) ? Values::any : Values::finite);
+        if (rng.one_in(8)) s.src.fill_integer(0); // zeros of either sign
+        if (is_real(GetParam()) && rng.one_in(8))
+            s.src.for_each([&](At at) { s.src.set_real(at, rng.one_in(2) ? 0.0 : -0.0); });
+        if (is_real(GetParam()) && rng.one_in(8))
+            s.src.for_each([&](At at) { s.src.set_real(at, nan_value); });
+        s.values.clear(), s.gather();
+        for (int32_t simd : {0, 1}) {
+            SimdSwitch form(simd);
+            kipx_vrange found[4] = {{7, 7}, {7, 7}, {7, 7}, {7, 7}};
+            const int32_t code =
+                KipxMinmax(nullptr, 0, s.src.arr(), s.mask_arr(), s.site(), &s.mask_at, found);
+            if (s.empty()) {
+                ASSERT_EQ(code, KIPX_EEMPTY) << s.src.shape();
+                ASSERT_EQ(found[0].low, 7);
+                empty++;
+                continue;
+            }
+            ASSERT_EQ(code, 0) << s.src.shape();
+            for (size_t c = 0; c < s.values.size(); c++) {
+                kipx_vrange must = {infinity, -infinity};
+                bool number = false;
+                for (double v : s.values[c]) {
+                    if (std::isnan(v)) continue;
+                    number = true, must.low = std::min(must.low, v),
+                    must.high = std::max(must.high, v);
+                }
+                if (!number) must = {nan_value, nan_value};
+                ASSERT_TRUE(std::isnan(must.low) ? std::isnan(found[c].low)
+                                                 : found[c].low == must.low);
+                ASSERT_TRUE(std::isnan(must.high) ? std::isnan(found[c].high)
+                                                  : found[c].high == must.high);
+                ASSERT_FALSE(found[c].low == 0 && std::signbit(found[c].low));
+                ASSERT_FALSE(found[c].high == 0 && std::signbit(found[c].high));
+            }
+        }
+    }
+    EXPECT_GT(empty, 0);
+}
+
+// What a histogram must hold for a value; -1 when it does not count.
+int64_t model_bin(const kipx_histogram &h, const kipx_vrange *range, double v) {
+    if (std::isnan(v)) return -1;
+    if (range && (v < range->low || v > range->high)) return -1;
+    const double exact = (v - static_cast<double>(h.low)) / static_cast<double>(h.width);
+    if (!range &&
+        (exact < 0 || v >= static_cast<double>(h.low) + static_cast<double>(h.width) * h.bins))
+        return -1;
+    return static_cast<int64_t>(std::clamp(std::floor(exact), 0.0, h.bins - 1.0));
+}
+
+TEST_P(Statistics, HistogramsCountEveryValueInItsBin) {
+    Rng rng(GetParam() + 50);
+    Environment xe;
+    const uint32_t type = GetParam();
+    for (int trial = 0; trial < 300; trial++) {
+        Sample s(rng, type, rng.one_in(2) ? Values::any : Values::small);
+        const uint32_t n = static_cast<uint32_t>(s.values.size());
+        kipx_vrange ranges[4];
+        int32_t bins[4];
+        for (uint32_t c = 0; c < 4; c++) {
+            const double low =
+                rng.one_in(2) ? static_cast<double>(rng.between(-20, 20)) : rng.unit() * 9 - 4;
+            ranges[c] = {rng.one_in(6) ? nan_value : low,
+                         low + static_cast<double>(rng.below(300))};
+            if (rng.one_in(4)) ranges[c].high = low + 1e5 * rng.unit();
+            const double values = ranges[c].high - low + 1; // one bin each, now and then
+            bins[c] = rng.one_in(3) ? static_cast<int32_t>(values)
+                                    : static_cast<int32_t>(rng.below(2500));
+        }
+        kipx_histogram h[4] = {}, again[4] = {};
+        ASSERT_EQ(__kipx_histogram__$n$xe(h, n, ranges, bins, type, xe), 0);
+        ASSERT_EQ(__kipx_histogram__$n$xe(again, n, ranges, bins, type, xe), 0);
+        const bool limited = rng.one_in(2) && !std::isnan(ranges[0].low + ranges[1].low +
+                                                          ranges[2].low + ranges[3].low);
+        const kipx_vrange *limits = limited ? ranges : nullptr;
+        for (int32_t simd : {0, 1}) {
+            SimdSwitch form(simd);
+            const int32_t code = KipxHistogram(nullptr, 0, s.src.arr(), s.mask_arr(), s.site(),
+                                               &s.mask_at, limits, simd ? again : h);
+            ASSERT_TRUE(code == 0 || (code == KIPX_EEMPTY && s.empty()));
+        }
+        for (uint32_t c = 0; c < n; c++) {
+            std::vector<uint32_t> must(static_cast<size_t>(h[c].bins));
+            int32_t total = 0;
+            for (double v : s.values[c])
+                if (int64_t bin = model_bin(h[c], limits ? ranges + c : nullptr, v); bin >= 0)
+                    must[static_cast<size_t>(bin)]++, total++;
+            for (const kipx_histogram &is : {h[c], again[c]}) {
+                ASSERT_EQ(is.total, total) << s.src.shape();
+                ASSERT_EQ(std::vector<uint32_t>(is.counts, is.counts + is.bins), must)
+                    << s.src.shape();
+            }
+        }
+        kipx_hist_fini_$n$xe(again, n, xe), kipx_hist_fini_$n$xe(h, n, xe);
+    }
+}
+
+constexpr uint32_t kernel_types[] = {1, 2, 3, 9, 10, 11, 13, 14};
+INSTANTIATE_TEST_SUITE_P(Type, Statistics, testing::ValuesIn(kernel_types),
+                         [](const auto &p) { return type_name(p.param); });
+
+TEST(Histogram, IsSetUpByTypeRangeAndBins) {
+    Environment xe;
+    const struct {
+        uint32_t type;
+        kipx_vrange range;
+        int32_t bins;
+        float low, width;
+        int32_t made;
+    } cases[] = {
+        {KIPX_U8, {nan_value, 0}, 0, 0, 1, 256},
+        {KIPX_S32, {nan_value, 0}, 1, 0, 1, 256},
+        {KIPX_F32, {nan_value, 0}, -4, 0, 1.0f / 384, 384},
+        {KIPX_U16, {nan_value, 0}, 0, 0, 1.0f / 384, 384},
+        {KIPX_U8, {0, 255}, 51, 0, 5, 51},
+        {KIPX_S16, {-100, 100}, 201, -100, 1, 201},
+        {KIPX_F32, {-100, 100}, 201, -100, 200.0f / 201, 201},
+        {KIPX_S16, {-100.5, 100.5}, 202, -100.5f, 201.0f / 202, 202},
+        {KIPX_S16, {7, 7}, 10, 7, 1, 10},
+        {KIPX_F32, {0, 0}, 10, 0, 0x1p-23f, 10},
+        {KIPX_F32, {-64, -64}, 10, -64, 0x1p-17f, 10},
+    };
+    for (const auto &c : cases) {
+        kipx_histogram h;
+        ASSERT_EQ(__kipx_histogram__$n$xe(&h, 1, &c.range, &c.bins, c.type, xe), 0);
+        EXPECT_EQ(h.low, c.low);
+        EXPECT_EQ(h.width, c.width);
+        EXPECT_EQ(h.bins, c.made);
+        EXPECT_EQ(h.total, 0);
+        kipx_hist_fini_$n$xe(&h, 1, xe);
+        EXPECT_EQ(h.counts, nullptr);
+    }
+    const kipx_vrange wrong[] = {{2, 1},         {0, infinity},   {-infinity, 0},
+                                 {0, nan_value}, {-1e300, 1e300}, {0, 1e-60}};
+    kipx_histogram h[3];
+    for (const kipx_vrange &range : wrong)
+        EXPECT_EQ(__kipx_histogram__$n$xe(h, 1, &range, nullptr, KIPX_F64, xe), KIPX_EINVAL)
+            << range.low;
+    EXPECT_EQ(__kipx_histogram__$n$xe(h, 1, nullptr, nullptr, 5, xe), KIPX_EINVAL);
+    EXPECT_EQ(__kipx_histogram__$n$xe(h, 1, nullptr, nullptr, KIPX_U8, nullptr), KIPX_EINVAL);
+    // The third does not fit: the other two go back, and their room is used again.
+    void *room = KipxXEalloca(xe, 40, 64);
+    KipxXEfreea(xe, room);
+    ZuSMEMSTGsetlimit(xe.stack(), 70000);
+    const int32_t bins[] = {10, 10, INT32_MAX};
+    EXPECT_EQ(__kipx_histogram__$n$xe(h, 3, nullptr, bins, KIPX_U8, xe), KIPX_ENOMEM);
+    EXPECT_EQ(KipxXEalloca(xe, 40, 64), room);
+}
+
+TEST(StatisticsCalls, RefuseWithoutWriting) {
+    GuardedArray src({.type = KIPX_U8, .width = 4, .height = 2});
+    src.fill_integer(1);
+    uint32_t counts[4] = {};
+    const kipx_histogram good = {0, 1, 0, 4, counts};
+    const auto answer = [&](kipx_histogram h, uint64_t flags = 0) {
+        return KipxHistogram(nullptr, flags, src.arr(), nullptr, nullptr, nullptr, nullptr, &h);
+    };
+    EXPECT_EQ(answer(good, KIPX_FLAG_PREPARE), 0);
+    EXPECT_EQ(answer(good, KIPX_FLAG_PROBE), KIPX_EAGAIN);
+    kipx_histogram bad[6] = {good, good, good, good, good, good};
+    bad[0].counts = nullptr, bad[1].bins = 0, bad[2].width = 0, bad[3].width = NAN;
+    bad[4].total = INT32_MAX - 7, bad[5].low = INFINITY;
+    for (const kipx_histogram &h : bad) EXPECT_EQ(answer(h), KIPX_EINVAL);
+    EXPECT_EQ(counts[1], 0u);
+    EXPECT_EQ(KipxHistogram(nullptr, 0, src.arr(), nullptr, nullptr, nullptr, nullptr, nullptr),
+              KIPX_EINVAL);
+    EXPECT_EQ(KipxMinmax(nullptr, 0, src.arr(), nullptr, nullptr, nullptr, nullptr), KIPX_EINVAL);
+    EXPECT_EQ(KipxMinmax(nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr), KIPX_EINVAL);
+    src.arr()->type = KIPX_U64;
+    EXPECT_EQ(answer(good), KIPX_ENOTSUP);
+    src.arr()->type = 6;
+    EXPECT_EQ(answer(good), KIPX_EINVAL);
+}
+
+} // namespace
