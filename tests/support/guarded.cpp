@@ -158,17 +158,6 @@ void GuardedArray::fill_integer(int64_t value) {
     for_each([&](At at) { set_integer(at, value); });
 }
 
-void GuardedArray::copy_from(const GuardedArray &other) {
-    const bool whole = !is_real(shape_.type) && !is_real(other.shape_.type);
-    for_each([&](At at) {
-        if (whole) {
-            set_integer(at, other.integer(at));
-        } else {
-            set_real(at, other.real(at));
-        }
-    });
-}
-
 Snapshot GuardedArray::snapshot() const {
     return Snapshot(bytes_.pages(), bytes_.pages() + bytes_.pages_size());
 }
@@ -218,26 +207,6 @@ std::string GuardedArray::changes_outside(const Snapshot &before, const kipx_sit
 
 std::string GuardedArray::changes(const Snapshot &before) const {
     return changes_outside(before, rectangle(0, 0, 0, 0));
-}
-
-std::string difference(const GuardedArray &a, const GuardedArray &b, const kipx_site *region) {
-    const bool whole = !is_real(a.shape().type) && !is_real(b.shape().type);
-    std::string text;
-    a.for_each([&](At at) {
-        if (!text.empty() || (region && !contains(*region, at))) return;
-        if (whole ? a.integer(at) == b.integer(at) : [&] {
-                const double p = a.real(at), q = b.real(at);
-                return std::memcmp(&p, &q, sizeof p) == 0 || (p != p && q != q);
-            }()) {
-            return;
-        }
-        text = "y " + std::to_string(at.y) + " x " + std::to_string(at.x) + " channel " +
-               std::to_string(at.channel) + " plane " + std::to_string(at.plane) + ": " +
-               (whole ? std::to_string(a.integer(at)) : std::to_string(a.real(at))) + " against " +
-               (whole ? std::to_string(b.integer(at)) : std::to_string(b.real(at))) + " (" +
-               describe(a.shape()) + "; " + describe(b.shape()) + ")";
-    });
-    return text;
 }
 
 kipx_site rectangle(int32_t x, int32_t y, int32_t width, int32_t height, int32_t first_channel,

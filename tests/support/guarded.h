@@ -119,8 +119,6 @@ public:
 
     void fill(Rng &rng, Values values = Values::finite);
     void fill_integer(int64_t value);
-    // Takes the values over, converted; the shapes must agree in their extents.
-    void copy_from(const GuardedArray &other);
 
     Snapshot snapshot() const;
     // Puts the bytes of a snapshot back.
@@ -141,11 +139,6 @@ private:
     GuardedBytes bytes_;
     kipx_arr arr_{};
 };
-
-// The first difference in value between two arrays of equal extents, inside the region when one is
-// given; empty when there is none. NaN equals NaN, 0 differs from -0.
-std::string difference(const GuardedArray &a, const GuardedArray &b,
-                       const kipx_site *region = nullptr);
 
 // ---- regions of interest ------------------------------------------------------------------------
 
