@@ -37,31 +37,37 @@ function(kipx_need_builders)
     endif()
 endfunction()
 
+# kipx_leave_out(PART WHAT WITHOUT): KIPX_BUILD_<PART> becomes OFF where KIPX_<PART> is AUTO; ON cannot
+# be had, which ends the configuration.
+macro(kipx_leave_out part what without)
+    if(NOT KIPX_${part} STREQUAL AUTO)
+        message(FATAL_ERROR "KIPX_${part} is ON, but ${what} cannot be built without ${without}")
+    endif()
+    message(NOTICE "Left out: ${what}, for want of ${without}")
+    set(KIPX_BUILD_${part} OFF)
+endmacro()
+
 # kipx_part(PART WHAT PACKAGE:DEBIAN-PACKAGE...): sets KIPX_BUILD_<PART>, true when KIPX_<PART> is ON
-# or AUTO and every package is found. One that is missing ends the configuration for ON; for AUTO the
-# part is left out.
+# or AUTO and every package is found.
 function(kipx_part part what)
     set(missing)
     set(debian)
+    set(KIPX_BUILD_${part} ${KIPX_${part}})
     if(KIPX_${part})
         foreach(need IN LISTS ARGN)
             string(REGEX REPLACE ":.*" "" package ${need})
             find_package(${package} QUIET)
             if(NOT ${package}_FOUND)
                 list(APPEND missing ${package})
-                string(REGEX REPLACE ".*:" " " need ${need})
-                string(APPEND debian ${need})
+                string(REGEX REPLACE ".*:" "" need ${need})
+                list(APPEND debian ${need})
             endif()
         endforeach()
     endif()
-    set(KIPX_BUILD_${part} ${KIPX_${part}} PARENT_SCOPE)
     if(missing)
         list(JOIN missing ", " missing)
-        if(NOT KIPX_${part} STREQUAL AUTO)
-            message(FATAL_ERROR "KIPX_${part} is ON, but ${what} cannot be built without ${missing}: "
-                                "apt-get install${debian}")
-        endif()
-        message(NOTICE "Left out: ${what}, for want of ${missing}: apt-get install${debian}")
-        set(KIPX_BUILD_${part} OFF PARENT_SCOPE)
+        list(JOIN debian " " debian)
+        kipx_leave_out(${part} "${what}" "${missing}: apt-get install ${debian}")
     endif()
+    set(KIPX_BUILD_${part} ${KIPX_BUILD_${part}} PARENT_SCOPE)
 endfunction()

@@ -15,6 +15,7 @@ ALONE = [
     ("all", [NINJA, *WITHOUT], 0, "Left out: the program kipx, " + PROGRAM, {"src"}, {"tools", "tests"}),
     ("all", [NINJA, *WITHOUT], 0, "the tests, for want of GTest: apt-get install libgtest-dev", {}, {}),
     ("all", [NINJA, *WITHOUT, "-DKIPX_TOOLS=ON"], 1, "cannot be built without CLI11, TIFF:", {}, {}),
+    ("all", [NINJA, *WITHOUT, "-DBUILD_SHARED_LIBS=OFF"], 0, "the tests, for want of shared libraries", {}, {}),
     ("cmake c++", [NINJA], 1, "To build here: apt-get install ninja-build", {}, {"src"}),
     ("cmake c++", [], 1, "To build here: apt-get install make", {}, {"src"}),
     ("cmake c++ ninja", [], 1, "No make here, but Ninja: add -G Ninja", {}, {"src"}),
