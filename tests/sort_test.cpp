@@ -1,5 +1,4 @@
-// sort_test.cpp - the sorts against a slow stable sort, the searches against a walk along the
-// array.
+// sort_test.cpp - the sorts against a slow stable sort, the searches against a walk along the array.
 //
 // Every element carries a key and its origin, so that a lost or doubled element is noticed; the
 // comparator sees keys only, checks that it is handed elements of the array, and counts.
@@ -23,7 +22,7 @@ struct Row {
     Unchecked unchecked, worker;
     bool fast; // n log n
 };
-const Row SORTS[] = {
+const Row sorts[] = {
 #define SORT(NAME)                                                                                 \
     {#NAME, Zu##NAME##Sort, Zu##NAME##Sort_nck, __Zu##NAME##Sort,                                  \
      #NAME[0] == 'Q' || #NAME[0] == 'H'},
@@ -41,7 +40,7 @@ using Keys = std::vector<uint32_t>;
 
 // An array of elements of any size between guard bytes. Sizes below 8 hold the key alone.
 struct Array {
-    static constexpr size_t GUARD = 96;
+    static constexpr size_t guard = 96;
     size_t n, size;
     std::vector<unsigned char> bytes;
     int64_t comparisons = 0;
@@ -51,7 +50,7 @@ struct Array {
     };
 
     Array(const Keys &keys, size_t element)
-        : n(keys.size()), size(element), bytes(2 * GUARD + n * size + 1, 0xC3) {
+        : n(keys.size()), size(element), bytes(2 * guard + n * size + 1, 0xC3) {
         for (size_t i = 0; i < n; i++) {
             for (size_t b = 0; b < size; b++) {
                 base()[i * size + b] = static_cast<unsigned char>(mixed(uint32_t(i * 31 + b)));
@@ -63,7 +62,7 @@ struct Array {
     }
     size_t key_bytes() const { return size < 4 ? size : 4; }
     // Off by one, so that elements of 4 and 8 bytes are misaligned.
-    unsigned char *base() { return bytes.data() + GUARD + 1; }
+    unsigned char *base() { return bytes.data() + guard + 1; }
     uint32_t key(const void *element) const {
         uint32_t value = 0;
         memcpy(&value, element, key_bytes());
@@ -71,8 +70,8 @@ struct Array {
     }
     bool guards_intact() {
         const auto is_guard = [](unsigned char b) { return b == 0xC3; };
-        return std::all_of(bytes.begin(), bytes.begin() + GUARD + 1, is_guard) &&
-               std::all_of(bytes.end() - GUARD, bytes.end(), is_guard);
+        return std::all_of(bytes.begin(), bytes.begin() + guard + 1, is_guard) &&
+               std::all_of(bytes.end() - guard, bytes.end(), is_guard);
     }
     static int32_t compare(const void *a, const void *b, void *context) {
         auto &array = *static_cast<Array *>(context);
@@ -95,14 +94,13 @@ struct Array {
     }
 };
 
-// What is wrong with sorted, given the elements before; empty when nothing is.
-std::string fault(Array &sorted, std::vector<std::string> before) {
-    if (sorted.strayed) return "the comparator was handed something else than an element";
-    if (!sorted.guards_intact()) return "bytes outside of the array were written";
-    std::vector<std::string> after = sorted.elements();
-    for (size_t i = 1; i < after.size(); i++) {
-        if (sorted.key(after[i - 1].data()) > sorted.key(after[i].data())) return "not ascending";
-    }
+// What is wrong with an array, given the elements before; empty when nothing is.
+std::string fault(Array &array, std::vector<std::string> before, bool ascending = true) {
+    if (array.strayed) return "the comparator was handed something else than an element";
+    if (!array.guards_intact()) return "bytes outside of the array were written";
+    std::vector<std::string> after = array.elements();
+    for (size_t i = 1; ascending && i < after.size(); i++)
+        if (array.key(after[i - 1].data()) > array.key(after[i].data())) return "not ascending";
     std::sort(before.begin(), before.end());
     std::sort(after.begin(), after.end());
     return before == after ? "" : "not the same elements";
@@ -111,17 +109,18 @@ std::string fault(Array &sorted, std::vector<std::string> before) {
 struct Pattern {
     const char *name;
     uint32_t (*key)(uint32_t i, uint32_t n);
+    int64_t passes = 64; // of the quick sort over a long array: comparisons / n, rounded up
 };
-const Pattern PATTERNS[] = {
+const Pattern patterns[] = {
     {"random", [](uint32_t i, uint32_t n) { return mixed(i + n); }},
-    {"few", [](uint32_t i, uint32_t) { return mixed(i) % 5; }},
-    {"two", [](uint32_t i, uint32_t) { return mixed(i) & 1; }},
-    {"sorted", [](uint32_t i, uint32_t) { return i; }},
-    {"reversed", [](uint32_t i, uint32_t n) { return n - i; }},
-    {"organ pipe", [](uint32_t i, uint32_t n) { return std::min(i, n - i); }},
-    {"valley", [](uint32_t i, uint32_t n) { return std::max(i, n - i); }},
-    {"saw", [](uint32_t i, uint32_t) { return i % 37; }},
-    {"equal", [](uint32_t, uint32_t) { return 9u; }},
+    {"few", [](uint32_t i, uint32_t) { return mixed(i) % 5; }, 4},
+    {"two", [](uint32_t i, uint32_t) { return mixed(i) & 1; }, 3},
+    {"sorted", [](uint32_t i, uint32_t) { return i; }, 2},
+    {"reversed", [](uint32_t i, uint32_t n) { return n - i; }, 4},
+    {"organ pipe", [](uint32_t i, uint32_t n) { return std::min(i, n - i); }, 20},
+    {"valley", [](uint32_t i, uint32_t n) { return std::max(i, n - i); }, 20},
+    {"saw", [](uint32_t i, uint32_t) { return i % 37; }, 8},
+    {"equal", [](uint32_t, uint32_t) { return 9u; }, 2},
     {"last is least", [](uint32_t i, uint32_t n) { return i + 1 == n ? 0 : i + 1; }},
     {"first is greatest", [](uint32_t i, uint32_t n) { return i == 0 ? n : i; }},
     {"stirred", [](uint32_t i, uint32_t n) { return mixed(i) % 50 ? i : mixed(i) % n; }},
@@ -136,65 +135,58 @@ Keys make(const Pattern &pattern, size_t n) {
 
 double bound(size_t n) { return n < 2 ? 0 : 3 * double(n) * std::log2(double(n)); }
 
+void check(const Row &row, const Pattern &pattern, size_t n, size_t size) {
+    SCOPED_TRACE(std::string(row.name) + " " + pattern.name + " n " + std::to_string(n) + " size " +
+                 std::to_string(size));
+    const Keys keys = make(pattern, n);
+    Array array(keys, size);
+    const auto before = array.elements();
+    const int form = int((n + size) % 3);
+    if (form == 0)
+        EXPECT_EQ(row.checked(array.base(), n, size, Array::compare, &array), 0);
+    else
+        (form == 1 ? row.unchecked : row.worker)(array.base(), n, size, Array::compare, &array);
+    EXPECT_EQ(fault(array, before), "");
+    const int64_t cost = array.comparisons, count = int64_t(n);
+    const bool quick = row.name[0] == 'Q', insert = row.name[0] == 'I';
+    EXPECT_TRUE(!row.fast || n < 2 || double(cost) <= bound(n)) << cost;
+    EXPECT_TRUE(!quick || n < 600 || cost <= pattern.passes * count + 100) << cost;
+    // Sorted input costs an insertion sort n - 1 comparisons; two elements in order cost any sort one,
+    // and stay, equal ones too.
+    const bool in_order = std::is_sorted(keys.begin(), keys.end()) && size >= 4 && n > 1;
+    const bool two = n == 2 && form != 2;
+    EXPECT_TRUE(!in_order || !(insert || two) || cost == count - 1) << cost;
+    EXPECT_TRUE(!in_order || !two || array.elements() == before);
+}
+
 TEST(Sort, EveryFormEveryPatternEverySize) {
-    const size_t element_sizes[] = {1, 2, 3, 4, 5, 7, 8, 9, 12, 16, 24, 63, 64, 65, 130};
     std::vector<size_t> counts = {0, 31, 64, 127, 128, 129, 200, 517};
     for (size_t n = 1; n <= 17; n++) counts.push_back(n);
-    for (const Row &row : SORTS) {
-        for (const Pattern &pattern : PATTERNS) {
-            for (const size_t n : counts) {
-                for (const size_t size : element_sizes) {
-                    const Keys keys = make(pattern, n);
-                    Array array(keys, size);
-                    const auto before = array.elements();
-                    const int form = int((n + size) % 3);
-                    if (form == 0) {
-                        EXPECT_EQ(row.checked(array.base(), n, size, Array::compare, &array), 0);
-                    } else {
-                        (form == 1 ? row.unchecked : row.worker)(array.base(), n, size,
-                                                                 Array::compare, &array);
-                    }
-                    ASSERT_EQ(fault(array, before), "")
-                        << row.name << " " << pattern.name << " n " << n << " size " << size;
-                }
-            }
+    for (const Row &row : sorts)
+        for (const Pattern &pattern : patterns) {
+            for (const size_t n : counts)
+                for (const size_t size : {1, 3, 4, 8, 9, 16, 64, 130}) check(row, pattern, n, size);
+            if (row.fast) check(row, pattern, 30000, 4);
+            ASSERT_FALSE(HasFailure());
         }
-    }
 }
 
 TEST(Sort, TheCheckNoticesFaults) {
-    const Keys keys = make(PATTERNS[0], 20);
-    const auto damaged = [&](auto damage) {
-        Array array(keys, 8);
+    void (*const damages[])(unsigned char *) = {
+        [](unsigned char *a) { a[8 * 4 + 5] ^= 1; },
+        [](unsigned char *a) { a[-1] = 0; },
+        [](unsigned char *a) { a[8 * 20] = 0; },
+        [](unsigned char *a) { memcpy(a, a + 8, 8); },
+        [](unsigned char *a) { std::swap_ranges(a, a + 8, a + 8); },
+    };
+    for (const auto damage : damages) {
+        Array array(make(patterns[0], 20), 8);
         const auto before = array.elements();
         ZuInsertSort(array.base(), array.n, 8, Array::compare, &array);
-        damage(array);
-        return fault(array, before);
-    };
-    EXPECT_EQ(damaged([](Array &) {}), "");
-    EXPECT_NE(damaged([](Array &a) { a.base()[8 * 4 + 5] ^= 1; }), "");
-    EXPECT_NE(damaged([](Array &a) { a.base()[-1] = 0; }), "");
-    EXPECT_NE(damaged([](Array &a) { a.base()[8 * 20] = 0; }), "");
-    EXPECT_NE(damaged([](Array &a) { memcpy(a.base(), a.base() + 8, 8); }), "");
-    EXPECT_NE(damaged([](Array &a) { std::swap_ranges(a.base(), a.base() + 8, a.base() + 8); }),
-              "");
-}
-
-TEST(Sort, ComparisonsStayInBounds) {
-    for (const Row &row : SORTS) {
-        if (!row.fast) continue;
-        for (const Pattern &pattern : PATTERNS) {
-            for (const size_t n : {2, 9, 10, 33, 100, 1000, 30000}) {
-                Array array(make(pattern, n), 4);
-                row.checked(array.base(), n, 4, Array::compare, &array);
-                EXPECT_LE(double(array.comparisons), bound(n))
-                    << row.name << " " << pattern.name << " n " << n;
-            }
-        }
+        EXPECT_EQ(fault(array, before), "");
+        damage(array.base());
+        EXPECT_NE(fault(array, before), "");
     }
-    Array sorted(make(PATTERNS[3], 1000), 4);
-    ZuInsertSort(sorted.base(), 1000, 4, Array::compare, &sorted);
-    EXPECT_EQ(sorted.comparisons, 999);
 }
 
 // An adversary that decides the order as it is asked for it, so that every pivot turns out to be
@@ -202,21 +194,21 @@ TEST(Sort, ComparisonsStayInBounds) {
 struct Adversary {
     std::vector<uint32_t> value;
     uint32_t frozen = 0, candidate = 0;
-    static constexpr uint32_t GAS = UINT32_MAX;
-    explicit Adversary(size_t n) : value(n, GAS) {}
+    static constexpr uint32_t gas = UINT32_MAX;
+    explicit Adversary(size_t n) : value(n, gas) {}
     int32_t operator()(uint32_t a, uint32_t b) {
-        if (value[a] == GAS && value[b] == GAS) value[a == candidate ? a : b] = frozen++;
-        if (value[a] == GAS) candidate = a;
-        if (value[b] == GAS) candidate = b;
+        if (value[a] == gas && value[b] == gas) value[a == candidate ? a : b] = frozen++;
+        if (value[a] == gas) candidate = a;
+        if (value[b] == gas) candidate = b;
         return value[a] < value[b] ? -1 : value[a] > value[b];
     }
 };
 
 TEST(Sort, NoKillerSequence) {
-    for (const Row &row : SORTS) {
+    for (const Row &row : sorts) {
         if (!row.fast) continue;
         for (const size_t n : {100, 1000, 20000}) {
-            const Keys names = make(PATTERNS[3], n);
+            const Keys names = make(patterns[3], n);
             Adversary adversary(n);
             Array array(names, 4);
             array.order = std::ref(adversary);
@@ -245,29 +237,21 @@ TEST(Sort, HostileComparatorsStayInside) {
         [&](uint32_t, uint32_t) { return int32_t(mixed(state++)); },
         [](uint32_t a, uint32_t b) { return int32_t(((a - b) % 3) ? 1 : -1); },
     };
-    for (const Row &row : SORTS) {
-        for (const auto &order : hostile) {
-            for (const size_t n : {2, 3, 8, 9, 10, 17, 64, 130, 700}) {
+    for (const Row &row : sorts)
+        for (const auto &order : hostile)
+            for (const size_t n : {2, 3, 8, 9, 10, 17, 64, 130, 700})
                 for (const size_t size : {4, 8, 20}) {
-                    Array array(make(PATTERNS[0], n), size);
+                    Array array(make(patterns[0], n), size);
                     array.order = order;
-                    auto before = array.elements();
+                    const auto before = array.elements();
                     row.checked(array.base(), n, size, Array::compare, &array);
-                    EXPECT_FALSE(array.strayed) << row.name;
-                    EXPECT_TRUE(array.guards_intact()) << row.name;
-                    auto after = array.elements();
-                    std::sort(before.begin(), before.end());
-                    std::sort(after.begin(), after.end());
-                    EXPECT_TRUE(before == after) << row.name << " lost elements, n " << n;
+                    EXPECT_EQ(fault(array, before, false), "") << row.name << ", n " << n;
                     EXPECT_TRUE(!row.fast || double(array.comparisons) <= bound(n)) << row.name;
                 }
-            }
-        }
-    }
 }
 
 TEST(Sort, StableInsertionFirstOfEqualMinima) {
-    const Keys keys = make(PATTERNS[1], 300);
+    const Keys keys = make(patterns[1], 300);
     Array array(keys, 8);
     auto expected = array.elements();
     std::stable_sort(expected.begin(), expected.end(), [&](const auto &a, const auto &b) {
@@ -280,22 +264,6 @@ TEST(Sort, StableInsertionFirstOfEqualMinima) {
     const auto before = chosen.elements();
     ZuSelectSort(chosen.base(), 4, 8, Array::compare, &chosen);
     EXPECT_EQ(chosen.elements()[0], before[1]);
-}
-
-TEST(Sort, TwoInOrderCostOneComparisonAndNoExchange) {
-    for (const Row &row : SORTS) {
-        for (const bool worker : {false, true}) {
-            Array array({4, 4}, 8);
-            const auto before = array.elements();
-            if (worker) {
-                row.unchecked(array.base(), 2, 8, Array::compare, &array);
-            } else {
-                row.checked(array.base(), 2, 8, Array::compare, &array);
-            }
-            EXPECT_EQ(array.comparisons, 1);
-            EXPECT_TRUE(array.elements() == before);
-        }
-    }
 }
 
 TEST(Sort, Validation) {
@@ -321,7 +289,7 @@ TEST(Sort, Validation) {
         {array.base(), 1, 0x7FFFFFFF, Array::compare, 0},
         {array.base(), 2, SIZE_MAX, Array::compare, -1},
     };
-    for (const Row &row : SORTS) {
+    for (const Row &row : sorts) {
         for (const Case &c : cases) {
             EXPECT_EQ(row.checked(c.base, c.n, c.size, c.compare, &array), c.result)
                 << row.name << " case " << &c - cases;
@@ -352,43 +320,33 @@ struct Search {
 };
 
 TEST(Search, AgainstAWalk) {
-    for (const size_t size : {4, 8, 13}) {
-        for (size_t n = 0; n <= 40; n++) {
-            for (const int32_t repeat : {1, 2, 5}) {
-                std::vector<char> bytes(n * size + 1);
-                for (size_t i = 0; i < n; i++) {
-                    const int32_t value = 2 * (int32_t(i) / repeat) + 1;
-                    memcpy(&bytes[i * size], &value, 4);
-                }
+    for (const size_t size : {4, 8, 13})
+        for (size_t n = 0; n <= 40; n++)
+            for (const int32_t repeat : {1, 2, 5})
                 for (int32_t key = 0; key <= 2 * int32_t(n) + 2; key++) {
+                    std::vector<char> bytes(n * size + 1);
                     size_t below = 0, upto = 0;
                     for (size_t i = 0; i < n; i++) {
-                        int32_t value;
-                        memcpy(&value, &bytes[i * size], 4);
+                        const int32_t value = 2 * (int32_t(i) / repeat) + 1;
+                        memcpy(&bytes[i * size], &value, 4);
                         below += value < key, upto += value <= key;
                     }
                     Search state;
                     state.key = &key;
-                    const auto index = [&](void *found) {
+                    int32_t error = 5;
+                    const auto index = [&](auto search, auto... more) {
+                        void *found =
+                            search(&key, bytes.data(), n, size, Search::compare, &state, more...);
                         return found ? (static_cast<char *>(found) - bytes.data()) / double(size)
                                      : -1;
                     };
-                    const auto within = [&](double i) {
-                        return i >= double(below) && i < double(upto);
-                    };
-                    const double b =
-                        index(ZuBsearch(&key, bytes.data(), n, size, Search::compare, &state));
-                    const double after =
-                        index(ZuBsearchN(&key, bytes.data(), n, size, Search::compare, &state));
-                    const double before =
-                        index(ZuBsearchP(&key, bytes.data(), n, size, Search::compare, &state));
-                    int32_t error = 5;
-                    const double s = index(
-                        ZuBsearch_s(&key, bytes.data(), n, size, Search::compare, &state, &error));
-                    EXPECT_EQ(s, b);
+                    const double b = index(ZuBsearch), after = index(ZuBsearchN),
+                                 before = index(ZuBsearchP);
+                    EXPECT_EQ(index(ZuBsearch_s, &error), b);
                     EXPECT_EQ(error, b >= 0 ? 0 : -1);
                     if (below < upto) {
-                        EXPECT_TRUE(within(b) && within(after) && within(before));
+                        for (const double i : {b, after, before})
+                            EXPECT_TRUE(i >= double(below) && i < double(upto));
                     } else {
                         EXPECT_EQ(b, -1);
                         EXPECT_EQ(after, n ? double(below) : -1);
@@ -397,9 +355,6 @@ TEST(Search, AgainstAWalk) {
                     EXPECT_FALSE(state.swapped);
                     EXPECT_LE(state.calls, 4 * (2 + std::log2(double(n) + 1)));
                 }
-            }
-        }
-    }
 }
 
 TEST(Search, FarArraysAndTheFirstMet) {
