@@ -281,6 +281,195 @@ TEST(Copy, MovesLargeArrays) {
     }
 }
 
+// ---- borders ------------------------------------------------------------------------------------
+
+// By going back and forth at the edges, one step at a time.
+int64_t unfolded(int32_t kind, int64_t i, int64_t n) {
+    while (i < 0 || i >= n) {
+        if (kind == KIPX_BORDER_NONE || kind == KIPX_BORDER_CONST) return -1;
+        if (kind == KIPX_BORDER_REPLICATE) i = i < 0 ? i + 1 : i - 1;
+        if (kind == KIPX_BORDER_WRAP) i = i < 0 ? i + n : i - n;
+        if (kind == KIPX_BORDER_REFLECT) i = i < 0 ? -1 - i : 2 * n - 1 - i;
+        if (kind == KIPX_BORDER_REFLECT101) i = n == 1 ? 0 : i < 0 ? -i : 2 * n - 2 - i;
+    }
+    return i;
+}
+
+constexpr int32_t border_kinds[] = {0, 3, 4, 5, 6, 7};
+enum class Way { part, whole, in_place, typed, array };
+
+// One call: what every element of the region must be, from the arrays as they were.
+struct BorderTrial {
+    Rng &rng;
+    const Way way;
+    const int32_t kind = rng.pick(border_kinds);
+    const uint32_t type = rng.pick(sized_types),
+                   axes = way != Way::typed && way != Way::array && rng.one_in(3) ? 4 : 3;
+    const uint32_t planes = axes == 4 ? 1 + static_cast<uint32_t>(rng.below(3)) : 1;
+    kipx_brshape border{};
+    Shape inner, outer;
+    kipx_pos at{};
+    double values[4];
+
+    BorderTrial(Rng &random, Way w) : rng(random), way(w) {
+        for (int i = axes == 4 ? 0 : 1; i < 3; i++)
+            border.lower[i] = -static_cast<int32_t>(rng.below(rng.one_in(9) ? 300
+                                                              : i           ? 7
+                                                                            : 3)),
+            border.upper[i] = static_cast<int32_t>(rng.below(i ? 7 : 3));
+        inner = {.type = type,
+                 .width = 1 + static_cast<uint32_t>(rng.below(9)),
+                 .height = 1 + static_cast<uint32_t>(rng.below(4)),
+                 .channels = 1 + static_cast<uint32_t>(rng.below(4)),
+                 .layout = rng.pick(all_layouts),
+                 .naxes = axes,
+                 .planes = planes};
+        outer = inner, outer.layout = rng.pick(all_layouts);
+        const auto room = [](int32_t lower, int32_t upper) {
+            return static_cast<uint32_t>(upper - lower);
+        };
+        outer.width += room(border.lower[2], border.upper[2]),
+            outer.height += room(border.lower[1], border.upper[1]);
+        if (axes == 4) outer.planes += room(border.lower[0], border.upper[0]);
+        for (double &v : values) v = static_cast<double>(rng.between(-5, 300));
+    }
+
+    std::string run() {
+        const uint32_t extent[3] = {planes, inner.height, inner.width};
+        Shape around = inner; // the source has more than its part
+        if (way == Way::part || way == Way::whole) {
+            at = position(static_cast<int32_t>(rng.below(4)), static_cast<int32_t>(rng.below(3)),
+                          axes == 4 && rng.one_in(2));
+            around.planes += at.at[0],
+                around.height += at.at[1] + static_cast<uint32_t>(rng.below(3)),
+                around.width += at.at[2] + static_cast<uint32_t>(rng.below(3));
+        }
+        GuardedArray dst(outer), src(around);
+        dst.fill(rng), src.fill(rng);
+        kipx_pos middle{};
+        for (int i = 0; i < 3; i++) middle.at[i] = static_cast<uint32_t>(-border.lower[i]);
+        kipx_arr inside = *dst.arr(); // the middle of the destination
+        inside.base = kipx_arr_at(dst.arr(), &middle), inside.offset = 0;
+        for (int i = 0; i < 3; i++) inside.volume[i] = extent[i];
+        if (way == Way::in_place)
+            src.for_each([&](At a) {
+                std::memcpy(src.address(a),
+                            dst.address({a.y + middle.at[1], a.x + middle.at[2], a.channel,
+                                         a.plane + middle.at[0]}),
+                            size_of_code[type & 7]);
+            });
+        std::vector<uint64_t> must;
+        dst.for_each([&](At a) {
+            const uint32_t coordinate[3] = {a.plane, a.y, a.x};
+            int64_t from[3];
+            bool there = true;
+            for (int i = 0; i < 3; i++) {
+                const int64_t k = int64_t{coordinate[i]} - middle.at[i];
+                const uint32_t whole[3] = {src.planes(), around.height, around.width};
+                from[i] = way == Way::whole ? unfolded(kind, k + at.at[i], whole[i])
+                                            : unfolded(kind, k, extent[i]);
+                there &= from[i] >= 0;
+                if (way != Way::whole) from[i] += at.at[i];
+            }
+            uint64_t bits = 0;
+            if (there)
+                std::memcpy(
+                    &bits,
+                    src.address({static_cast<uint32_t>(from[1]), static_cast<uint32_t>(from[2]),
+                                 a.channel, static_cast<uint32_t>(from[0])}),
+                    size_of_code[type & 7]);
+            else if (kind == KIPX_BORDER_CONST)
+                bits = bits_of(type, values[a.channel]);
+            else
+                std::memcpy(&bits, dst.address(a), size_of_code[type & 7]);
+            must.push_back(bits);
+        });
+        if (int32_t code = call(dst, src, inside)) return "returned " + std::to_string(code);
+        size_t k = 0;
+        std::string wrong;
+        dst.for_each([&](At a) {
+            uint64_t bits = 0;
+            std::memcpy(&bits, dst.address(a), size_of_code[type & 7]);
+            if (bits != must[k++] && wrong.empty())
+                wrong = "plane " + std::to_string(a.plane) + " row " + std::to_string(a.y) +
+                        " pixel " + std::to_string(a.x);
+        });
+        return wrong.empty() ? dst.damage() : wrong;
+    }
+
+    int32_t call(GuardedArray &dst, GuardedArray &src, const kipx_arr &inside) {
+        const kipx_arr &d = *dst.arr(), &s = *src.arr();
+        const uint32_t zero[4] = {};
+        // Upper bits of a kind do not count.
+        switch (way) {
+        case Way::part:
+            return KipxCopyMkb(nullptr, 0, &d, &s, nullptr, &at, &border, kind | 0x30, values);
+        case Way::whole:
+            return KipxCopyRMkb(nullptr, 0, &d, &s, nullptr, &at, &border, kind, values);
+        case Way::in_place:
+            return KipxCopyMkb(nullptr, 0, &d, &inside, nullptr, nullptr, &border, kind, values);
+        case Way::typed:
+            return kipxa__copymkb(nullptr, 0, 3, s.volume + 1, type, dst.address({}), d.strides + 1,
+                                  type, src.address({}), s.strides + 1, &border, kind, values);
+        default:
+            return kipxa_copymkb(nullptr, 0, 3, s.volume + 1, type, dst.address({}), zero,
+                                 d.strides + 1, type, src.address({}), zero, s.strides + 1, &border,
+                                 kind, values);
+        }
+    }
+};
+
+TEST(Border, ContinuesTheArrayInEveryWay) {
+    Rng rng(4);
+    for (Way way : {Way::part, Way::whole, Way::in_place, Way::typed, Way::array})
+        for (int trial = 0; trial < 200; trial++) {
+            BorderTrial t(rng, way);
+            ASSERT_EQ(t.run(), "") << "way " << static_cast<int>(way) << " kind " << t.kind << "\n"
+                                   << t.outer << "\n"
+                                   << t.inner;
+        }
+}
+
+TEST(Border, LeavesWhatLiesOutsideTheRegionAndShrinksToTheSource) {
+    GuardedArray dst({.width = 20, .height = 12}), src({.width = 4, .height = 3});
+    dst.fill_integer(9), src.fill_integer(1);
+    kipx_brshape border = {{0, -1, -2, 0}, {0, 2, 1, 0}};
+    const kipx_site roi = rectangle(3, 2, 15, 9), made = rectangle(3, 2, 4 + 3, 3 + 3);
+    const Snapshot before = dst.snapshot();
+    ASSERT_EQ(KipxCopyMkb(nullptr, 0, dst.arr(), src.arr(), &roi, nullptr, &border,
+                          KIPX_BORDER_WRAP, nullptr),
+              0);
+    EXPECT_EQ(dst.changes_outside(before, made), "");
+    dst.for_each([&](At at) { ASSERT_EQ(dst.integer(at), contains(made, at) ? 1 : 9); });
+
+    const auto answer = [&](const kipx_brshape *b, int32_t kind, const kipx_arr *from, auto *call) {
+        return call(nullptr, 0, dst.arr(), from, &roi, nullptr, b, kind, nullptr);
+    };
+    for (auto *call : {KipxCopyMkb, KipxCopyRMkb}) {
+        for (int32_t kind : {1, 2, 8, 15})
+            EXPECT_EQ(answer(&border, kind, src.arr(), call), KIPX_EINVAL);
+        EXPECT_EQ(answer(nullptr, 4, src.arr(), call), KIPX_EINVAL);
+        EXPECT_EQ(answer(&border, 4, nullptr, call), KIPX_EINVAL);
+        for (kipx_brshape wrong : {kipx_brshape{{0, 1, 0, 0}, {}}, kipx_brshape{{}, {0, 0, -1, 0}}})
+            EXPECT_EQ(answer(&wrong, 4, src.arr(), call), KIPX_EINVAL);
+        kipx_brshape wide = {{0, 0, INT32_MIN, 0}, {0, 0, INT32_MAX, 0}};
+        EXPECT_EQ(answer(&wide, 4, src.arr(), call), KIPX_EEMPTY);
+    }
+    // Elsewhere in the destination: copied first, or refused.
+    EXPECT_EQ(answer(&border, 4, dst.arr(), KipxCopyMkb), 0);
+    EXPECT_EQ(answer(&border, 4, dst.arr(), KipxCopyRMkb), KIPX_EINVAL);
+}
+
+TEST(Border, HasNames) {
+    const char *names[] = {"nul-border",     "unknown-border",   "unknown-border",
+                           "const-border",   "replicate-border", "wrap-border",
+                           "reflect-border", "reflect101-border"};
+    for (int32_t kind = 0; kind < 16; kind++) {
+        EXPECT_STREQ(kipx_border_str(kind), kind < 8 ? names[kind] : "unknown-border");
+        EXPECT_STREQ(kipx_border_str(kind | -32), kipx_border_str(kind));
+    }
+}
+
 // ---- refusals -----------------------------------------------------------------------------------
 
 struct Refusal {

@@ -1,7 +1,8 @@
-/* kipx/convert.h - copying, filling and converting arrays.
+/* kipx/convert.h - copying, filling and continuing arrays.
  *
- * Gives    fills with a value per channel, copies, both under a mask; and the conversion of single
- *          values and ranges of values to an element type.
+ * Gives    fills with a value per channel, copies, both under a mask; copies that continue an array
+ *          beyond its edges; and the conversion of single values and ranges of values to an element
+ *          type.
  * Promises a number goes into an integer type to the nearest one, ties to the even one, and where
  *          that leaves the type's range to the end of the range; NaN gives 0. f32 keeps what it can
  *          hold of it.
@@ -13,7 +14,8 @@
  *   flags   KIPX_FLAG_*
  *   dst     result, of 1 to 4 channels and of 3 or 4 axes
  *   src     source of the destination's element type and channels; it has as many axes as dst, or 3
- *           against 4, and then every plane of dst gets the same
+ *           against 4, and then every plane of dst gets the same. As many planes as dst, or 1; where
+ *           borders are made, any number
  *   mask    u8, of one channel or as many as dst; as many axes as dst, or 3 against 4. Elements of
  *           dst are written where it is not 0. Null writes all
  *   values  one per channel of the region
@@ -29,6 +31,7 @@
 #define KIPX_CONVERT_H
 
 #include <kipx/prototypes.h>
+#include <kipx/shape.h>
 
 KIPX_BEGIN
 
@@ -57,6 +60,46 @@ KIPX_DECLARE_SHAPE(0M, fill_xm, FillEx, KIPX_TAIL_NONE);
  * environment is KIPX_EINVAL. */
 KIPX_DECLARE_SHAPE(1, copy, Copy, KIPX_TAIL_NONE);
 KIPX_DECLARE_SHAPE(1M, copy_xm, CopyEx, KIPX_TAIL_NONE);
+
+/* ---- borders ---- */
+
+/* How an array goes on beyond its edges; the low four bits count. An array a b c d goes on as */
+enum {
+    KIPX_BORDER_NONE = 0,       /* nothing is written there */
+    KIPX_BORDER_CONST = 3,      /* v v | a b c d | v v   one value per channel */
+    KIPX_BORDER_REPLICATE = 4,  /* a a | a b c d | d d */
+    KIPX_BORDER_WRAP = 5,       /* c d | a b c d | a b */
+    KIPX_BORDER_REFLECT = 6,    /* b a | a b c d | d c */
+    KIPX_BORDER_REFLECT101 = 7  /* c b | a b c d | c b */
+};
+
+/* "nul-border", "const-border", "replicate-border", "wrap-border", "reflect-border",
+ * "reflect101-border"; "unknown-border" for every other kind. Bits from the fifth on do not count. */
+KIPX_API const char *kipx_border_str(int32_t kind);
+
+/* Copies a source into the middle of the destination's region and continues it all around.
+ *
+ *   border  how many planes, rows and columns of the region lie before (lower, negative or 0) and
+ *           behind (upper) the copy; any number, more than the source has, too. The planes of 3-axis
+ *           arrays are not looked at. KIPX_EINVAL for null and for the wrong signs
+ *   kind    KIPX_BORDER_*; another one is KIPX_EINVAL
+ *   values  of a const border, one per channel of the region; null: zeros. Not read for others
+ *
+ * Corners go on in both directions: rows and columns are continued independently of each other, and so
+ * are planes. A source with fewer rows, columns or planes than the region has room for makes the region
+ * smaller, border included. KIPX_EEMPTY where the border leaves no room.
+ *
+ * KipxCopyMkb continues the part that it copies, from srcAt on, as if there were nothing around it. The
+ * source may lie across the destination as in KipxCopy; where it is the middle itself only the border
+ * is written. KipxCopyRMkb continues the whole source array: the border has the elements that really
+ * lie around the part, and beyond the array's own edges what continues the array. There the source's
+ * address range must lie apart from the destination's (KIPX_EINVAL).
+ *
+ * The flat levels are those of KipxCopyMkb: extent is that of the copy, the destination's address that
+ * of the first element of its border, and a plane border is not looked at. */
+#define KIPX_TAIL_BORDER , const kipx_brparm *border, int32_t kind, const double *values
+KIPX_DECLARE_SHAPE(1, copymkb, CopyMkb, KIPX_TAIL_BORDER);
+KIPX_API KIPX_PUBLIC_1(KipxCopyRMkb, KIPX_TAIL_BORDER);
 
 KIPX_END
 

@@ -93,15 +93,8 @@ int32_t copy_through_scratch(Call &c) {
     return 0;
 }
 
-int32_t check_types(const Call &c) {
-    if (!element_valid(c.dst.type)) return KIPX_EINVAL;
-    if (c.sources && !element_valid(c.src[0].type)) return KIPX_EINVAL;
-    if (c.dst.size == 0 || (c.sources && c.src[0].type != c.dst.type)) return KIPX_ENOTSUP;
-    return c.channels ? 0 : KIPX_EINVAL;
-}
-
 int32_t work_copy(Call &c) {
-    if (int32_t code = check_types(c)) return code;
+    if (int32_t code = check_copy(c)) return code;
     if (copy_needs_scratch(c) && !c.xe) return KIPX_EINVAL;
     if (no_work_asked(c)) return no_work_answer(c);
     if (c.height == 0 || c.width == 0) return 0;
@@ -110,7 +103,7 @@ int32_t work_copy(Call &c) {
 
 int32_t work_fill(Call &c) {
     const double *values = *static_cast<const double *const *>(c.params);
-    if (int32_t code = check_types(c)) return code;
+    if (int32_t code = check_copy(c)) return code;
     if (!values) return KIPX_EINVAL;
     if (no_work_asked(c)) return no_work_answer(c);
     if (c.height == 0 || c.width == 0) return 0;
@@ -120,6 +113,13 @@ int32_t work_fill(Call &c) {
 }
 
 } // namespace
+
+int32_t check_copy(const Call &c) {
+    if (!element_valid(c.dst.type)) return KIPX_EINVAL;
+    if (c.sources && !element_valid(c.src[0].type)) return KIPX_EINVAL;
+    if (c.dst.size == 0 || (c.sources && c.src[0].type != c.dst.type)) return KIPX_ENOTSUP;
+    return c.channels ? 0 : KIPX_EINVAL;
+}
 
 bool copy_needs_scratch(const Call &c) { return c.across && !moves_by_rows(c); }
 

@@ -29,6 +29,8 @@ bool fits(Fit fit, const kipx_arr &a, const kipx_arr &anchor) {
     switch (fit) {
     case Fit::like:
         return axes_fit(a, anchor) && (planes_fit || a.volume[0] == 1) && channels_fit;
+    case Fit::near:
+        return axes_fit(a, anchor) && channels_fit;
     case Fit::same:
         return a.naxes == anchor.naxes && planes_fit && channels_fit;
     default:

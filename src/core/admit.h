@@ -22,6 +22,7 @@ inline Operand &operand(Call &call, uint32_t slot) {
 enum class Fit : uint8_t {
     like, // as many axes, or 3 against 4; as many planes, or 1; as many channels
     same, // as many axes, planes and channels
+    near, // as many axes, or 3 against 4; as many channels
     mask  // u8; as many axes, or 3 against 4; as many channels, or 1
 };
 

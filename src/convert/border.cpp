@@ -1,0 +1,358 @@
+// convert/border.cpp - continuing arrays beyond their edges, and the copies that do.
+#include "convert/border.h"
+
+#include <kipx/array.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "convert/constants.h"
+#include "convert/copy.h"
+#include "core/footprint.h"
+#include "core/stamp.h"
+
+namespace kipx {
+
+bool border_of(uint32_t kind, Border &border) {
+    border = static_cast<Border>(kind & 15);
+    return border == Border::none || (border >= Border::constant && border <= Border::reflect101);
+}
+
+int64_t continued(Border border, int64_t i, int64_t n) {
+    if (i >= 0 && i < n) return i;
+    auto modulo = [i](int64_t period) { return ((i % period) + period) % period; };
+    switch (border) {
+    case Border::replicate:
+        return i < 0 ? 0 : n - 1;
+    case Border::wrap:
+        return modulo(n);
+    case Border::reflect: {
+        int64_t j = modulo(2 * n);
+        return j < n ? j : 2 * n - 1 - j;
+    }
+    case Border::reflect101: {
+        if (n == 1) return 0;
+        int64_t j = modulo(2 * n - 2);
+        return j < n ? j : 2 * n - 2 - j;
+    }
+    default:
+        return -1;
+    }
+}
+
+namespace {
+
+enum Axis { plane, row, column };
+constexpr int64_t nowhere = INT64_MIN;
+
+// Columns of a frame that are written in one go over all lines.
+constexpr uint32_t batch_columns = 256;
+
+struct Column {
+    int64_t to, from; // bytes from the line's first pixel, from the source line's first pixel
+};
+
+// Pixels of `unit` bytes to and from any places.
+template<size_t unit>
+void move_pixels(char *to, const char *from, const Column *column, uint32_t n, size_t) {
+    for (uint32_t i = 0; i < n; ++i) std::memcpy(to + column[i].to, from + column[i].from, unit);
+}
+void move_pixels_of(char *to, const char *from, const Column *column, uint32_t n, size_t unit) {
+    for (uint32_t i = 0; i < n; ++i) std::memcpy(to + column[i].to, from + column[i].from, unit);
+}
+using MovePixels = void (*)(char *, const char *, const Column *, uint32_t, size_t);
+
+MovePixels mover(size_t unit) {
+    switch (unit) {
+    case 1:
+        return move_pixels<1>;
+    case 2:
+        return move_pixels<2>;
+    case 3:
+        return move_pixels<3>;
+    case 4:
+        return move_pixels<4>;
+    case 8:
+        return move_pixels<8>;
+    case 12:
+        return move_pixels<12>;
+    case 16:
+        return move_pixels<16>;
+    default:
+        return move_pixels_of;
+    }
+}
+
+bool dense(const Operand &o, uint32_t channels) { return channels == 1 || o.channel == o.size; }
+
+class Framer {
+public:
+    Framer(const Call &call, const Frame &frame)
+        : c_(call), f_(frame), size_{call.planes, call.height, call.width},
+          constants_(call.dst.type, frame.values ? frame.values : zeros, call),
+          constant_(constants_.operand()) {
+        const bool whole = dense(c_.dst, c_.channels) && dense(c_.src[0], c_.channels);
+        parts_ = whole ? 1 : c_.channels;
+        unit_ = c_.dst.size * (whole ? c_.channels : 1);
+        move_ = mover(unit_);
+    }
+
+    void make() {
+        each_line([&](int64_t p, int64_t y, int64_t sp, int64_t sy) {
+            if (!inside(plane, p) || !inside(row, y)) middle(p, y, sp, sy);
+        });
+        const int64_t end = size_[column] + f_.after[column];
+        for (int64_t x = -f_.before[column]; x < end;) x = columns_from(x, end);
+    }
+
+private:
+    static constexpr double zeros[15] = {};
+
+    bool inside(Axis axis, int64_t i) const { return i >= 0 && i < size_[axis]; }
+
+    // The source's element for one of the destination, both counted from their regions' first.
+    int64_t source(Axis axis, int64_t i) const {
+        int64_t at = continued(f_.border, i + f_.from[axis], f_.length[axis]);
+        return at < 0 ? nowhere : at - f_.from[axis];
+    }
+
+    // f (plane, row, the source's plane and row) for every line of region and frame.
+    template<class F> void each_line(F &&f) const {
+        for (int64_t p = -f_.before[plane]; p < size_[plane] + f_.after[plane]; ++p)
+            for (int64_t y = -f_.before[row]; y < size_[row] + f_.after[row]; ++y)
+                f(p, y, source(plane, p), source(row, y));
+    }
+
+    static char *at(const Operand &o, int64_t p, int64_t y) {
+        return o.at + p * static_cast<int64_t>(o.plane) + y * static_cast<int64_t>(o.row);
+    }
+
+    // The part of a line of the frame that is as wide as the region.
+    void middle(int64_t p, int64_t y, int64_t sp, int64_t sy) {
+        const bool taken = sp != nowhere && sy != nowhere;
+        if (!taken && f_.border != Border::constant) return;
+        Call line = c_;
+        line.planes = line.height = 1, line.across = false;
+        line.dst.at = at(c_.dst, p, y);
+        line.src[0] = taken ? c_.src[0] : constant_;
+        if (taken) line.src[0].at = at(c_.src[0], sp, sy);
+        copy_elements(line);
+    }
+
+    // A batch of the columns before and behind the region, in every line; returns the next one.
+    int64_t columns_from(int64_t x, int64_t end) {
+        Column taken[batch_columns], filled[batch_columns];
+        uint32_t takes = 0, fills = 0;
+        for (; takes + fills < batch_columns && x < end; ++x) {
+            if (x == 0) x = size_[column];
+            if (x == end) break;
+            const int64_t to = x * static_cast<int64_t>(c_.dst.pixel), from = source(column, x);
+            if (from != nowhere)
+                taken[takes++] = {to, from * static_cast<int64_t>(c_.src[0].pixel)};
+            else if (f_.border == Border::constant)
+                filled[fills++] = {to, 0};
+        }
+        // In a line that lies beyond the edge itself the taken ones are filled, too.
+        for (uint32_t i = 0; i < takes; ++i) filled[fills + i] = {taken[i].to, 0};
+        each_line([&](int64_t p, int64_t y, int64_t sp, int64_t sy) {
+            char *to = at(c_.dst, p, y);
+            if (sp != nowhere && sy != nowhere) {
+                pixels(to, constant_, constant_.at, filled, fills);
+                pixels(to, c_.src[0], at(c_.src[0], sp, sy), taken, takes);
+            } else if (f_.border == Border::constant) {
+                pixels(to, constant_, constant_.at, filled, fills + takes);
+            }
+        });
+        return x;
+    }
+
+    void pixels(char *to, const Operand &s, const char *from, const Column *columns,
+                uint32_t n) const {
+        for (uint32_t k = 0; k < parts_; ++k)
+            move_(to + k * c_.dst.channel, from + k * s.channel, columns, n, unit_);
+    }
+
+    const Call &c_;
+    const Frame &f_;
+    const int64_t size_[3];
+    Constants constants_;
+    const Operand constant_;
+    uint32_t parts_; // channels that are moved one by one
+    size_t unit_;    // bytes of a pixel, or of a channel's element
+    MovePixels move_;
+};
+
+// ---- the copies ----
+
+constexpr Shape region_alone{.anchor = slot_dst,
+                             .sources = 0,
+                             .partners = 0,
+                             .partner = {},
+                             .stands_in = slot_count,
+                             .planes = true,
+                             .overlap = false,
+                             .most_channels = 4,
+                             .no_rows = KIPX_EEMPTY};
+constexpr Shape middle_and_source{.anchor = slot_dst,
+                                  .sources = 1,
+                                  .partners = 1,
+                                  .partner = {{slot_src1, Fit::near, Meet::rest}},
+                                  .stands_in = slot_count,
+                                  .planes = true,
+                                  .overlap = true,
+                                  .most_channels = 4,
+                                  .no_rows = KIPX_EEMPTY};
+
+struct BorderGiven {
+    const kipx_brparm *border;
+    uint32_t kind;
+    const double *values;
+    BorderGiven(const kipx_brparm *b, int32_t k, const double *v)
+        : border(b), kind(static_cast<uint32_t>(k)), values(v) {}
+};
+
+// What is given about the frame; the source's whole is its region. False where it cannot be.
+bool frame_of(const BorderGiven &given, bool planes, Frame &frame) {
+    if (!given.border || !border_of(given.kind, frame.border)) return false;
+    frame.values = given.values;
+    for (int axis = planes ? plane : row; axis <= column; ++axis) {
+        const int32_t lower = given.border->lower[axis], upper = given.border->upper[axis];
+        if (lower > 0 || upper < 0) return false;
+        frame.before[axis] = -int64_t{lower}, frame.after[axis] = upper;
+    }
+    if (!planes) frame.before[plane] = frame.after[plane] = 0;
+    return true;
+}
+
+bool copied_onto_itself(const Call &c) {
+    const Operand &d = c.dst, &s = c.src[0];
+    return s.at == d.at && s.plane == d.plane && s.row == d.row && s.pixel == d.pixel &&
+           s.channel == d.channel;
+}
+
+// The copy and its frame; around: from the source's surroundings, as the frame says, else from the
+// copy.
+int32_t copy_and_frame(Call &c, Frame &frame, bool around) {
+    if (c.height == 0 || c.width == 0) return 0;
+    Call copy = c;
+    if (!copied_onto_itself(c))
+        if (int32_t code = copy_elements(copy)) return code;
+    if (!around) {
+        c.src[0] = c.dst;
+        const int64_t length[] = {c.planes, c.height, c.width};
+        for (int axis : {plane, row, column})
+            frame.from[axis] = 0, frame.length[axis] = length[axis];
+    }
+    make_border(c, frame);
+    return 0;
+}
+
+// The first codes of a call with a border; 0 where it is to work.
+int32_t check(const Call &c, bool complete) {
+    if (int32_t code = check_copy(c)) return code;
+    return complete && (!copy_needs_scratch(c) || c.xe) ? 0 : KIPX_EINVAL;
+}
+
+int32_t work_border(Call &c) {
+    Frame frame;
+    const bool complete = frame_of(*static_cast<const BorderGiven *>(c.params), false, frame);
+    if (int32_t code = check(c, complete)) return code;
+    if (no_work_asked(c)) return no_work_answer(c);
+    if (!c.dst.at || !c.src[0].at) return KIPX_EINVAL;
+    c.dst.at += frame.before[row] * c.dst.row + frame.before[column] * c.dst.pixel;
+    return copy_and_frame(c, frame, false);
+}
+
+// The middle of a region that a frame leaves; false for none.
+bool middle_of(const kipx_arr &dst, const kipx_site *roi, const Frame &frame, kipx_site &site) {
+    kipx_arr_adjorgetRoi(&dst, &site, roi);
+    for (int axis : {plane, row, column}) {
+        const int64_t room = int64_t{site.extent[axis]} - frame.before[axis] - frame.after[axis];
+        if (room < 1) return false;
+        site.origin[axis] += static_cast<uint32_t>(frame.before[axis]);
+        site.extent[axis] = static_cast<uint32_t>(room);
+    }
+    return true;
+}
+
+// Tells the frame what lies around the source's part; false where that lies across the destination,
+// or cannot be reached at all.
+bool surround(const kipx_arr &dst, const kipx_site *roi, const kipx_arr &src, const kipx_pos *at,
+              Frame &frame) {
+    kipx_site written, whole;
+    kipx_arr_adjorgetRoi(&dst, &written, roi);
+    kipx_arr_adjustRoi(&src, &whole);
+    Span written_span, whole_span;
+    if (!span_of(dst, written, written_span) || !span_of(src, whole, whole_span)) return false;
+    for (int axis : {plane, row, column}) {
+        const int32_t from = at ? static_cast<int32_t>(at->at[axis]) : 0;
+        frame.from[axis] = std::max(from, 0), frame.length[axis] = whole.extent[axis];
+    }
+    // A source of 3 axes is the same in every plane.
+    if (src.naxes == 3) frame.from[plane] = 0, frame.length[plane] = 1;
+    return apart(written_span, whole_span);
+}
+
+int32_t copy_with_border(bool around, KipxXE *xe, uint64_t flags, const kipx_arr *dst,
+                         const kipx_arr *src, const kipx_site *roi, const kipx_pos *at,
+                         const BorderGiven &given) {
+    Call c;
+    if (int32_t code = admit(region_alone, {xe, flags, {dst}, roi, {}}, c)) return code;
+    const bool shared = c.shared;
+    Frame frame;
+    kipx_site site;
+    const bool complete = frame_of(given, dst->naxes == 4, frame);
+    if (complete && !middle_of(*dst, roi, frame, site)) return KIPX_EEMPTY;
+    if (int32_t code = admit(middle_and_source,
+                             {xe, flags, {dst, src}, complete ? &site : roi, {nullptr, at}}, c))
+        return code;
+    if (int32_t code = check(c, complete && !shared)) return code;
+    if (around && !surround(*dst, roi, *src, at, frame)) return KIPX_EINVAL;
+    if (no_work_asked(c)) return no_work_answer(c);
+    return copy_and_frame(c, frame, around);
+}
+
+} // namespace
+
+void make_border(const Call &call, const Frame &frame) { Framer(call, frame).make(); }
+
+} // namespace kipx
+
+using namespace kipx;
+
+extern "C" {
+
+const char *kipx_border_str(int32_t kind) {
+    switch (kind & 15) {
+    case KIPX_BORDER_NONE:
+        return "nul-border";
+    case KIPX_BORDER_CONST:
+        return "const-border";
+    case KIPX_BORDER_REPLICATE:
+        return "replicate-border";
+    case KIPX_BORDER_WRAP:
+        return "wrap-border";
+    case KIPX_BORDER_REFLECT:
+        return "reflect-border";
+    case KIPX_BORDER_REFLECT101:
+        return "reflect101-border";
+    default:
+        return "unknown-border";
+    }
+}
+
+KIPX_PUBLIC_1(KipxCopyMkb, KIPX_TAIL_BORDER) {
+    return copy_with_border(false, xe, flags, dst, src, roi, srcAt, {border, kind, values});
+}
+KIPX_PUBLIC_1(KipxCopyRMkb, KIPX_TAIL_BORDER) {
+    return copy_with_border(true, xe, flags, dst, src, roi, srcAt, {border, kind, values});
+}
+
+KIPX_ARRAY_1(kipxa_copymkb, KIPX_TAIL_BORDER) {
+    return kipxa__copymkb(xe, flags, dims, extent, dst_type, KIPX_START(dst), src_type,
+                          KIPX_START(src), border, kind, values);
+}
+KIPX_TYPED_1(kipxa__copymkb, KIPX_TAIL_BORDER) {
+    KIPX_ENTER(1, KIPX_NO_FLAT, BorderGiven(border, kind, values), work_border, KIPX_FLAT(src));
+}
+}

@@ -1,0 +1,40 @@
+// convert/border.h - what lies around a region when an array is continued beyond its edge.
+//
+// Gives    Border, the kinds; continued(), where an element beyond the edge is taken from;
+//          make_border(), which writes the frame around a region.
+#pragma once
+
+#include <kipx/convert.h>
+
+#include "core/call.h"
+
+namespace kipx {
+
+enum class Border : uint32_t {
+    none = KIPX_BORDER_NONE,
+    constant = KIPX_BORDER_CONST,
+    replicate = KIPX_BORDER_REPLICATE,
+    wrap = KIPX_BORDER_WRAP,
+    reflect = KIPX_BORDER_REFLECT,
+    reflect101 = KIPX_BORDER_REFLECT101
+};
+bool border_of(uint32_t kind, Border &border);
+
+// Which of n elements stands at place i, any integer; -1 where none does: beyond the edge for none and
+// constant.
+int64_t continued(Border border, int64_t i, int64_t n);
+
+// A frame about the destination's region of a call.
+struct Frame {
+    Border border;
+    int64_t before[3], after[3]; // elements: planes, rows, columns
+    const double *values;        // of a constant border, one per channel; null: zeros
+    // Where the source's region starts in the whole that is continued, and how long that is.
+    int64_t from[3], length[3];
+};
+
+// Writes the frame, from the call's first source; the region itself is left alone. Types are equal
+// and have a size. Neither the source nor the whole around it lies across the frame.
+void make_border(const Call &call, const Frame &frame);
+
+} // namespace kipx
