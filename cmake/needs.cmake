@@ -1,7 +1,6 @@
 # What the machine lacks is told in one sentence, with the line that installs it on Debian.
 
-# kipx_need_builders(): a build program and compilers, looked for before project() does, which takes
-# several paragraphs to say less. A project around this one has them already.
+# kipx_want(PACKAGE NAME...): adds the package to `missing` when no program of these names is there.
 macro(kipx_want package)
     find_program(found NAMES ${ARGN} NO_CACHE)
     if(NOT found)
@@ -10,6 +9,8 @@ macro(kipx_want package)
     unset(found)
 endmacro()
 
+# kipx_need_builders(): a build program and compilers, looked for before project() does, which takes
+# several paragraphs to say less. A project around this one has them already.
 function(kipx_need_builders)
     if(NOT CMAKE_SOURCE_DIR STREQUAL CMAKE_CURRENT_SOURCE_DIR)
         return()
@@ -47,18 +48,40 @@ macro(kipx_leave_out part what without)
     set(KIPX_BUILD_${part} OFF)
 endmacro()
 
-# kipx_part(PART WHAT PACKAGE:DEBIAN-PACKAGE...): sets KIPX_BUILD_<PART>, true when KIPX_<PART> is ON
-# or AUTO and every package is found.
+# kipx_found(NEED): found is true when a CMake package of this name is there; or, given as
+# NAME,HEADER,LIBRARY, a header and a library, whose places are then NAME_INCLUDE_DIR and NAME_LIBRARY.
+function(kipx_found need)
+    string(REPLACE "," ";" need ${need})
+    list(GET need 0 name)
+    if(need STREQUAL name)
+        find_package(${name} QUIET)
+        set(found ${${name}_FOUND} PARENT_SCOPE)
+        return()
+    endif()
+    list(GET need 1 header)
+    list(GET need 2 library)
+    find_path(${name}_INCLUDE_DIR ${header})
+    find_library(${name}_LIBRARY ${library})
+    mark_as_advanced(${name}_INCLUDE_DIR ${name}_LIBRARY)
+    set(found OFF PARENT_SCOPE)
+    if(${name}_INCLUDE_DIR AND ${name}_LIBRARY)
+        set(found ON PARENT_SCOPE)
+    endif()
+endfunction()
+
+# kipx_part(PART WHAT NEED:DEBIAN-PACKAGE...): sets KIPX_BUILD_<PART>, true when KIPX_<PART> is ON or
+# AUTO and every need is found.
 function(kipx_part part what)
     set(missing)
     set(debian)
     set(KIPX_BUILD_${part} ${KIPX_${part}})
     if(KIPX_${part})
         foreach(need IN LISTS ARGN)
-            string(REGEX REPLACE ":.*" "" package ${need})
-            find_package(${package} QUIET)
-            if(NOT ${package}_FOUND)
-                list(APPEND missing ${package})
+            string(REGEX REPLACE ":.*" "" name ${need})
+            kipx_found(${name})
+            if(NOT found)
+                string(REGEX REPLACE ",.*" "" name ${name})
+                list(APPEND missing ${name})
                 string(REGEX REPLACE ".*:" "" need ${need})
                 list(APPEND debian ${need})
             endif()
