@@ -1,431 +1,350 @@
-"""Stable regions against a slow model; the files of an image against each other; many images."""
+"""Stable regions of pictures whose regions are known, the files of an image against each other, and many
+images. What a stable region is, the library's own tests judge."""
 
 import csv
+import fcntl
 import itertools
 import json
-import math
 import os
-import random
 import signal
 import subprocess
 import time
 import unittest
 
-import regions_model as model
-from support import Array, PROGRAM, ProgramCase, read_npy, read_png, write_npy, write_png, write_tiff
+import numpy as np
 
-LIMITS = {"delta": 5, "least": 16, "greatest": 10 ** 9, "variation": 0.5, "diversity": 0.3}
+from support import PROGRAM, ProgramCase, as_type, blobs, png, tiff
 
-
-def blobs(seed, width=40, height=30, noise=3):
-    """Bright and dark blobs, some nested, on a sloping ground."""
-    source = random.Random(seed)
-    values = [120 + x // 4 + source.randint(-noise, noise) for _ in range(height) for x in range(width)]
-    for _ in range(9):
-        cx, cy, radius = source.randrange(width), source.randrange(height), source.uniform(2, 8)
-        step, squeeze = source.choice((-60, -40, -25, 25, 40, 60)), source.uniform(0.6, 1.6)
-        for y in range(height):
-            for x in range(width):
-                if (x - cx) ** 2 + ((y - cy) * squeeze) ** 2 < radius * radius:
-                    values[y * width + x] += step
-    return Array("u8", width, height, 1, [min(max(value, 0), 255) for value in values])
+RESULTS = (".csv", ".json", ".labels.tif", ".overlay.png")
 
 
-def pixels_of(array, x0=0, y0=0, width=None, height=None):
-    width, height = width or array.width, height or array.height
-    return {(x, y): array.values[y * array.width + x]
-            for y in range(y0, y0 + height) for x in range(x0, x0 + width)}
+def squares():
+    """Dark squares of 9, 16 and 25 pixels, a line of 15, and a bright ring around a dark square."""
+    values = np.full((40, 60), 200, "u1")
+    for i, side in enumerate((3, 4, 5)):
+        values[5:5 + side, 5 + 10 * i:5 + 10 * i + side] = 50
+    values[15, 5:20] = 50
+    values[10:32, 34:56] = 250
+    values[14:28, 38:52] = 100
+    return values
 
 
 class Regions(ProgramCase):
     def table(self, name):
-        lines = self.get(name).decode().splitlines()
-        return list(csv.DictReader(lines))
+        return list(csv.DictReader(self.get(name).decode().splitlines()))
 
-    def found(self, *options, name="in"):
-        self.works("mser", name + ".png", "-o", "out", "--min-area-px", 16, "--max-area", 1,
-                   "--max-variation", 0.5, *options)
-        return self.table("out/%s.csv" % name)
+    def found(self, array, *options, most=1):
+        self.put("in.npy", array)
+        self.works("mser", "in.npy", "-o", "out", "--min-area-px", 16, "--max-area", most, "--max-variation", 0.5, *options)
+        return self.table("out/in.csv")
 
 
-class AgainstTheModel(Regions):
-    def compare(self, rows, values, connectivity, polarities=("dark", "bright"), **limits):
-        wanted = [(polarity, node) for polarity in polarities
-                  for node in model.stable_regions(values, polarity, connectivity, **{**LIMITS, **limits})]
-        by_place = {}
-        for polarity, node in wanted:
-            by_place[polarity, node.level, node.area, model.box(node.pixels)] = node
-        self.assertEqual(len(by_place), len(wanted))
-        nodes = {}
-        for row in rows:
-            box = tuple(int(row["box_" + key]) for key in ("x", "y", "width", "height"))
-            key = row["polarity"], int(row["level"]), int(row["area"]), box
-            self.assertIn(key, by_place)
-            nodes[row["id"]] = by_place.pop(key)
-        self.assertEqual(by_place, {})
-        for row in rows:
-            self.compare_row(row, nodes, {node.pixels for p, node in wanted if p == row["polarity"]})
-        return nodes
-
-    def compare_row(self, row, nodes, kept):
-        node = nodes[row["id"]]
-        around = [pixels for pixels in kept if node.pixels < pixels]
-        self.assertEqual(row["parent"] == "0", not around)
-        if around:
-            self.assertEqual(nodes[row["parent"]].pixels, min(around, key=len))
-        self.assertAlmostEqual(float(row["variation"]), node.variation, places=5)
-        x, y, xx, xy, yy = model.moments(node.pixels)
-        for column, value in (("x", x), ("y", y), ("mxx", xx), ("mxy", xy), ("myy", yy)):
-            self.assertAlmostEqual(float(row[column]), value, places=5)
-        # Half axes and angle give the second moments back.
-        a, b = (float(row["half_axis_" + which]) ** 2 / 4 for which in ("long", "short"))
-        angle = math.radians(float(row["angle"]))
-        self.assertGreaterEqual(a, b)
-        self.assertAlmostEqual(a * math.cos(angle) ** 2 + b * math.sin(angle) ** 2, xx, places=3)
-        self.assertAlmostEqual((a - b) * math.sin(angle) * math.cos(angle), xy, places=3)
-
-    def test_pictures(self):
-        told = 0
-        for seed in range(6):
-            array = blobs(seed)
-            self.put("in.png", write_png(array))
-            for connectivity in (4, 8):
-                rows = self.found("--connectivity", connectivity, *(["--fast"] if seed % 2 else []))
-                with self.subTest(seed=seed, connectivity=connectivity):
-                    told += len(self.compare(rows, pixels_of(array), connectivity))
-        self.assertGreater(told, 60)
-
-    def test_parameters(self):
-        array = blobs(7)
-        self.put("in.png", write_png(array))
-        table = [({"delta": 12}, ("--delta-levels", 12)), ({"variation": 0.05}, ("--max-variation", 0.05)),
-                 ({"diversity": 0.8}, ("--min-diversity", 0.8)), ({"diversity": 0}, ("--min-diversity", 0)),
-                 ({"greatest": 60}, ("--max-area", 0.05)), ({"least": 120}, ("--min-area", 0.1))]
-        sizes = set()
-        for changed, options in table:
-            with self.subTest(options):
-                line = {"--min-area-px": 16, "--max-area": 1, "--max-variation": 0.5, options[0]: options[1]}
-                if "--min-area" in line:
-                    del line["--min-area-px"]
-                self.works("mser", "in.png", "-o", "out", *(word for pair in line.items() for word in pair))
-                nodes = self.compare(self.table("out/in.csv"), pixels_of(array), 8, **changed)
-                sizes.add(len(nodes))
-        self.assertGreater(len(sizes), 3)
-
-    def test_regions_have_sixteen_pixels_at_least(self):
-        values = [200] * 1200
-        for i, side in enumerate((3, 4, 5)):  # dark squares of 9, 16 and 25 pixels
-            for y, x in itertools.product(range(side), repeat=2):
-                values[(5 + y) * 40 + 5 + 10 * i + x] = 50
-        values[15 * 40 + 5 : 15 * 40 + 20] = [50] * 15  # and a line of 15
-        self.put("in.png", write_png(Array("u8", 40, 30, 1, values)))
-        tables = []
-        for option in (("--min-area-px", 1), ("--min-area-px", 15), ("--min-area-px", 16), ("--min-area", 0.002)):
-            for fast in ((), ("--fast",)):
-                self.works("mser", "in.png", "-o", "out", *option, *fast)
-                tables.append([row["area"] for row in self.table("out/in.csv")])
-        self.assertEqual([sorted(areas) for areas in tables], [["16", "25"]] * 8)
-        self.works("mser", "in.png", "-o", "out", "--min-area-px", 17)
-        self.assertEqual([row["area"] for row in self.table("out/in.csv")], ["25"])
-
-    def test_polarities(self):
-        array = blobs(8)
-        self.put("in.png", write_png(array))
-        for polarity in ("dark", "bright"):
-            rows = self.found("--polarity", polarity)
-            self.assertTrue(self.compare(rows, pixels_of(array), 8, (polarity,)))
-
-    def test_part_of_a_picture(self):
-        array = blobs(9)
-        self.put("in.png", write_png(array))
+class Known(Regions):
+    def test_squares(self):
+        """Boxes, areas, parents and values of both polarities, on the axes of the picture."""
+        dark = {("5", "5"): None, ("15", "5"): 16, ("25", "5"): 25, ("38", "14"): 196}
         for fast in ((), ("--fast",)):
-            rows = self.found("--roi", "7,4,25,22", *fast)
-            self.assertTrue(self.compare(rows, pixels_of(array, 7, 4, 25, 22), 8))
-        labels = self.labels()
-        self.assertTrue(any(labels.values))
-        for i, label in enumerate(labels.values):
-            if not (7 <= i % 40 < 32 and 4 <= i // 40 < 26):
-                self.assertEqual(label, 0)
+            for roi in ((), ("--roi", "2,3,58,37")):
+                with self.subTest(fast=fast, roi=roi):
+                    rows = self.found(squares(), *fast, *roi, most=0.3)
+                    for row in rows:
+                        if row["polarity"] == "dark":
+                            self.assertEqual(dark[row["box_x"], row["box_y"]], int(row["area"]))
+                    self.assertEqual(sorted(int(row["area"]) for row in rows if row["polarity"] == "dark"), [16, 25, 196])
+                    ring, = [row for row in rows if row["polarity"] == "bright"]
+                    self.assertEqual([ring[key] for key in ("area", "value", "box_width", "intensity_mean", "perimeter")],
+                                     ["288", "250", "22", "250", "141.656854"])
+                    self.assertEqual((float(ring["x"]), float(ring["y"]), float(ring["eccentricity"])), (44.5, 20.5, 0))
 
-    def labels(self):
-        self.works("add", "out/in.labels.tif", "out/in.labels.tif", "-o", "twice.npy")
-        twice = read_npy(self.get("twice.npy"))
-        return twice._replace(values=[value // 2 for value in twice.values])
+    def test_measures(self):
+        """Of a region whose pixels are in the labels everything else follows."""
+        values = as_type(blobs(21, 60, 50) * 3.0 + 500, "u16")
+        rows = self.found(values, "--delta-levels", 8)
+        labels = self.picture("out/in.labels.tif")
+        alone = [row for row in rows if (labels == int(row["id"])).sum() == int(row["area"])]
+        self.assertGreater(len(alone), 3)
+        for row in alone:
+            y, x = np.nonzero(labels == int(row["id"]))
+            pixels = values[y, x].astype("f8")
+            xx, yy, xy = x.var(), y.var(), ((x - x.mean()) * (y - y.mean())).mean()
+            a, b = np.sqrt(np.linalg.eigvalsh([[xx, xy], [xy, yy]])[::-1] * 4)
+            wanted = {"x": x.mean(), "y": y.mean(), "mxx": xx, "mxy": xy, "myy": yy, "half_axis_long": a,
+                      "half_axis_short": b, "eccentricity": np.sqrt(1 - (b / a) ** 2), "box_x": x.min(), "box_y": y.min(),
+                      "box_width": np.ptp(x) + 1, "box_height": np.ptp(y) + 1, "intensity_mean": pixels.mean(),
+                      "intensity_min": pixels.min(), "intensity_max": pixels.max()}
+            for column, value in wanted.items():
+                self.assertAlmostEqual(float(row[column]), value, places=4, msg=column)
+            end = pixels.max() if row["polarity"] == "dark" else pixels.min()
+            self.assertEqual(float(row["value"]), end)
 
-    def test_mask(self):
-        """What the mask leaves is the picture: in one piece here, since the model knows no others."""
-        array = blobs(10)
-        inside = [1 if (i % 40 - 20) ** 2 + (i // 40 - 15) ** 2 < 190 else 0 for i in range(1200)]
-        self.put("in.png", write_png(array))
-        self.put("mask.png", write_png(Array("u8", 40, 30, 1, inside)))
-        values = {at: value for at, value in pixels_of(array).items() if inside[at[1] * 40 + at[0]]}
-        for fast in ((), ("--fast",)):
-            rows = self.found("--mask", "mask.png", *fast)
-            self.assertTrue(self.compare(rows, values, 8))
+    def test_perimeter_is_that_of_scikit_image(self):
+        try:
+            from skimage.measure import perimeter
+        except ImportError:
+            self.skipTest("scikit-image is not installed")
+        rows = self.found(blobs(22, 80, 60), "--masks", "rle")
+        masks = {mask["id"]: self.unpacked(mask["segmentation"]) for mask in json.loads(self.get("out/in.masks.json"))["annotations"]}
+        for row in rows:
+            self.assertAlmostEqual(float(row["perimeter"]), perimeter(np.pad(masks[int(row["id"])], 1)), places=5)
+
+    @staticmethod
+    def unpacked(runs):
+        height, width = runs["size"]
+        return np.repeat(np.arange(len(runs["counts"])) % 2, runs["counts"]).reshape(width, height).T
+
+    @staticmethod
+    def filled(rings, width, height):
+        """Pixels with an odd number of upright sides to the left of them."""
+        sides = np.zeros((height, width + 1), int)
+        for ring in rings:
+            for (x, y), (_, end) in zip(ring, ring[1:]):
+                sides[min(y, end):max(y, end), x] += 1
+        return np.cumsum(sides, axis=1)[:, :width] % 2
+
+    def test_masks(self):
+        """Runs and outlines hold the same pixels: as many as the area, all of the nested ones, each outline
+        a closed path that meets itself nowhere."""
+        for seed, connectivity in itertools.product(range(3), (4, 8)):
+            array = blobs(seed, 60, 40, 12)
+            rows = self.found(array, "--masks", "rle", "--connectivity", connectivity, "--min-diversity", 0.1)
+            runs = json.loads(self.get("out/in.masks.json"))
+            self.works("mser", "in.npy", "-o", "out", "--min-area-px", 16, "--max-area", 1, "--max-variation", 0.5,
+                       "--masks", "polygons", "--connectivity", connectivity, "--min-diversity", 0.1, "--fast")
+            self.assertFalse(os.path.exists(self.path("out/in.masks.json")))  # of an earlier run
+            outlines = json.loads(self.get("out/in.geojson"))["features"]
+            self.assertEqual([mask["id"] for mask in runs["annotations"]], [int(row["id"]) for row in rows])
+            self.assertEqual([feature["id"] for feature in outlines], [int(row["id"]) for row in rows])
+            masks = {}
+            for mask, feature, row in zip(runs["annotations"], outlines, rows):
+                pixels = masks[row["id"]] = self.unpacked(mask["segmentation"])
+                self.assertEqual(pixels.sum(), int(row["area"]))
+                kind, shapes = feature["geometry"]["type"], feature["geometry"]["coordinates"]
+                shapes = [shapes] if kind == "Polygon" else shapes
+                for ring in (ring for shape in shapes for ring in shape):
+                    self.assertEqual(ring[0], ring[-1])
+                    self.assertEqual(len(set(map(tuple, ring))), len(ring) - 1)
+                np.testing.assert_array_equal(self.filled([r for s in shapes for r in s], 60, 40), pixels)
+                for outer, *holes in shapes:  # a hole lies within the outline it belongs to
+                    self.assertTrue((self.filled(holes, 60, 40) <= self.filled([outer], 60, 40)).all())
+                if row["parent"] != "0":
+                    self.assertTrue((masks[row["parent"]] >= pixels).all())
+
+    def test_limits(self):
+        self.put("in.npy", squares())
+        self.works("mser", "in.npy", "-o", "out", "--min-area-px", 3, notes=["--min-area-px: got 3, taken as 16"])
+        self.assertEqual(json.loads(self.get("out/in.json"))["settings"]["min_area_px"], 16)
+        self.assertEqual({row["area"] for row in self.table("out/in.csv")}, {"16", "25", "196"})
+        for options, areas in ((("--min-area-px", 17), {"25", "196"}), (("--min-area", 0.01, "--polarity", "dark"), {"25", "196"}),
+                               (("--max-area", 0.05, "--polarity", "dark"), set())):
+            self.works("mser", "in.npy", "-o", "out", *options)
+            self.assertEqual({row["area"] for row in self.table("out/in.csv")}, areas, options)
+        self.refuses("mser", "in.npy", "-o", "out2", "--min-area-px", 999, says=["in.npy: ", "least area"])
 
 
 class FilesAgree(Regions):
     def test_one_picture(self):
-        self.put("in.png", write_png(blobs(21, 60, 50)))
-        rows = self.found("--min-diversity", 0.1)
+        rows = self.found(blobs(21, 60, 50), "--min-diversity", 0.1)
         self.assertGreater(len(rows), 12)
-        self.assertEqual([row["id"] for row in rows], [str(i + 1) for i in range(len(rows))])
         whole = json.loads(self.get("out/in.json"))
-        self.assertEqual(whole["image"], {"file": "in.png", "width": 60, "height": 50, "channels": 1, "type": "u8"})
+        self.assertEqual([whole["image"][key] for key in ("file", "width", "height", "type")], ["in.npy", 60, 50, "u8"])
         told = []
 
         def walk(regions, polarity, parent, depth):
             for region in regions:
-                told.append((region["id"], polarity, parent, len(region["children"]), depth, region["area"],
-                             region["level"], *region["box"]))
-                self.assertAlmostEqual(float(rows[region["id"] - 1]["x"]), region["centroid"][0])
+                told.append([region["id"], polarity, parent, len(region["children"]), depth, region["area"], region["level"], *region["box"]])
+                row = rows[region["id"] - 1]
+                for column, value in (("x", region["centroid"][0]), ("perimeter", region["perimeter"]), ("intensity_mean", region["intensity"]["mean"])):
+                    self.assertAlmostEqual(float(row[column]), value, places=5)
                 walk(region["children"], polarity, region["id"], depth + 1)
 
         for polarity in ("dark", "bright"):
             walk(whole[polarity], polarity, 0, 0)
         keys = "id polarity parent children depth area level box_x box_y box_width box_height".split()
-        self.assertEqual(told, [tuple(row[key] if key == "polarity" else int(row[key]) for key in keys) for row in rows])
+        self.assertEqual(told, [[row[key] if key == "polarity" else int(row[key]) for key in keys] for row in rows])
         self.assertTrue(any(row["parent"] != "0" for row in rows))
-        self.check_labels(rows)
-        overlay = read_png(self.get("out/in.overlay.png"))
-        self.assertEqual((overlay.width, overlay.height, overlay.channels), (60, 50, 3))
-
-    def check_labels(self, rows):
-        """A region's pixels are those that bear its number or that of a smaller region; those of its
-        own number lie inside its box, and nested regions account for the rest."""
-        self.works("add", "out/in.labels.tif", "out/in.labels.tif", "-o", "twice.npy")
-        labels = [value // 2 for value in read_npy(self.get("twice.npy")).values]
-        by_id = {int(row["id"]): row for row in rows}
-        counts = {}
-        for i, label in enumerate(labels):
-            if label:
-                row = by_id[label]
-                self.assertTrue(0 <= i % 60 - int(row["box_x"]) < int(row["box_width"]))
-                self.assertTrue(0 <= i // 60 - int(row["box_y"]) < int(row["box_height"]))
-                counts[label] = counts.get(label, 0) + 1
-        for label, row in by_id.items():
-            nested = sum(int(other["area"]) for other in rows if other["parent"] == row["id"])
-            self.assertLessEqual(counts.get(label, 0), int(row["area"]) - nested)
-        alone = [row for row in rows if row["polarity"] == "dark" and row["children"] == "0"]
-        self.assertTrue(any(counts.get(int(row["id"])) == int(row["area"]) for row in alone))
+        self.assertEqual(self.picture("out/in.overlay.png").shape, (50, 60, 3))
 
     def test_both_floods_give_the_same_bytes(self):
         self.works("scene", "-o", "in.png", "--size", "300x200")
-        mask = [0 if (i % 300) // 40 % 3 == 1 else 255 for i in range(60000)]
-        self.put("mask.png", write_png(Array("u8", 300, 200, 1, mask)))
-        for options in ((), ("--mask", "mask.png", "--connectivity", "4"), ("--roi", "20,30,200,150")):
-            self.works("mser", "in.png", "-o", "one", *options)
-            self.works("mser", "in.png", "-o", "two", "--fast", *options)
-            for name in ("in.csv", "in.json", "in.labels.tif", "in.overlay.png"):
-                self.assertEqual(self.get("one/" + name), self.get("two/" + name), (options, name))
+        self.put("mask.png", as_type([[0 if x // 40 % 3 == 1 else 255 for x in range(300)]] * 200, "u8"))
+        for options in ((), ("--mask", "mask.png", "--connectivity", "4"), ("--roi", "20,30,200,150", "--ids", "--colours", "red-white")):
+            for folder, fast in (("one", ()), ("two", ("--fast",))):
+                self.works("mser", "in.png", "-o", folder, *fast, *options)
+            self.assertEqual(self.folder_of("one"), self.folder_of("two"))
+
+    def folder_of(self, name):
+        return {os.path.relpath(path, self.path(name)): data for path, data in self.contents().items()
+                if data is not None and path.startswith(self.path(name) + "/")}
 
 
 class Levels(Regions):
     """What has more than 8 bits keeps its order."""
 
-    def levels(self):
-        return json.loads(self.get("out/in.json"))["levels"]
-
     def test_nothing_is_lost_while_it_fits(self):
         array = blobs(30)
-        self.put("in.png", write_png(array))
-        wanted = self.found()
-        areas = [(row["polarity"], row["area"], row["x"]) for row in wanted]
-        self.assertTrue(areas)
-        for kind, change in (("u16", lambda v: v + 5000), ("s16", lambda v: v - 300), ("f32", lambda v: v * 0.5),
-                             ("s32", lambda v: v * 1000), ("u16", lambda v: v * 257)):
-            changed = array._replace(type=kind, values=[change(value) for value in array.values])
-            self.put("in.tif", write_tiff(changed))
-            self.works("mser", "in.tif", "-o", "out", "--min-area-px", 16, "--max-area", 1, "--max-variation", 0.5)
-            self.assertEqual(self.levels()["lost"], 0)
-            if kind in ("s16",) or change(0) == 5000:  # shifted only: the very same regions
-                rows = self.table("out/in.csv")
-                self.assertEqual([(row["polarity"], row["area"], row["x"]) for row in rows], areas)
-                for row, old in zip(rows, wanted):
-                    self.assertEqual(float(row["value"]), change(int(old["value"])))
+        wanted = self.found(array)
+        self.assertTrue(wanted)
+        for kind, change in (("u16", lambda v: v + 5000), ("s16", lambda v: v - 300), ("f32", lambda v: v * 0.5), ("s32", lambda v: v * 1000)):
+            rows = self.found(as_type(change(array.astype("i8")), kind))
+            self.assertEqual(json.loads(self.get("out/in.json"))["levels"]["lost"], 0)
+            if kind in ("u16", "s16"):  # shifted only: the very same regions
+                self.assertEqual([(row["area"], row["x"], float(row["value"])) for row in rows],
+                                 [(row["area"], row["x"], change(float(row["value"]))) for row in wanted])
 
     def test_order_is_kept_and_the_loss_counted(self):
-        source = random.Random(4)
-        pictures = {
-            "steep": [int(1.5 ** (i % 24)) + i for i in range(1200)],
-            "even": [i * 40 for i in range(1200)],
-            "outlier": [source.randrange(3000) for _ in range(1199)] + [60000],
-        }
-        for name, values in pictures.items():
-            for how in ("auto", "linear", "equal"):
-                with self.subTest(name, how=how):
-                    self.check_order(values, how)
-
-    def check_order(self, values, how):
-        self.put("in.npy", write_npy(Array("u16", 40, 30, 1, values)))
-        self.works("mser", "in.npy", "-o", "out", "--levels", how, "--delta-levels", 1, "--max-variation", 1,
-                   "--min-diversity", 0, "--max-area", 1, "--min-area-px", 1)
-        told, distinct = self.levels(), len(set(values))
-        self.assertEqual((told["values"], told["values"] - told["kept"]), (distinct, told["lost"]))
-        if how != "linear":
-            self.assertGreaterEqual(told["kept"], min(distinct, 192))
-        if how == "equal":
-            self.assertEqual(told["kept"], min(distinct, 256))
-        levels = {}
-        for row in self.table("out/in.csv"):
-            levels.setdefault(float(row["value"]), set()).add((row["polarity"], int(row["level"])))
-            # All pixels up to the value, and no others, are in regions of that level or below it.
-            edge = float(row["value"])
-            count = sum(v <= edge for v in values) if row["polarity"] == "dark" else sum(v >= edge for v in values)
-            self.assertLessEqual(int(row["area"]), count)
-        for polarity in ("dark", "bright"):
-            pairs = sorted((value, level) for value, found in levels.items() for p, level in found if p == polarity)
-            self.assertEqual([level for _, level in pairs], sorted(level for _, level in pairs))
-
-    def regions(self, array, *options, largest=1):
-        self.put("in.npy", write_npy(array))
-        self.works("mser", "in.npy", "-o", "out", "--min-area-px", 16, "--max-area", largest, *options)
-        return [[row[key] for key in ("polarity", "level", "area", "variation", "x", "y", "mxx", "mxy", "myy")]
-                for row in self.table("out/in.csv")]
+        source = np.random.default_rng(4)
+        pictures = {"steep": 1.5 ** (np.arange(1200) % 24) + np.arange(1200), "even": np.arange(1200) * 40,
+                    "outlier": np.append(source.integers(0, 3000, 1199), 60000)}
+        for (name, values), how in itertools.product(pictures.items(), ("auto", "linear", "equal")):
+            with self.subTest(name, how=how):
+                values = as_type(values, "u16").reshape(30, 40)
+                rows = self.found(values, "--levels", how, "--delta-levels", 1, "--min-diversity", 0)
+                told, distinct = json.loads(self.get("out/in.json"))["levels"], len(np.unique(values))
+                self.assertEqual((told["values"], told["values"] - told["kept"]), (distinct, told["lost"]))
+                self.assertGreaterEqual(told["kept"], {"auto": 192, "linear": 2, "equal": 256}[how])
+                for polarity in ("dark", "bright"):
+                    pairs = sorted((float(row["value"]), int(row["level"])) for row in rows if row["polarity"] == polarity)
+                    self.assertEqual([level for _, level in pairs], sorted(level for _, level in pairs))
 
     def test_few_values_are_spread(self):
         """Which value is next counts, not how far: the regions are those of the evenly spread picture."""
-        source = random.Random(6)
-        for count in (1, 2, 4, 10, 52, 60, 255, 256):
-            ranks = [value * (count - 1) // 255 for value in blobs(32, noise=0).values]
-            ranks[: 2 * count : 2] = range(count)  # each of them is used
-            values = sorted(source.uniform(-1, 1) * 10 ** source.randint(0, 30) for _ in range(count))
-            spread = [rank * 255 // max(count - 1, 1) for rank in ranks]
-            uneven = Array("f32", 40, 30, 1, [values[rank] for rank in ranks])
+        source = np.random.default_rng(6)
+        keys = ("polarity", "level", "area", "variation", "x", "y")
+        for count in (2, 10, 52, 256):
+            ranks = blobs(32, noise=0).astype(int) * (count - 1) // 255
+            ranks.flat[:2 * count:2] = range(count)  # each of them is used
+            values = np.sort(source.uniform(-1, 1, count) * 10.0 ** source.integers(0, 30, count))
+            wanted = [[row[key] for key in keys] for row in self.found(as_type(ranks * 255 // (count - 1), "u8"))]
             for how in ("auto", "equal"):
-                with self.subTest(count=count, how=how):
-                    # Values that a byte holds, all of its range used, are taken as they are.
-                    wanted = self.regions(Array("u8", 40, 30, 1, spread))
-                    if count in (4, 10, 52, 60):
-                        self.assertTrue(wanted)
-                    self.assertEqual(self.regions(uneven, "--levels", how), wanted)
-                    self.assertEqual((self.levels()["kept"], self.levels()["lost"]), (count, 0))
+                rows = self.found(as_type(values[ranks], "f32"), "--levels", how)
+                self.assertEqual([[row[key] for key in keys] for row in rows], wanted, (count, how))
 
-    def test_a_hot_pixel_flattens_nothing(self):
-        array = blobs(33, noise=0)
-        few = [value // 26 * 26 for value in array.values]
-        self.assertLessEqual(len(set(few)), 10)
-        # The picture less the pixel is a region, too; it would hide large ones that it differs little from.
-        plain = self.regions(array._replace(values=few), largest=0.5)
-        hot = self.regions(array._replace(type="u32", values=[2 ** 32 - 1] + few[1:]), largest=0.5)
-        self.assertGreater(len(plain), 3)
-        found = {(polarity, area) for polarity, _, area, *_ in hot}
-        for polarity, _, area, *_ in plain:
-            self.assertIn((polarity, area), found)
-
-    def test_colour_and_nan(self):
+    def test_colour_alpha_and_nan(self):
         grey = blobs(31)
-        colour = grey._replace(channels=3, values=[value for v in grey.values for value in (v, v, v)])
-        self.put("in.png", write_png(grey))
-        wanted = self.found()
-        self.put("in.png", write_png(colour))
-        self.assertEqual(self.found(), wanted)
-        grey.values[0], grey.values[1] = 0, 255  # so that linear levels are the values
-        values = [float(value) for value in grey.values]
-        for x in range(40):
-            values[3 * 40 + x] = math.nan
-        inside = [0 if i // 40 == 3 else 1 for i in range(1200)]
-        self.put("in.npy", write_npy(grey._replace(type="f32", values=values)))
-        self.put("grey.png", write_png(grey))
-        self.put("mask.png", write_png(grey._replace(values=inside)))
-        options = ("--min-area-px", 16, "--max-area", 1, "--levels", "linear")
-        self.works("mser", "in.npy", "-o", "a", *options)
-        self.works("mser", "grey.png", "-o", "b", "--mask", "mask.png", *options)
-        self.assertEqual(self.table("a/in.csv"), self.table("b/grey.csv"))
+        grey.flat[:2] = 0, 255  # so that linear levels are the values
+        wanted = self.found(grey)
+        self.assertEqual(self.found(np.dstack([grey] * 3 + [grey * 0])), wanted)
+        nan = grey.astype("f4")
+        nan[3] = np.nan
+        self.put("mask.png", as_type(np.arange(30)[:, None].repeat(40, 1) != 3, "u8"))
+        self.assertEqual(self.found(nan, "--levels", "linear"), self.found(grey, "--mask", "mask.png"))
 
 
-class ManyImages(Regions):
+class ManyImages(FilesAgree):
     def images(self, count, size="200x150"):
-        names = []
-        for i in range(count):
-            names.append("i%d.png" % i)
-            self.works("scene", "-o", names[-1], "--size", size, "--seed", i + 1)
-        return names
+        self.works("-q", "scene", "-o", "i.png", "--size", size, "--frames", count)
+        return sorted(name for name in os.listdir(self.folder) if name.startswith("i-"))
 
-    def files(self, folder):
-        out = {}
-        for name in sorted(os.listdir(self.path(folder))):
-            if not name.endswith(".done"):
-                out[name] = self.get(os.path.join(folder, name))
-        return out
-
-    def test_jobs_change_nothing(self):
+    def test_equal_runs_give_equal_folders(self):
         names = self.images(5)
-        told = [self.works("mser", *names, "-o", folder, "--jobs", jobs)
-                for folder, jobs in (("one", 1), ("four", 4))]
-        self.assertEqual(self.files("one"), self.files("four"))
-        self.assertEqual(len(self.files("one")), 20)
+        told = [self.works("mser", *names, "-o", folder, "--jobs", jobs) for folder, jobs in (("one", 1), ("four", 4))]
+        self.assertEqual(self.folder_of("one"), self.folder_of("four"))
+        self.assertEqual(len(self.folder_of("one")), 26)
         for text in told:
             self.assertEqual([line.split(":")[0] for line in text.splitlines()], names)
+        rows = self.table("one/summary.csv")
+        self.assertEqual([int(row["regions"]) for row in rows], [len(self.table("one/%s.csv" % name[:-4])) for name in names])
 
     def test_a_refused_image_stops_no_other(self):
         names = self.images(3)
-        self.put("i1.png", b"no image")
-        done = self.run_program("mser", "i0.png", "absent.png", "i1.png", "i2.png", "-o", "out", "--jobs", 2)
+        self.works("mser", *names, "-o", "out")
+        self.put(names[1], b"no image")
+        done = self.run_program("mser", names[0], "absent.png", *names[1:], "-o", "out", "--jobs", 2)
         self.assertEqual(done.returncode, 2)
-        self.assertEqual([line.split(": ")[1] for line in done.stderr.decode().splitlines()], ["absent.png", "i1.png"])
-        self.assertEqual([line.split(":")[0] for line in done.stdout.decode().splitlines()], ["i0.png", "i2.png"])
-        self.assertEqual({name.split(".")[0] for name in self.files("out")}, {"i0", "i2"})
-        self.assertEqual(len(names), 3)
+        self.assertEqual([line.split(": ")[1] for line in done.stderr.decode().splitlines()], ["absent.png", names[1]])
+        self.assertEqual([line.split(":")[0] for line in done.stdout.decode().splitlines()], [names[0], names[2]])
+        self.assertFalse(os.path.exists(self.path("out/%s.done" % names[1][:-4])))  # of the first run
+        self.assertEqual([bool(row["failure"]) for row in self.table("out/summary.csv")], [False, True, True, False])
 
-    def test_resume_after_a_kill(self):
-        names = self.images(10)
+    def test_killed_and_resumed(self):
+        names = self.images(8)
         self.works("mser", *names, "-o", "whole")
-        child = subprocess.Popen([PROGRAM, "mser", *names, "-o", "out"], cwd=self.folder, stdout=subprocess.DEVNULL)
-        limit = time.monotonic() + 60
-        while time.monotonic() < limit and not os.path.exists(self.path("out/i2.done")):
-            time.sleep(0.001)
-        child.send_signal(signal.SIGKILL)
-        child.wait()
-        done = {name for name in os.listdir(self.path("out")) if name.endswith(".done")}
-        self.assertGreaterEqual(len(done), 3)
-        if os.path.exists(self.path("out/i9.done")):  # too quick for the kill
-            os.remove(self.path("out/i9.done"))
-            done.remove("i9.done")
-        stamps = {name: os.stat(self.path("out/%s.csv" % name[:-5])).st_mtime_ns for name in done}
-        told = self.works("mser", *names, "-o", "out", "--resume").splitlines()
-        self.assertEqual({line.split(".")[0] + ".done" for line in told if "done before" in line}, done)
-        for name, stamp in stamps.items():
-            self.assertEqual(os.stat(self.path("out/%s.csv" % name[:-5])).st_mtime_ns, stamp)
-        found = {name: data for name, data in self.files("out").items() if not name.startswith(".kipx-")}
-        self.assertEqual(found, self.files("whole"))
+        for number in (signal.SIGKILL, signal.SIGTERM, signal.SIGINT):
+            child = subprocess.Popen([PROGRAM, "mser", *names, "-o", "out"], cwd=self.folder, stdout=subprocess.DEVNULL)
+            limit = time.monotonic() + 60
+            while time.monotonic() < limit and not os.path.exists(self.path("out/i-03.done")):
+                time.sleep(0.001)
+            child.send_signal(number)
+            self.assertIn(child.wait(), (-number, 0))
+            if number != signal.SIGKILL:
+                self.assertFalse([name for name in os.listdir(self.path("out")) if name.startswith(".kipx")])
+            done = {name[:-5] for name in os.listdir(self.path("out")) if name.endswith(".done")}
+            stamps = {name: os.stat(self.path("out/%s.csv" % name)).st_mtime_ns for name in done}
+            told = self.works("mser", *names, "-o", "out", "--resume").splitlines()
+            self.assertEqual({line.split(".")[0] for line in told if "done before" in line}, done)
+            self.assertEqual(stamps, {name: os.stat(self.path("out/%s.csv" % name)).st_mtime_ns for name in done})
+            self.assertEqual(self.folder_of("out"), self.folder_of("whole"))
+            subprocess.run(["rm", "-r", self.path("out")], check=True)
 
     def test_resume_notices_changes(self):
-        self.images(1)
-        line = ("mser", "i0.png", "-o", "out", "--resume")
-        self.assertNotIn("done before", self.works(*line))
-        self.assertIn("done before", self.works(*line))
-        self.assertIn("done before", self.works(*line, "--fast"))
-        self.assertNotIn("done before", self.works(*line, "--delta-levels", 7))
-        self.assertNotIn("done before", self.works(*line))
-        os.remove(self.path("out/i0.json"))
-        self.assertNotIn("done before", self.works(*line))
-        self.works("scene", "-o", "i0.png", "--size", "200x150", "--seed", 99)
-        self.assertNotIn("done before", self.works(*line))
+        self.put("a.png", blobs(1))
+        line = ("mser", "a.png", "-o", "out", "--resume")
+        again = lambda *more: "done before" in self.works(*line, *more)
+        self.assertEqual([again(), again(), again("--fast"), again("--delta-levels", 7), again()], [False, True, True, False, False])
+        for change in (lambda: os.remove(self.path("out/a.json")), lambda: self.put("out/a.csv", b""),
+                       lambda: self.put("out/a.csv", self.get("out/a.csv").replace(b"a.png", b"b.png")),
+                       lambda: self.put("out/a.done", b"{}"), lambda: self.put("a.png", blobs(2))):
+            change()
+            self.assertEqual([again(), again()], [False, True])
 
-    def test_names_that_meet_are_refused(self):
-        os.mkdir(self.path("sub"))
-        self.put("a.png", write_png(blobs(1)))
-        self.put("sub/a.png", write_png(blobs(2)))
-        self.put("a.overlay.png", write_png(blobs(3)))
-        self.refuses("mser", "a.png", "sub/a.png", "-o", "out", says=["a.png", "sub/a.png"])
+    def test_only_dead_temporary_files_are_swept(self):
+        self.put("a.png", blobs(1))
+        for name in (".kipx-dead00", ".kipx-alive0", ".kipx-other-name", "mine"):
+            self.put("out/" + name, b"")
+        with open(self.path("out/.kipx-alive0"), "rb") as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            self.works("mser", "a.png", "-o", "out")
+        self.assertEqual(sorted(name for name in os.listdir(self.path("out")) if "a." not in name),
+                         [".kipx-alive0", ".kipx-other-name", "mine", "summary.csv"])
+
+    def test_folders_and_names(self):
+        for name in ("in/a.png", "in/b.png", "in/sub/a.png", "in/sub/c.tif", "in/.hidden.png", "in/notes.txt", "x/a.png"):
+            self.put(name, blobs(1) if name[-3:] != "txt" else b"text")
+        self.put("in/a.jpg", blobs(1))
+
+        def results(*line):
+            self.works("mser", *line, "-o", "out", "--no-labels", "--no-overlay")
+            found = sorted(name[:-5] for name in self.folder_of("out") if name.endswith(".done"))
+            files = {row["file"] for name in found for row in self.table("out/%s.csv" % name)}
+            self.assertEqual(files, {row["file"] for row in self.table("out/summary.csv") if row["regions"] != "0"})
+            subprocess.run(["rm", "-r", self.path("out")], check=True)
+            return found
+
+        self.assertEqual(results("in"), ["a.jpg", "a.png", "b"])
+        self.assertEqual(results("in", "--subfolders"), ["a.jpg", "a.png", "b", "sub/a", "sub/c"])
+        self.assertEqual(results("in", "--subfolders", "--pattern", "*.tif"), ["sub/c"])
+        self.assertEqual(results("in/a.png", "x/a.png", "in/sub/c.tif"), ["c", "in/a", "x/a"])
+        self.put("summary.png", blobs(1))
+        self.assertEqual(results("summary.png"), ["summary.png"])
+        self.works("mser", "x", "-o", "x")
+        self.works("mser", "x", "-o", "x")  # its own results are no images
+
+    def test_results_never_take_the_place_of_what_is_read(self):
+        for name in ("a.png", "a.overlay.png", "b.png"):
+            self.put(name, blobs(1))
         self.refuses("mser", "a.png", "a.overlay.png", "-o", ".", says=["a.overlay.png"])
-        self.put("b.done", write_png(blobs(4)))  # an image, whatever its name says
-        self.refuses("mser", "b.done", "-o", ".", says=["b.done"])
-
-    def test_a_result_never_takes_the_place_of_the_mask(self):
-        self.put("a.png", write_png(blobs(1)))
-        self.put("b.png", write_png(blobs(2)))
-        inside = Array("u8", 40, 30, 1, [1] * 1200)
-        os.symlink("b.done", self.path("link.png"))
         for name in ("b.labels.tif", "b.overlay.png", "b.csv", "b.done"):
-            with self.subTest(name):
-                self.put(name, write_png(inside))
-                mask = "link.png" if name == "b.done" else "./" + name
-                self.refuses("mser", "a.png", "b.png", "-o", ".", "--mask", mask, says=["b.png", name, "--mask"])
-                os.remove(self.path(name))
-        self.put("mask.png", write_png(inside))
-        self.works("mser", "a.png", "b.png", "-o", ".", "--mask", "mask.png")
+            self.put(name, png(np.ones((30, 40), "u1")))
+            os.symlink(name, self.path("link.png"))
+            self.refuses("mser", "b.png", "-o", ".", "--mask", "link.png", says=["b.png", name, "--mask"])
+            os.remove(self.path(name))
+            os.remove(self.path("link.png"))
+
+    def test_pages(self):
+        stack = np.stack([blobs(seed) for seed in range(3)])
+        self.put("s.tif", tiff(stack))
+        told = self.works("mser", "s.tif", "-o", "all", "--page", "all").splitlines()
+        self.assertEqual(["page %d of 3" % page in line for page, line in enumerate(told, 1)], [True] * 3)
+        for page in (1, 2, 3):
+            self.put("one.png", stack[page - 1])
+            self.works("mser", "one.png", "-o", "one")
+            self.works("mser", "s.tif", "-o", "some", "--page", page)
+            tables = [[list(row.values())[2:] for row in self.table(name)] for name in ("all/s-p%d.csv" % page, "one/one.csv", "some/s.csv")]
+            self.assertEqual(tables[0], tables[1])
+            self.assertEqual(tables[0], tables[2])
+        self.put("s.tif", tiff(stack)[:-1500])
+        done = self.run_program("mser", "s.tif", "-o", "cut", "--page", "all")
+        self.assertEqual(done.returncode, 2)
 
 
 if __name__ == "__main__":

@@ -1,96 +1,80 @@
-"""The tree as text, JSON and drawing: the same regions as brute force finds."""
+"""The tree as text, JSON and drawing: the same regions in all, and those of the table marked."""
 
-import collections
+import csv
 import json
 import re
 import unittest
 import xml.etree.ElementTree as xml
 
-import regions_model as model
-from support import ProgramCase, write_png
-from test_mser import blobs, pixels_of
+import numpy as np
+
+from support import ProgramCase, blobs
 
 
 class Tree(ProgramCase):
-    def wanted(self, array, polarity, connectivity):
-        values = pixels_of(array)
-        if polarity == "bright":
-            values = {at: 255 - value for at, value in values.items()}
-        nodes = model.tree(values, connectivity)
-        for node in nodes:
-            node.level = 255 - node.level if polarity == "bright" else node.level
-        return nodes
+    def setUp(self):
+        super().setUp()
+        self.array = blobs(42)
+        self.put("a<&.png", self.array)
+        self.options = ("--min-area-px", 20, "--max-area", 1)
+        self.works("tree", "a<&.png", "-o", "tree.json", *self.options)
+        self.trees = json.loads(self.get("tree.json"))
+        self.works("mser", "a<&.png", "-o", "out", *self.options)
+        self.rows = list(csv.DictReader(self.get("out/a<&.csv").decode().splitlines()))
 
-    def test_json_is_the_tree(self):
-        for seed, connectivity in ((40, 8), (41, 4)):
-            array = blobs(seed)
-            self.put("in.png", write_png(array))
-            self.works("tree", "in.png", "-o", "tree.json", "--connectivity", connectivity)
-            whole = json.loads(self.get("tree.json"))
-            for polarity in ("dark", "bright"):
-                nodes = self.wanted(array, polarity, connectivity)
-                told = whole[polarity]
-                by_id = {node["id"]: node for node in told}
-                self.assertEqual([node["id"] for node in told], list(range(len(told))))
-                self.assertEqual(told[0]["parent"], None)
+    def test_json_nests_by_level_and_area(self):
+        for polarity, sign in (("dark", 1), ("bright", -1)):
+            nodes = {node["id"]: node for node in self.trees[polarity]}
+            values = self.array.astype(int)
+            ends = (values.max(), values.min())
+            self.assertEqual((nodes[0]["level"], nodes[0]["area"]), (ends[sign < 0], 1200))
+            children = {}
+            for node in list(nodes.values())[1:]:
+                parent = nodes[node["parent"]]
+                self.assertGreater((parent["level"] - node["level"]) * sign, 0)
+                self.assertGreater(parent["area"], node["area"])
+                self.assertLessEqual(node["area"], ((values - node["level"]) * sign <= 0).sum())
+                children[node["parent"]] = children.get(node["parent"], 0) + 1
+            self.assertEqual(children, {key: node["children"] for key, node in nodes.items() if node["children"]})
 
-                def shape(node):
-                    return node.level, node.area, len(node.children)
-
-                pairs = collections.Counter((shape(node), shape(node.parent)) for node in nodes[1:])
-                told_pairs = collections.Counter(
-                    tuple((n["level"], n["area"], n["children"]) for n in (node, by_id[node["parent"]]))
-                    for node in told[1:])
-                self.assertEqual(told_pairs, pairs)
-
-    def test_stable_ones_are_marked(self):
-        array = blobs(42)
-        self.put("in.png", write_png(array))
-        options = ("--min-area-px", 20, "--polarity", "bright")
-        self.works("tree", "in.png", "-o", "tree.json", *options)
-        self.works("mser", "in.png", "-o", "out", *options)
-        lines = self.get("out/in.csv").decode().splitlines()[1:]
-        marked = [node for node in json.loads(self.get("tree.json"))["bright"] if node["stable"]]
-        self.assertTrue(marked)
-        self.assertEqual(sorted((node["level"], node["area"]) for node in marked),
-                         sorted((int(line.split(",")[2]), int(line.split(",")[4])) for line in lines))
-        told = self.works("tree", "in.png", "--smallest", 1, "--depth", 1000, *options)
-        in_text = re.findall(r"[t,] (\d+) \((\d+) px\)", told)
-        self.assertEqual(sorted(map(tuple, (map(int, pair) for pair in in_text))),
-                         sorted((node["level"], node["area"]) for node in marked))
+    def test_stable_ones_bear_the_number_of_the_table(self):
+        wanted = {int(row["id"]): (row["polarity"], int(row["level"]), int(row["area"])) for row in self.rows}
+        self.assertGreater(len(wanted), 5)
+        told = {node["region"]: (polarity, node["level"], node["area"])
+                for polarity in ("dark", "bright") for node in self.trees[polarity] if node["stable"]}
+        self.assertEqual(told, wanted)
+        text = self.works("tree", "a<&.png", "--smallest", 1, "--depth", 1000, *self.options)
+        self.assertEqual({int(number): (int(level), int(area)) for level, area, number in re.findall(r" (\d+) \((\d+) px, region (\d+)\)", text)},
+                         {number: told[1:] for number, told in wanted.items()})
 
     def test_text_is_limited_by_depth_and_area(self):
-        array = blobs(43)
-        self.put("in.png", write_png(array))
-        leaves = sum(not node.children for node in self.wanted(array, "dark", 8))
-        whole = self.works("tree", "in.png", "--polarity", "dark", "--depth", 1000, "--smallest", 1)
-        lines = whole.splitlines()[1:]
+        line = ("tree", "a<&.png", "--polarity", "dark")
+        lines = self.works(*line, "--depth", 1000, "--smallest", 1).splitlines()[1:]
         depths = [(len(line) - len(line.lstrip())) // 2 for line in lines]
         ends = sum(after <= depth for depth, after in zip(depths, depths[1:] + [0]))
-        self.assertEqual(ends, leaves)
-        shallow = self.works("tree", "in.png", "--polarity", "dark", "--depth", 1, "--smallest", 1).splitlines()[1:]
+        self.assertEqual(ends, sum(node["children"] == 0 for node in self.trees["dark"]))
+        shallow = self.works(*line, "--depth", 1, "--smallest", 1).splitlines()[1:]
         self.assertEqual([re.sub(r", \d+ more below$", "", line) for line in shallow],
                          [line for line, depth in zip(lines, depths) if depth <= 1])
-        coarse = self.works("tree", "in.png", "--polarity", "dark", "--depth", 1000, "--smallest", 100)
-        self.assertLess(len(coarse.splitlines()), len(lines))
+        coarse = self.works(*line, "--depth", 1000, "--smallest", 100)
         self.assertTrue(all(int(area) >= 100 for area in re.findall(r"(\d+) px", coarse)))
 
     def test_drawing(self):
-        array = blobs(44)
-        self.put("a<&.png", write_png(array))
         for options, panels in (((), 2), (("--polarity", "dark"), 1)):
-            self.works("tree", "a<&.png", "-o", "tree.svg", *options)
-            root = xml.fromstring(self.get("tree.svg"))
+            done = self.run_program("tree", "a<&.png", "-o", "-", "--format", "svg", *self.options, *options)
+            root = xml.fromstring(done.stdout)
             space = "{http://www.w3.org/2000/svg}"
             texts = [text.text for text in root.iter(space + "text")]
             self.assertTrue(texts[0].startswith("a<&.png"))
             self.assertEqual(sum("regions:" in text for text in texts), panels)
-            blocks = [rect.attrib for rect in root.iter(space + "rect") if "x" in rect.attrib]
-            spans = sorted((float(b["y"]), float(b["x"]), float(b["x"]) + float(b["width"])) for b in blocks)
-            left, right = min(s[1] for s in spans), max(s[2] for s in spans)
-            self.assertGreaterEqual(left, 0)
-            self.assertLessEqual(right, float(root.attrib["width"]))
+            bars = [bar for group in root.iter(space + "g") for bar in group.findall(space + "rect")]
+            spans = [(float(bar.attrib["x"]), float(bar.attrib["x"]) + float(bar.attrib["width"])) for bar in bars]
             self.assertGreater(len(spans), 10)
+            self.assertGreaterEqual(min(spans)[0], 0)
+            self.assertLessEqual(max(end for _, end in spans), float(root.attrib["width"]))
+            titles = " ".join(title.text for title in root.iter(space + "title"))
+            self.assertEqual({int(number) for number in re.findall(r"region (\d+)", titles)},
+                             {int(row["id"]) for row in self.rows if not options or row["polarity"] == "dark"})
 
 
 if __name__ == "__main__":

@@ -1,17 +1,19 @@
-// arith_command.cpp - kipx add, sub, rsub, mul, div, divr, rdiv, rdivr: two image files in, one
-// out.
+// arith_command.cpp - kipx add, sub, rsub, mul, div, divr, rdiv, rdivr: two image files in, one out.
 //
 // The files' elements are brought to the types that the library computes with: u16 to s32, s8 to
 // s16, u32 to s32 when all values fit, f64 to f32. Where it has no kernel for the resulting three
-// types the sources are widened further, never rounded.
+// types the sources are widened further, never rounded. Results that an integer type does not hold
+// are saturated, unless something else is asked for, and counted in any case.
 #include "command.h"
 #include "failure.h"
-#include "image/files.h"
 #include "options.h"
 
 #include <kipx/arith.h>
 
 #include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <limits>
 #include <memory>
 
 namespace {
@@ -22,31 +24,44 @@ struct Operation {
     const char *name;
     const char *help;
     Function wrap, saturate, sign; // the last two null where the operation has no such form
-    int divisor;                   // which source divides, 1 or 2; 0 for none
-    bool truncates;                // integers divided as integers, where a zero cannot be answered
+    double (*exact)(double a, double b);
+    int divisor;    // which source divides, 1 or 2; 0 for none
+    bool truncates; // integers divided as integers, where a zero cannot be answered
 };
+
+double sum(double a, double b) { return a + b; }
+double difference(double a, double b) { return a - b; }
+double difference_back(double a, double b) { return b - a; }
+double product(double a, double b) { return a * b; }
+double quotient(double a, double b) { return a / b; }
+double quotient_back(double a, double b) { return b / a; }
 
 const Operation operations[] = {
-    {"add", "A + B", KipxAdd, KipxAddq, KipxAddsq, 0, false},
-    {"sub", "A - B", KipxSub, KipxSubq, KipxSubsq, 0, false},
-    {"rsub", "B - A", KipxRSub, KipxRSubq, KipxRSubsq, 0, false},
-    {"mul", "A * B, saturated", KipxMul, nullptr, nullptr, 0, false},
-    {"div", "A / B, integers truncated", KipxDiv, nullptr, nullptr, 2, true},
-    {"divr", "A / B, rounded to the nearest integer", KipxDivr, nullptr, nullptr, 2, false},
-    {"rdiv", "B / A, integers truncated", KipxRDiv, nullptr, nullptr, 1, true},
-    {"rdivr", "B / A, rounded to the nearest integer", KipxRDivr, nullptr, nullptr, 1, false},
+    {"add", "A + B", KipxAdd, KipxAddq, KipxAddsq, sum, 0, false},
+    {"sub", "A - B", KipxSub, KipxSubq, KipxSubsq, difference, 0, false},
+    {"rsub", "B - A", KipxRSub, KipxRSubq, KipxRSubsq, difference_back, 0, false},
+    {"mul", "A * B", KipxMul, nullptr, nullptr, product, 0, false},
+    {"div", "A / B, integers truncated", KipxDiv, nullptr, nullptr, quotient, 2, true},
+    {"divr", "A / B, rounded to the nearest integer", KipxDivr, nullptr, nullptr, quotient, 2,
+     false},
+    {"rdiv", "B / A, integers truncated", KipxRDiv, nullptr, nullptr, quotient_back, 1, true},
+    {"rdivr", "B / A, rounded to the nearest integer", KipxRDivr, nullptr, nullptr, quotient_back,
+     1, false},
 };
 
-enum class Overflow { wrap, saturate, sign };
+enum class Overflow { saturate, wrap, sign };
 
 struct Arguments {
-    std::string a, b, output, scale = "0", overflow = "wrap", type, roi, at1, at2;
+    std::string a, b;
+    Goal goal;
+    int32_t scale = 0;
+    std::optional<Overflow> overflow;
+    uint32_t type = 0, page = 1; // type 0: the wider of the sources'
+    std::optional<Part> roi;
+    std::optional<Place> at1, at2;
 };
 
-struct Place {
-    uint32_t x = 0, y = 0;
-    kipx_pos pos() const { return {{0, y, x, 0}}; }
-};
+kipx_pos position(Place place) { return {{0, place.y, place.x, 0}}; }
 
 // The types that the library computes with, each holding those before it; f32 holds all but s32.
 constexpr uint32_t compute_types[] = {KIPX_U8, KIPX_S16, KIPX_S32, KIPX_F32};
@@ -55,21 +70,29 @@ int rank(uint32_t type) {
     return int(std::find(std::begin(compute_types), std::end(compute_types), type) - compute_types);
 }
 
-Function form_of(const Operation &operation, const std::string &text) {
-    const auto overflow = choice<Overflow>(
-        "--overflow", text,
-        {{"wrap", Overflow::wrap}, {"saturate", Overflow::saturate}, {"signed", Overflow::sign}});
-    const Function form = overflow == Overflow::wrap       ? operation.wrap
-                          : overflow == Overflow::saturate ? operation.saturate
-                                                           : operation.sign;
-    if (!form)
-        fail("--overflow: got '", text, "' for ", operation.name,
-             ", which has no such form; expected it with add, sub or rsub");
-    return form;
+bool both_integers(const Image &a, const Image &b) {
+    return is_integer(a.type()) && is_integer(b.type());
 }
 
-Image load_for_arithmetic(const Globals &globals, const std::string &path) {
-    Image image = globals.load(path);
+// The library's function: that of the form asked for, saturation where none was. Scaled and float
+// results, and those formed in floats, are saturated by the plain one.
+Function form_of(const Operation &operation, const Arguments &given, uint32_t type, const Image &a,
+                 const Image &b) {
+    const char *why = !operation.saturate    ? "always saturates"
+                      : given.scale != 0     ? "saturates whenever there is a --scale"
+                      : !is_integer(type)    ? "gives f32 here, which does not overflow"
+                      : !both_integers(a, b) ? "saturates whenever a source is of floats"
+                                             : nullptr;
+    if (why && given.overflow)
+        fail("--overflow: got it for {}, which {}; expected it with add, sub or rsub of integers, "
+             "without --scale",
+             operation.name, why);
+    if (why || given.overflow == Overflow::wrap) return operation.wrap;
+    return given.overflow == Overflow::sign ? operation.sign : operation.saturate;
+}
+
+// Brought to a type that the library computes with.
+Image computable(Image image, const std::string &path) {
     switch (image.type()) {
     case KIPX_S8:
         return converted(image, KIPX_S16);
@@ -79,8 +102,8 @@ Image load_for_arithmetic(const Globals &globals, const std::string &path) {
         return converted(image, KIPX_F32);
     case KIPX_U32:
         if (!fits(image, KIPX_S32))
-            fail(path, ": its u32 values reach ", uint64_t(extremes(image).greatest),
-                 ", more than the 2147483647 that arithmetic holds");
+            fail("{}: its u32 values reach {:.0f}, more than the 2147483647 that arithmetic holds",
+                 path, extremes(image).greatest);
         return converted(image, KIPX_S32);
     default:
         return image;
@@ -111,20 +134,17 @@ void match_types(const Operation &operation, Function form, uint32_t dst, Image 
         if (b.type() != type) b = converted(b, type);
         return;
     }
-    fail(operation.name, ": no kernel gives ", name_of(dst), " from ", name_of(a.type()), " and ",
-         name_of(b.type()), "; choose another --type, --overflow or operation");
+    fail("{}: no kernel gives {} from {} and {}; choose another --type, --overflow or operation",
+         operation.name, name_of(dst), name_of(a.type()), name_of(b.type()));
 }
 
-Place place_of(const char *option, const std::string &text, Place otherwise, const Image &image,
-               const std::string &path) {
-    if (!text.empty()) {
-        const auto at = numbers(option, text, ',', 2, "x,y");
-        otherwise = {at[0], at[1]};
-    }
-    if (otherwise.x >= image.width() || otherwise.y >= image.height())
-        fail(text.empty() ? "--roi" : option, ": ", otherwise.x, ",", otherwise.y, " lies outside ",
-             path, ", which is ", image.width(), "x", image.height());
-    return otherwise;
+Place place_of(const char *option, const std::optional<Place> &given, Place otherwise,
+               const Image &image, const std::string &path) {
+    const Place out = given.value_or(otherwise);
+    if (out.x >= image.width() || out.y >= image.height())
+        fail("{}: got {},{}, which lies outside {} of {}x{}", given ? option : "--roi", out.x,
+             out.y, path, image.width(), image.height());
+    return out;
 }
 
 // A zero in the part of the divisor that is used.
@@ -139,9 +159,8 @@ void check_divisor(const Operation &operation, const Image &image, const std::st
                 reinterpret_cast<const T *>(image.row(y)) + size_t(at.x) * region.channels;
             const T *zero = std::find(row, row + count, T(0));
             if (zero == row + count) continue;
-            fail(operation.name, ": the divisor ", path, " is 0 at ",
-                 at.x + (zero - row) / region.channels, ",", y, "; ", operation.name,
-                 "r has a defined result there");
+            fail("{0}: the divisor {1} is 0 at {2},{3}; {0}r has a defined result there",
+                 operation.name, path, at.x + (zero - row) / region.channels, y);
         }
     });
 }
@@ -151,46 +170,92 @@ struct Job {
     Place at1, at2;
 };
 
-// Loads the sources and lays out the result: the region that both of them cover.
-Job prepare(const Globals &globals, const Arguments &given, uint32_t type,
-            const std::vector<uint32_t> &roi) {
-    Job job;
-    job.a = load_for_arithmetic(globals, given.a);
-    job.b = load_for_arithmetic(globals, given.b);
+void load_sources(const Globals &globals, const Arguments &given, Job &job) {
+    std::error_code error;
+    if (given.a == given.b && !std::filesystem::is_regular_file(given.a, error) &&
+        (given.a == "-" || std::filesystem::exists(given.a, error)))
+        fail("B: got '{}' as for A, expected another file: what comes from there can be read once",
+             given.b);
+    const uint32_t page_a = globals.page_beside(given.a, given.page);
+    const uint32_t page_b = globals.page_beside(given.b, given.page);
+    if (page_a < given.page && page_b < given.page)
+        fail("--page: got {}, but neither {} nor {} has more than one page", given.page, given.a,
+             given.b);
+    job.a = globals.load(given.a, page_a);
+    job.b = globals.load(given.b, page_b);
     if (job.a.channels() != job.b.channels())
-        fail(given.b, ": has ", job.b.channels(), " channel(s), but ", given.a, " has ",
-             job.a.channels(), "; expected as many");
-    const Place corner = roi.empty() ? Place{} : Place{roi[0], roi[1]};
+        fail("{}: has {} channel(s), but {} has {}; expected as many", given.b, job.b.channels(),
+             given.a, job.a.channels());
+    const bool alike = job.a.width() == job.b.width() && job.a.height() == job.b.height();
+    if (!alike && !given.roi && !given.at1 && !given.at2)
+        fail("{}: is {}x{}, but {} is {}x{}; expected one size, or --roi, --at1 or --at2 to tell "
+             "which "
+             "parts meet",
+             given.b, job.b.width(), job.b.height(), given.a, job.a.width(), job.a.height());
+    job.a = computable(std::move(job.a), given.a);
+    job.b = computable(std::move(job.b), given.b);
+}
+
+// Loads the sources and lays out the result: the region that both of them cover.
+Job prepare(const Globals &globals, const Arguments &given) {
+    Job job;
+    load_sources(globals, given, job);
+    const Place corner = given.roi ? Place{given.roi->x, given.roi->y} : Place{};
     job.at1 = place_of("--at1", given.at1, corner, job.a, given.a);
     job.at2 = place_of("--at2", given.at2, corner, job.b, given.b);
     uint32_t width = std::min(job.a.width() - job.at1.x, job.b.width() - job.at2.x);
     uint32_t height = std::min(job.a.height() - job.at1.y, job.b.height() - job.at2.y);
-    if (!roi.empty()) {
-        width = std::min(width, roi[2]);
-        height = std::min(height, roi[3]);
+    if (given.roi) {
+        width = std::min(width, given.roi->width);
+        height = std::min(height, given.roi->height);
     }
-    if (type == 0) type = compute_types[std::max(rank(job.a.type()), rank(job.b.type()))];
-    job.result = Image({type, width, height, job.a.channels()});
+    const uint32_t wider = compute_types[std::max(rank(job.a.type()), rank(job.b.type()))];
+    job.result = Image({given.type ? given.type : wider, width, height, job.a.channels()});
     return job;
 }
 
+// Pixels of which a channel's exact result does not fit the result's type. A quotient by zero has a
+// result of its own and does not count.
+uint64_t beyond(const Operation &operation, const Job &job, const Arguments &given) {
+    const uint32_t channels = job.result.channels();
+    uint64_t out = 0;
+    const auto row_of = [](auto sample, const Image &image, Place at, uint32_t y) {
+        const auto *row = reinterpret_cast<const decltype(sample) *>(image.row(at.y + y));
+        return row + size_t(at.x) * image.channels();
+    };
+    const auto count = [&](auto first, auto second, double least, double greatest) {
+        for (uint32_t y = 0; y < job.result.height(); ++y) {
+            const auto *a = row_of(first, job.a, job.at1, y);
+            const auto *b = row_of(second, job.b, job.at2, y);
+            for (size_t i = 0; i < size_t(job.result.width()) * channels; i += channels) {
+                bool all_fit = true;
+                for (size_t c = i; c < i + channels; ++c) {
+                    const double exact = operation.exact(double(a[c]), double(b[c]));
+                    const double whole = operation.truncates ? std::trunc(exact) : exact;
+                    const double value = std::nearbyint(std::ldexp(whole, given.scale));
+                    all_fit &= !std::isfinite(value) || (value >= least && value <= greatest);
+                }
+                out += !all_fit;
+            }
+        }
+    };
+    with_type(job.result.type(), [&](auto result) {
+        using T = decltype(result);
+        if constexpr (std::is_integral_v<T>)
+            with_type(job.a.type(), [&](auto a) {
+                with_type(job.b.type(), [&](auto b) {
+                    count(a, b, double(std::numeric_limits<T>::min()),
+                          double(std::numeric_limits<T>::max()));
+                });
+            });
+    });
+    return out;
+}
+
 void run(const Globals &globals, const Operation &operation, const Arguments &given) {
-    const int32_t scale = int32_t(whole_number("--scale", given.scale, -31, 63));
-    const Function form = form_of(operation, given.overflow);
-    const uint32_t type =
-        given.type.empty()
-            ? 0
-            : choice<uint32_t>(
-                  "--type", given.type,
-                  {{"u8", KIPX_U8}, {"s16", KIPX_S16}, {"s32", KIPX_S32}, {"f32", KIPX_F32}});
-    std::vector<uint32_t> roi;
-    if (!given.roi.empty()) {
-        roi = numbers("--roi", given.roi, ',', 4, "x,y,w,h");
-        if (roi[2] < 1 || roi[3] < 1)
-            fail("--roi: got '", given.roi, "', expected a width and a height of at least 1");
-    }
-    check_output(given.output);
-    Job job = prepare(globals, given, type, roi);
+    check_goal(given.goal);
+    Job job = prepare(globals, given);
+    const Function form = form_of(operation, given, job.result.type(), job.a, job.b);
     match_types(operation, form, job.result.type(), job.a, job.b);
     if (operation.truncates)
         check_divisor(operation, operation.divisor == 1 ? job.a : job.b,
@@ -198,12 +263,17 @@ void run(const Globals &globals, const Operation &operation, const Arguments &gi
                       operation.divisor == 1 ? job.at1 : job.at2, job.result.shape());
     Environment environment;
     const kipx_arr dst = job.result.arr(), src1 = job.a.arr(), src2 = job.b.arr();
-    const kipx_pos at1 = job.at1.pos(), at2 = job.at2.pos();
-    check_answer(form(environment.get(), 0, &dst, &src1, &src2, nullptr, &at1, &at2, scale, 0),
-                 operation.name);
+    const kipx_pos at1 = position(job.at1), at2 = position(job.at2);
+    check_answer(
+        form(environment.get(), 0, &dst, &src1, &src2, nullptr, &at1, &at2, given.scale, 0),
+        operation.name);
     // The signed form leaves bytes of the signed counterpart in a u8 result.
     if (form == operation.sign && job.result.type() == KIPX_U8) job.result.reinterpret(KIPX_S8);
-    globals.store(job.result, given.output, operation.name);
+    globals.store(job.result, given.goal, operation.name);
+    if (const uint64_t count = beyond(operation, job, given))
+        globals.note(fmt::format("{}: {} of {} pixels did not fit {} and were {}", operation.name,
+                                 count, job.result.pixels(), name_of(job.result.type()),
+                                 given.overflow == Overflow::wrap ? "wrapped round" : "clipped"));
 }
 
 } // namespace
@@ -212,39 +282,33 @@ void add_arith_commands(CLI::App &app, const Globals &globals) {
     for (const Operation &operation : operations) {
         CLI::App *command = app.add_subcommand(operation.name, operation.help);
         auto given = std::make_shared<Arguments>();
-        command->add_option("A", given->a, "First image file")->required();
-        command->add_option("B", given->b, "Second image file")->required();
-        command
-            ->add_option("-o,--output", given->output, "Result; the name's ending tells the format")
-            ->required()
-            ->type_name("OUT");
-        command->add_option("--scale", given->scale, "Multiply the result by 2 to the power N")
-            ->type_name("N");
-        command
-            ->add_option("--overflow", given->overflow,
-                         "What results beyond an integer type do (add, sub, rsub): wrap (default), "
-                         "saturate, or signed: saturate to s8 where the type is u8")
-            ->type_name("wrap|saturate|signed");
-        command
-            ->add_option("--type", given->type,
-                         "Type of the result; default: the wider of A's and B's")
-            ->type_name("u8|s16|s32|f32")
-            ->check(filled);
-        command->add_option("--roi", given->roi, "Compute this region only; OUT has its size")
-            ->type_name("x,y,w,h")
-            ->check(filled);
-        command
-            ->add_option("--at1", given->at1,
-                         "Where in A the region starts; default: the corner of --roi")
-            ->type_name("x,y")
-            ->check(filled);
-        command
-            ->add_option("--at2", given->at2,
-                         "Where in B the region starts; default: the corner of --roi")
-            ->type_name("x,y")
-            ->check(filled);
-        command->footer(std::string("Example: kipx ") + operation.name +
-                        " a.png b.png -o out.png --scale -1 --type u8");
+        add_value(*command, "A", given->a, filled(), "", "First image file; - is standard input")
+            ->required();
+        add_value(*command, "B", given->b, filled(), "", "Second image file")->required();
+        add_goal_options(*command, given->goal, "Result");
+        add_value(*command, "--scale", given->scale, whole(-31, 63), "N",
+                  "Multiply the result by 2 to the power N")
+            ->capture_default_str();
+        add_choice<std::optional<Overflow>>(
+            *command, "--overflow", given->overflow,
+            {{"saturate", Overflow::saturate},
+             {"wrap", Overflow::wrap},
+             {"signed", Overflow::sign}},
+            "What integer results of add, sub and rsub beyond the type do: stop at its ends (so by "
+            "default), keep the low bits, or stop at the ends of the signed type, s8 for u8");
+        add_choice<uint32_t>(
+            *command, "--type", given->type,
+            {{"u8", KIPX_U8}, {"s16", KIPX_S16}, {"s32", KIPX_S32}, {"f32", KIPX_F32}},
+            "Type of the result; by default the wider of A's and B's");
+        add_part(*command, "--roi", given->roi, "Compute this region only; OUT has its size");
+        add_place(*command, "--at1", given->at1,
+                  "Where in A the region starts; by default the corner of --roi");
+        add_place(*command, "--at2", given->at2,
+                  "Where in B the region starts; by default the corner of --roi");
+        add_page_option(*command, given->page);
+        command->footer(fmt::format("Example: kipx {} a.png b.png -o out.png --scale -1 --type u8\n"
+                                    "How many pixels did not fit the type is told on stderr.",
+                                    operation.name));
         command->callback([&globals, &operation, given] { run(globals, operation, *given); });
     }
 }

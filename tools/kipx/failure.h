@@ -1,12 +1,16 @@
 // failure.h - what the program throws when it cannot do what it was asked.
 //
-// Gives    Failure, one sentence for the user, and fail(parts...), which joins the parts and
-//          throws; and AlreadyTold, for a command that has told its failures itself.
-// Promises main prints the sentence on one line of stderr and exits with status 2.
+// Gives    Failure, one sentence for the user; fail(format, values...), which throws one; and
+//          AlreadyTold, for a command that has told its failures itself.
+// Promises main prints the sentence on one line of stderr and exits with status 2. Where memory is
+//          too short even for the sentence, std::bad_alloc is thrown instead, and main has a
+//          sentence for that which needs none.
 #pragma once
 
-#include <sstream>
+#include <fmt/format.h>
+
 #include <stdexcept>
+#include <utility>
 
 class Failure : public std::runtime_error {
 public:
@@ -15,8 +19,7 @@ public:
 
 struct AlreadyTold {};
 
-template<class... Parts> [[noreturn]] void fail(const Parts &...parts) {
-    std::ostringstream text;
-    (text << ... << parts);
-    throw Failure(text.str());
+template<class... Values>
+[[noreturn]] void fail(fmt::format_string<Values...> format, Values &&...values) {
+    throw Failure(fmt::format(format, std::forward<Values>(values)...));
 }

@@ -1,9 +1,10 @@
 // mser_command.cpp - kipx mser: the stable regions of many images, each into files of its own.
 #include "batch/batch.h"
+#include "batch/inputs.h"
 #include "batch/marker.h"
 #include "command.h"
 #include "failure.h"
-#include "image/files.h"
+#include "image/output.h"
 #include "options.h"
 #include "regions/report.h"
 
@@ -12,86 +13,171 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <set>
 
 namespace {
 
 namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+enum class Masks { none, runs, polygons };
+constexpr uint32_t all_pages = 0;
 
 struct Arguments {
-    std::vector<std::string> files;
-    std::string folder, jobs = "1";
-    bool resume = false;
-    RegionArguments regions;
+    Selection selection;
+    uint32_t jobs = 1, page = 1;
+    bool resume = false, no_labels = false, no_overlay = false;
+    Masks masks = Masks::none;
+    OverlayStyle style;
+    RegionSettings settings;
 };
 
-// Where the results of one image go.
-struct Target {
-    std::string csv, json, labels, overlay, done;
-
-    std::vector<std::string> results() const { return {csv, json, labels, overlay}; }
-};
-
+// What all images share. The hash of a file is asked for once, however many pages it has.
 struct Job {
     const Globals &globals;
     const Arguments &given;
-    RegionSettings settings;
-    Image mask;
-    std::vector<Target> targets;
-    std::string key; // what results depend on besides the image
+    std::vector<Input> inputs;
+    Picture mask;
+    Json mask_record;
+    std::vector<Json> rows; // of the table of all images
+    std::mutex mutex;
+    std::map<std::string, Json> records; // of input files
 };
 
-Target target_of(const std::string &file, const std::string &folder) {
-    const std::string stem = (fs::path(folder) / fs::path(file).stem()).string();
-    return {stem + ".csv", stem + ".json", stem + ".labels.tif", stem + ".overlay.png",
-            stem + ".done"};
+// Where the results of one image go, and of which kind: a suffix each.
+std::vector<std::string> suffixes(const Arguments &given) {
+    std::vector<std::string> out = {".csv", ".json"};
+    if (!given.no_labels) out.push_back(".labels.tif");
+    if (!given.no_overlay) out.push_back(".overlay.png");
+    if (given.masks == Masks::runs) out.push_back(".masks.json");
+    if (given.masks == Masks::polygons) out.push_back(".geojson");
+    return out;
+}
+
+std::string target(const Arguments &given, const std::string &name) {
+    return (fs::path(given.selection.output) / name).string();
+}
+
+// Every page of every file, where all are wanted. A file that cannot be read stays one input, and a
+// page behind the place where a file is cut becomes one: their jobs tell it.
+std::vector<Input> with_pages(const Globals &globals, std::vector<Input> inputs) {
+    std::vector<Input> out;
+    for (Input &input : inputs) {
+        Picture counted;
+        try {
+            if (input.path != "-") counted = globals.read(input.path, all_pages);
+        } catch (const Failure &) {
+            counted = {};
+        }
+        const uint32_t last = counted.pages + counted.cut;
+        const size_t digits = std::to_string(last).size();
+        for (uint32_t page = 1; page <= last; ++page) {
+            Input one = input;
+            one.page = page;
+            if (last > 1) one.name += fmt::format("-p{:0{}}", page, digits);
+            out.push_back(std::move(one));
+        }
+    }
+    return out;
 }
 
 // Every image has files of its own, and none of them is an image that was given, or the mask: the
 // results would take its place while later images still need it.
 void check_targets(const Job &job) {
-    std::map<std::string, std::string> owners, inputs;
+    std::map<std::string, std::string> inputs;
+    std::set<std::string> names;
     std::error_code error;
-    for (const std::string &file : job.given.files)
-        inputs[fs::weakly_canonical(file, error).string()] = "one of the images given";
-    const std::string &mask = job.settings.mask;
+    for (const Input &input : job.inputs)
+        inputs[fs::weakly_canonical(input.path, error).string()] = "one of the images given";
+    const std::string &mask = job.given.settings.mask;
     if (!mask.empty()) inputs.emplace(fs::weakly_canonical(mask, error).string(), "the --mask");
-    for (size_t i = 0; i < job.targets.size(); ++i) {
-        const std::string &file = job.given.files[i];
-        if (fs::path(file).stem().empty()) fail("FILE: got '", file, "', expected an image file");
-        const auto [owner, fresh] = owners.emplace(job.targets[i].csv, file);
-        if (!fresh)
-            fail("FILE: got '", owner->second, "' and '", file, "', whose results would both be ",
-                 job.targets[i].csv);
-        std::vector<std::string> written = job.targets[i].results();
-        written.push_back(job.targets[i].done);
-        for (const std::string &result : written) {
-            const auto input = inputs.find(fs::weakly_canonical(result, error).string());
-            if (input != inputs.end())
-                fail("FILE: got '", file, "', whose result ", result, " is ", input->second);
-        }
+    std::vector<std::string> ends = suffixes(job.given);
+    ends.push_back(".done");
+    const auto check = [&](const std::string &file, const std::string &result) {
+        const auto found = inputs.find(fs::weakly_canonical(result, error).string());
+        if (found != inputs.end())
+            fail("FILE: got '{}', whose result {} is {}", file, result, found->second);
+        if (fs::exists(result, error)) Output probe(result);
+    };
+    for (const Input &input : job.inputs) {
+        if (!names.insert(input.name).second)
+            fail("FILE: got '{}' and another image whose results would both be {}", input.path,
+                 target(job.given, input.name + ".csv"));
+        for (const std::string &end : ends) check(input.path, target(job.given, input.name + end));
     }
+    check("all images", target(job.given, "summary.csv"));
 }
 
-std::string rounded(double value, int digits) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.*f", digits, value);
-    return text;
+Json record_of(Job &job, const std::string &path) {
+    {
+        const std::lock_guard lock(job.mutex);
+        if (const auto found = job.records.find(path); found != job.records.end())
+            return found->second;
+    }
+    Json record = file_record(path);
+    const std::lock_guard lock(job.mutex);
+    return job.records[path] = std::move(record);
 }
 
-std::string summary_of(const std::string &file, const Image &image, const GreyLevels &levels,
-                       const Finder &finder, double seconds) {
-    const auto &regions = finder.regions();
-    const auto bright =
-        std::count_if(regions.begin(), regions.end(), [](const Region &r) { return r.bright; });
-    const size_t count = regions.size();
-    std::string out =
-        file + ": " + std::to_string(image.width()) + "x" + std::to_string(image.height()) + ", " +
-        std::to_string(count) + (count == 1 ? " region: " : " regions: ") +
-        std::to_string(count - size_t(bright)) + " dark, " + std::to_string(bright) +
-        " bright; flooded in " + rounded(seconds * 1e3, 1) + " ms, " +
-        rounded(double(finder.extent()) / std::max(seconds, 1e-9) / 1e6, 1) + " Mpixel/s";
-    if (!levels.exact || levels.lost() > 0) out += "; " + levels.way;
+// Everything that the results depend on.
+Json key_of(const Job &job, const Input &input, const Json &record) {
+    const Arguments &given = job.given;
+    Json out = Json::object();
+    out["kipx"] = KIPX_VERSION;
+    out["file"] = input.file;
+    out["page"] = input.page;
+    out["input"] = record;
+    out["oriented"] = !job.globals.as_stored;
+    out["settings"] = settings_json(given.settings);
+    out["mask"] = job.mask_record;
+    out["results"] = suffixes(given);
+    for (const auto &[word, colours] : colour_words())
+        if (colours == given.style.colours) out["colours"] = word;
+    out["ids"] = given.style.ids;
     return out;
+}
+
+// The numbers of a line and of a row of the table of all images.
+Json summary_of(const Picture &picture, const Input &input, const GreyLevels &levels,
+                const Finder &finder) {
+    const auto &regions = finder.regions();
+    std::vector<int32_t> areas;
+    size_t bright = 0;
+    double sum = 0;
+    for (const Region &region : regions) {
+        areas.push_back(region.area);
+        bright += region.bright;
+        sum += region.area;
+    }
+    std::sort(areas.begin(), areas.end());
+    const size_t count = areas.size();
+    Json out = Json::object();
+    out["file"] = input.file;
+    out["page"] = input.page;
+    out["pages"] = picture.pages;
+    out["width"] = picture.image.width();
+    out["height"] = picture.image.height();
+    out["channels"] = picture.image.channels();
+    out["type"] = name_of(picture.image.type());
+    out["regions"] = count;
+    out["dark"] = count - bright;
+    out["bright"] = bright;
+    out["area_mean"] = count ? std::round(sum / double(count) * 1e3) / 1e3 : 0;
+    out["area_median"] = count ? (areas[(count - 1) / 2] + areas[count / 2]) / 2.0 : 0;
+    out["levels"] = levels.exact && levels.lost() == 0 ? "" : levels.way;
+    return out;
+}
+
+std::string line_of(const std::string &path, const Json &summary, const std::string &more) {
+    const auto number = [&](const char *key) { return summary[key].get<uint64_t>(); };
+    const std::string way = summary["levels"];
+    const std::string page =
+        number("pages") > 1 ? fmt::format("page {} of {}, ", number("page"), number("pages")) : "";
+    return fmt::format("{}: {}{}x{}, {} region{}: {} dark, {} bright{}{}{}", path, page,
+                       number("width"), number("height"), number("regions"),
+                       number("regions") == 1 ? "" : "s", number("dark"), number("bright"), more,
+                       way.empty() ? "" : "; ", way);
 }
 
 // The picture under the overlay: 8-bit colours as they are, else the grey levels.
@@ -99,88 +185,199 @@ const Image &shown(const Image &image, const GreyLevels &levels) {
     return image.type() == KIPX_U8 ? image : levels.image;
 }
 
-Answer analyse(const Job &job, const std::string &file, const Target &target,
-               const Marker &marker) {
-    const Image image = job.globals.load(file);
-    const GreyLevels levels = grey_levels(image, job.settings.levels, file);
-    const Image mask = mask_of(job.mask, job.settings.mask, levels);
-    Finder finder(levels.image, &mask, job.settings);
+std::vector<std::string> write_results(const Job &job, const Input &input, const Picture &picture,
+                                       const GreyLevels &levels, const Finder &finder,
+                                       const Json &record) {
+    const Arguments &given = job.given;
+    const Origin origin{input.file, record.is_null() ? "" : record["sha256"].get<std::string>(),
+                        input.page, picture.pages, picture.image.shape()};
+    make_folder(fs::path(target(given, input.name)).parent_path().string());
+    std::vector<std::string> out;
+    for (const std::string &end : suffixes(given)) {
+        out.push_back(target(given, input.name + end));
+        const std::string &path = out.back();
+        if (end == ".csv") write_text(regions_csv(finder, levels, origin), path);
+        if (end == ".json") write_text(regions_json(finder, levels, origin, given.settings), path);
+        if (end == ".labels.tif") write_image(region_labels(finder), {path, "", true});
+        if (end == ".overlay.png")
+            write_image(region_overlay(finder, shown(picture.image, levels), given.style),
+                        {path, "", false});
+        if (end == ".masks.json") write_text(regions_runs(finder, origin), path);
+        if (end == ".geojson") write_text(regions_outlines(finder), path);
+    }
+    return out;
+}
+
+Answer analyse(const Job &job, const Input &input, const Json &record, Marker &marker, Json &row) {
+    const Arguments &given = job.given;
+    const std::string &mask_name = given.settings.mask;
+    const Picture picture = job.globals.read(input.path, input.page);
+    const GreyLevels levels = grey_levels(picture.image, given.settings.levels, input.path);
+    const bool own_mask = given.page == all_pages && job.mask.pages > 1;
+    const Picture mask_page = own_mask ? job.globals.read(mask_name, input.page) : Picture{};
+    const Image mask = mask_of(own_mask ? mask_page.image : job.mask.image, mask_name, levels);
+    Finder finder(levels, &mask, given.settings);
     const auto start = std::chrono::steady_clock::now();
     finder.find();
     const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start;
     finder.describe();
-    marker.remove();
-    write_text(regions_csv(finder, levels), target.csv);
-    write_text(regions_json(finder, levels, fs::path(file).filename().string(), image.shape(),
-                            job.settings),
-               target.json);
-    write_image(region_labels(finder, levels.image), target.labels);
-    write_image(region_overlay(finder, shown(image, levels)), target.overlay);
-    const std::string summary = summary_of(file, image, levels, finder, spent.count());
-    marker.write(summary);
-    return {summary, true};
+    const auto results = write_results(job, input, picture, levels, finder, record);
+    row = summary_of(picture, input, levels, finder);
+    marker.write(results, row);
+    const double rate = double(finder.extent()) / std::max(spent.count(), 1e-9) / 1e6;
+    return {
+        line_of(input.path, row,
+                fmt::format("; flooded in {:.1f} ms, {:.1f} Mpixel/s", spent.count() * 1e3, rate)),
+        true};
 }
 
-Answer work_on(const Job &job, size_t index) {
-    const std::string &file = job.given.files[index];
-    const Target &target = job.targets[index];
-    const Marker marker(target.done, file, job.key);
-    if (job.given.resume)
-        if (const auto summary = marker.found(target.results()))
-            return {*summary + " (done before)", false};
+Answer work_on(Job &job, size_t index) {
+    const Input &input = job.inputs[index];
+    const std::string note = target(job.given, input.name + ".done");
     try {
-        return analyse(job, file, target, marker);
+        if (job.given.resume) {
+            Marker marker(note, key_of(job, input, record_of(job, input.path)));
+            if (const auto summary = marker.found()) {
+                job.rows[index] = *summary;
+                return {line_of(input.path, *summary, " (done before)"), false};
+            }
+        }
+        Marker marker(note, nullptr);
+        marker.remove();
+        const Json record = record_of(job, input.path);
+        marker.set_key(key_of(job, input, record));
+        return analyse(job, input, record, marker, job.rows[index]);
     } catch (const std::bad_alloc &) {
-        fail(file, ": not enough memory for a picture of this size");
+        fail("{}: not enough memory for a picture of this size", input.path);
     } catch (const Failure &failure) {
         const std::string text = failure.what();
-        if (text.rfind(file + ": ", 0) == 0) throw;
-        fail(file, ": ", text);
+        if (text.rfind(input.path + ": ", 0) == 0) throw;
+        fail("{}: {}", input.path, text);
     }
 }
 
-void run(const Globals &globals, const Arguments &given) {
-    Job job{globals, given, given.regions.settings(), {}, {}, {}};
-    const auto threads = size_t(whole_number("--jobs", given.jobs, 1, 1024));
-    if (!job.settings.mask.empty()) job.mask = globals.load(job.settings.mask);
-    job.key = settings_json(job.settings) + ", mask " + identity(job.settings.mask);
-    for (const std::string &file : given.files)
-        job.targets.push_back(target_of(file, given.folder));
+void write_summary(const Job &job, const std::vector<std::exception_ptr> &failures) {
+    static constexpr const char *columns[] = {"file",     "page",      "width",      "height",
+                                              "channels", "type",      "regions",    "dark",
+                                              "bright",   "area_mean", "area_median"};
+    std::string out;
+    for (const char *column : columns) out += column + std::string(",");
+    out += "failure\n";
+    for (size_t i = 0; i < job.inputs.size(); ++i) {
+        Json row = job.rows[i].is_null() ? Json::object() : job.rows[i];
+        row["file"] = job.inputs[i].file;
+        row["page"] = job.inputs[i].page;
+        for (const char *column : columns) {
+            const Json value =
+                failures[i] && column[0] != 'f' && column[0] != 'p' ? Json() : row[column];
+            out += (value.is_string() ? csv_field(value)
+                    : value.is_null() ? ""
+                                      : value.dump()) +
+                   ",";
+        }
+        out += (failures[i] ? csv_field(sentence_of(failures[i])) : "") + "\n";
+    }
+    make_folder(job.given.selection.output);
+    write_text(out, target(job.given, "summary.csv"));
+}
+
+// Options that would do nothing are refused.
+void check_options(const CLI::App &command, const Arguments &given) {
+    if (!given.no_overlay) return;
+    for (const char *option : {"--ids", "--colours"})
+        if (command.count(option) > 0)
+            fail("{}: got it with --no-overlay, expected it with an overlay", option);
+}
+
+void run(const Globals &globals, const CLI::App &command, Arguments &given) {
+    given.settings.settle(globals, command);
+    check_options(command, given);
+    check_folder(given.selection.output);
+    Job job{globals, given, gather_inputs(given.selection), {}, nullptr, {}, {}, {}};
+    if (given.page == all_pages)
+        job.inputs = with_pages(globals, std::move(job.inputs));
+    else
+        for (Input &input : job.inputs) input.page = given.page;
     check_targets(job);
+    const std::string &mask = given.settings.mask;
+    if (!mask.empty()) {
+        const uint32_t page = given.page == all_pages ? 1 : globals.page_beside(mask, given.page);
+        job.mask = globals.read(mask, page);
+        job.mask_record = file_record(mask);
+    }
+    std::set<std::string> folders = {given.selection.output};
+    for (const Input &input : job.inputs)
+        folders.insert(fs::path(target(given, input.name)).parent_path().string());
+    for (const std::string &folder : folders) sweep(folder);
     std::error_code error;
-    fs::create_directories(given.folder, error);
-    if (error || !fs::is_directory(given.folder))
-        fail(given.folder,
-             ": cannot make this folder: ", error ? error.message() : "it is something else");
-    const size_t failures = run_batch(given.files.size(), threads, globals.quiet,
-                                      [&job](size_t index) { return work_on(job, index); });
-    if (failures > 0) throw AlreadyTold();
+    fs::remove(target(given, "summary.csv"), error);
+    job.rows.resize(job.inputs.size());
+    const auto failures = run_batch(job.inputs.size(), given.jobs, globals.quiet,
+                                    [&job](size_t index) { return work_on(job, index); });
+    const auto failed = [](const std::exception_ptr &failure) { return failure != nullptr; };
+    if (!std::all_of(failures.begin(), failures.end(), failed)) write_summary(job, failures);
+    if (std::any_of(failures.begin(), failures.end(), failed)) throw AlreadyTold();
+}
+
+void add_result_options(CLI::App &command, Arguments &given) {
+    add_choice(
+        command, "--masks", given.masks,
+        {{"none", Masks::none}, {"rle", Masks::runs}, {"polygons", Masks::polygons}},
+        "Every pixel of every region: COCO runs in NAME.masks.json, or outlines with holes in "
+        "NAME.geojson");
+    command.add_flag("--no-labels", given.no_labels, "Write no NAME.labels.tif");
+    command.add_flag("--no-overlay", given.no_overlay, "Write no NAME.overlay.png");
+    command.add_flag("--ids", given.style.ids, "Number the regions in the overlay");
+    add_choice(
+        command, "--colours", given.style.colours, colour_words(),
+        "Of dark and bright regions in the overlay; auto: those that the picture has least of");
 }
 
 } // namespace
 
-void add_mser_command(CLI::App &app, const Globals &globals) {
+void add_mser_commands(CLI::App &app, const Globals &globals) {
     CLI::App *command = app.add_subcommand("mser", "Find the stable regions of images");
     auto given = std::make_shared<Arguments>();
-    command->add_option("FILE", given->files, "Image files")->required();
+    add_value(*command, "FILE", given->selection.files, filled(), "",
+              "Image files, and folders of such; - is standard input")
+        ->required();
+    add_value(*command, "-o,--output", given->selection.output, filled(), "DIR",
+              "Folder for the results: of NAME.png the files NAME.csv, NAME.json, NAME.labels.tif, "
+              "NAME.overlay.png, and NAME.done when they are complete; and summary.csv")
+        ->required();
+    add_value(*command, "--pattern", given->selection.pattern, filled(), "GLOB",
+              "Take files of such names from folders, '*.tif' for one");
+    command->add_flag("--subfolders", given->selection.subfolders,
+                      "Look into folders in folders, too; results keep the path");
+    const auto page = [given](const std::string &text) {
+        given->page = text == "all" ? all_pages : uint32_t(std::stoul(text));
+    };
     command
-        ->add_option("-o,--output", given->folder,
-                     "Folder for the results: of NAME.png the files NAME.csv, NAME.json, "
-                     "NAME.labels.tif, NAME.overlay.png, and NAME.done when they are complete")
-        ->required()
-        ->type_name("DIR");
-    add_region_options(*command, given->regions);
-    command->add_flag("--fast", given->regions.fast,
+        ->add_option_function<std::string>("--page", page,
+                                           "Which page of files with several, or all")
+        ->transform(CLI::Validator(
+            [](std::string &text) {
+                if (text == "all") return std::string();
+                const std::string wrong = whole(1, INT32_MAX)(text);
+                return wrong.empty() ? wrong : wrong + ", or all";
+            },
+            ""))
+        ->type_name("N|all")
+        ->default_str("1");
+    add_region_options(*command, given->settings);
+    command->add_flag("--fast", given->settings.fast,
                       "The fast flood: the same results, sooner and in less memory");
-    command->add_option("--jobs", given->jobs, "Images at a time (default 1)")->type_name("N");
+    add_result_options(*command, *given);
+    add_value(*command, "--jobs", given->jobs, whole(1, 256), "N", "Images at a time")
+        ->capture_default_str();
     command->add_flag("--resume", given->resume,
                       "Leave out images whose NAME.done tells of the same file and settings");
     command->footer(
-        "Example: kipx mser cells/*.tif -o found --polarity dark --jobs 4 --resume\n"
+        "Example: kipx mser cells/ -o found --polarity dark --jobs 4 --resume\n"
         "Dark regions are flooded from dark to bright, bright ones the other way. A region is\n"
         "stable when it grows little over N levels; of nested ones that differ little in area the\n"
         "outer one is reported.\n"
         "Exit status: 0 when all images were worked on, 2 when arguments were wrong or an image\n"
         "was refused; the other images are worked on all the same.");
-    command->callback([&globals, given] { run(globals, *given); });
+    command->callback([&globals, command, given] { run(globals, *command, *given); });
 }

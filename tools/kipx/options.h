@@ -1,40 +1,73 @@
-// options.h - reading the texts that options give.
+// options.h - what CLI11's typed options lack for this program: validators and kinds of values that
+// are told in one wording.
 //
-// Gives    numbers, choices, positions and sizes from text.
-// Promises a text that does not fit throws a Failure that says which option, what it got and what
-// it
-//          expected.
+// Gives    validators for numbers and names; options that choose among words; positions, sizes and
+//          parts of a picture.
+// Promises a text that does not fit ends in one sentence: which option, what it got, what it
+//          expected. Numbers are decimal; 010 is ten. What help, man pages and completion show of an
+//          option is what is declared here: its words are the choices between the bars of its type.
 #pragma once
 
+#include "image/files.h"
+#include "image/place.h"
+
+#include <CLI/CLI.hpp>
+
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-int64_t whole_number(const std::string &option, const std::string &text, int64_t least,
-                     int64_t greatest);
-double real_number(const std::string &option, const std::string &text, double least,
-                   double greatest);
+// "got 'TEXT', expected WHAT".
+std::string unlike(const std::string &text, const std::string &expected);
+// Words as a person lists them: "a, b or c".
+std::string listed(const std::vector<std::string> &words);
 
-// A check for options whose empty text would mean that they were not given: what is wrong, or "".
-std::string filled(const std::string &text);
+CLI::Validator whole(int64_t least, int64_t greatest);
+CLI::Validator real(double least, double greatest);
+// More than least, up to greatest.
+CLI::Validator above(double least, double greatest);
+CLI::Validator word_of(const std::vector<std::string> &words);
+// Any text but the empty one: file names.
+CLI::Validator filled();
 
-template<class T> using Choices = std::vector<std::pair<const char *, T>>;
-
-[[noreturn]] void no_such_choice(const std::string &option, const std::string &text,
-                                 const std::vector<const char *> &known);
-
+// A number or a name of a typed variable, with its present value as the default in the help.
 template<class T>
-T choice(const std::string &option, const std::string &text, const Choices<T> &choices) {
-    std::vector<const char *> known;
-    for (const auto &[name, value] : choices) {
-        if (text == name) return value;
-        known.push_back(name);
-    }
-    no_such_choice(option, text, known);
+CLI::Option *add_value(CLI::App &command, const std::string &names, T &value,
+                       const CLI::Validator &validator, const std::string &form,
+                       const std::string &help) {
+    return command.add_option(names, value, help)->transform(validator)->type_name(form);
 }
 
-// count whole numbers with a separator between them, each from least to 2^31 - 1. form tells the
-// user what was expected, as in "x,y".
-std::vector<uint32_t> numbers(const std::string &option, const std::string &text, char separator,
-                              size_t count, const char *form, uint32_t least = 0);
+CLI::Option *add_place(CLI::App &command, const std::string &names, std::optional<Place> &value,
+                       const std::string &help);
+CLI::Option *add_part(CLI::App &command, const std::string &names, std::optional<Part> &value,
+                      const std::string &help);
+CLI::Option *add_extent(CLI::App &command, const std::string &names, Extent &value,
+                        const std::string &help);
+
+template<class T> using Choices = std::vector<std::pair<std::string, T>>;
+
+// One of some words; the word of the present value is the default in the help.
+template<class T>
+CLI::Option *add_choice(CLI::App &command, const std::string &names, T &value,
+                        const Choices<T> &choices, const std::string &help) {
+    std::vector<std::string> words;
+    std::string form, standard;
+    for (const auto &[word, meaning] : choices) {
+        words.push_back(word);
+        form += (form.empty() ? "" : "|") + word;
+        if (meaning == value) standard = word;
+    }
+    const auto take = [&value, choices](const std::string &text) {
+        for (const auto &[word, meaning] : choices)
+            if (word == text) value = meaning;
+    };
+    auto *option = command.add_option_function<std::string>(names, take, help);
+    return option->check(word_of(words))->type_name(form)->default_str(standard);
+}
+
+// --page N of the commands that read images; and --output and --format of those that write them.
+CLI::Option *add_page_option(CLI::App &command, uint32_t &page);
+void add_goal_options(CLI::App &command, Goal &goal, const std::string &help);

@@ -1,9 +1,7 @@
-// scene_command.cpp - kipx scene: our own micrograph, with its truth.
+// scene_command.cpp - kipx scene: a made micrograph with known truth, to try things on.
 #include "command.h"
 #include "failure.h"
-#include "image/files.h"
 #include "options.h"
-#include "scene/noise.h"
 #include "scene/scene.h"
 
 #include <filesystem>
@@ -13,111 +11,81 @@
 namespace {
 
 struct Arguments {
-    std::string output, size = "960x640", seed = "1", cells, depth = "8", frames, truth, clean,
-                        background;
-    bool no_noise = false;
+    Goal goal;
+    std::string truth, background;
+    Extent size = {960, 640};
+    uint64_t seed = 1;
+    uint32_t cells = 0, frames = 0; // 0: by the size; one frame under the name itself
 };
 
 // "scene.png" and 7 of 120 make "scene-007.png".
-std::string numbered(const std::string &path, int64_t number, int64_t count) {
-    const std::filesystem::path whole(path);
-    std::string digits = std::to_string(number);
-    digits.insert(0, std::max<size_t>(std::to_string(count).size(), 2) - digits.size(), '0');
-    const std::string name = whole.stem().string() + "-" + digits + whole.extension().string();
-    return (whole.parent_path() / name).string();
-}
-
-SceneOptions scene_options(const Globals &globals, const Arguments &given) {
-    const auto size = numbers("--size", given.size, 'x', 2, "WIDTHxHEIGHT", 1);
-    SceneOptions options;
-    options.width = size[0];
-    options.height = size[1];
-    const uint64_t pixels = uint64_t(options.width) * options.height;
-    if (pixels > globals.pixel_limit())
-        fail("--size: got '", given.size, "', which is more than --max-pixels ",
-             globals.pixel_limit());
-    options.seed = uint64_t(whole_number("--seed", given.seed, 0, INT64_MAX));
-    if (!given.cells.empty())
-        options.cells = uint32_t(
-            whole_number("--cells", given.cells, 1, int64_t(std::max<uint64_t>(pixels / 64, 1))));
-    return options;
+Goal numbered(const Goal &goal, uint32_t number, uint32_t count) {
+    const std::filesystem::path whole(goal.path);
+    const size_t digits = std::max<size_t>(std::to_string(count).size(), 2);
+    const std::string name = fmt::format("{}-{:0{}}{}", whole.stem().string(), number, digits,
+                                         whole.extension().string());
+    return {(whole.parent_path() / name).string(), goal.format};
 }
 
 // Every output can be written, and none of them would replace another.
-void check_outputs(const Arguments &given, int64_t frames) {
-    std::vector<std::string> paths;
-    if (frames == 0) paths.push_back(given.output);
-    for (int64_t i = 1; i <= frames; ++i) paths.push_back(numbered(given.output, i, frames));
-    check_output(given.output);
-    for (const std::string *path : {&given.truth, &given.clean, &given.background}) {
-        if (path->empty()) continue;
-        check_output(*path);
-        paths.push_back(*path);
-    }
+void check_outputs(const std::vector<Goal> &goals) {
     std::map<std::string, std::string> owners; // absolute: a name alone may not exist yet
-    for (const std::string &path : paths) {
-        const auto place = std::filesystem::weakly_canonical(std::filesystem::absolute(path));
-        const auto [owner, fresh] = owners.emplace(place.string(), path);
+    for (const Goal &goal : goals) {
+        check_goal(goal);
+        const auto place = std::filesystem::weakly_canonical(std::filesystem::absolute(goal.path));
+        const auto [owner, fresh] = owners.emplace(place.string(), goal.path);
         if (!fresh)
-            fail("scene: got '", owner->second, "' and '", path,
-                 "', expected outputs that do not replace each other");
+            fail("scene: got '{}' and '{}', expected outputs that do not replace each other",
+                 owner->second, goal.path);
     }
 }
 
 void run(const Globals &globals, const Arguments &given) {
-    const SceneOptions options = scene_options(globals, given);
-    const uint32_t type =
-        choice<uint32_t>("--depth", given.depth, {{"8", KIPX_U8}, {"16", KIPX_U16}});
-    const int64_t frames =
-        given.frames.empty() ? 0 : whole_number("--frames", given.frames, 1, 100000);
-    check_outputs(given, frames);
-    const Scene scene(options);
+    const uint64_t pixels = uint64_t(given.size.width) * given.size.height;
+    if (pixels > globals.max_pixels)
+        fail("--size: got {}x{}, which is more than --max-pixels {}", given.size.width,
+             given.size.height, globals.max_pixels);
+    if (given.cells > std::max<uint64_t>(pixels / 64, 1))
+        fail("--cells: got {}, expected no more than one for 64 pixels", given.cells);
+    std::vector<Goal> frames;
+    if (given.frames == 0) frames.push_back(given.goal);
+    for (uint32_t i = 1; i <= given.frames; ++i)
+        frames.push_back(numbered(given.goal, i, given.frames));
+    std::vector<Goal> goals = frames;
+    const Goal truth = {given.truth, "", true}, background = {given.background, ""};
+    if (!given.truth.empty()) goals.push_back(truth);
+    if (!given.background.empty()) goals.push_back(background);
+    check_outputs(goals);
+
+    const Scene scene({given.size.width, given.size.height, given.seed, given.cells});
     Image labels;
     const Image light = scene.light(given.truth.empty() ? nullptr : &labels);
-    const auto store_frame = [&](const std::string &path, uint64_t number) {
-        const Image frame = given.no_noise ? exposed(light, type)
-                                           : noisy_frame(light, mixed(options.seed) + number, type);
-        globals.store(frame, path, std::to_string(scene.cells()) + " cells");
-    };
-    if (frames == 0) store_frame(given.output, 0);
-    for (int64_t i = 1; i <= frames; ++i)
-        store_frame(numbered(given.output, i, frames), uint64_t(i - 1));
-    if (!given.clean.empty()) globals.store(exposed(light, type), given.clean, "without noise");
+    for (size_t i = 0; i < frames.size(); ++i)
+        globals.store(noisy_frame(light, frame_key(given.seed, i)), frames[i],
+                      fmt::format("{} cells", scene.cells()));
     if (!given.background.empty())
-        globals.store(exposed(scene.illumination(), type), given.background, "background");
-    if (!given.truth.empty()) globals.store(labels, given.truth, "labels");
+        globals.store(exposed(scene.illumination()), background, "background");
+    if (!given.truth.empty()) globals.store(labels, truth, "labels");
 }
 
 } // namespace
 
-void add_scene_command(CLI::App &app, const Globals &globals) {
+void add_scene_commands(CLI::App &app, const Globals &globals) {
     CLI::App *command = app.add_subcommand("scene", "Make a micrograph of cells with known truth");
     auto given = std::make_shared<Arguments>();
-    command->add_option("-o,--output", given->output, "The picture")->required()->type_name("OUT");
-    command->add_option("--size", given->size, "Width and height (default 960x640)")
-        ->type_name("WxH");
-    command->add_option("--seed", given->seed, "Another seed, another scene (default 1)")
-        ->type_name("N");
-    command->add_option("--cells", given->cells, "How many cells (default one per 3600 pixels)")
-        ->type_name("N")
-        ->check(filled);
-    command->add_option("--depth", given->depth, "Bits of a pixel: 8 (default) or 16")
-        ->type_name("8|16");
-    command
-        ->add_option("--frames", given->frames,
-                     "Take N frames: OUT with -01, -02 ... before its ending")
-        ->type_name("N")
-        ->check(filled);
-    command->add_option("--truth", given->truth, "Write the cells' labels, 0 for none (s32)")
-        ->type_name("LABELS.tif")
-        ->check(filled);
-    command->add_option("--clean", given->clean, "Write the picture without noise")
-        ->type_name("FILE")
-        ->check(filled);
-    command->add_option("--background", given->background, "Write the light without cells")
-        ->type_name("FILE")
-        ->check(filled);
-    command->add_flag("--no-noise", given->no_noise, "A camera without noise");
+    add_goal_options(*command, given->goal, "The picture");
+    add_extent(*command, "--size", given->size, "Width and height");
+    add_value(*command, "--seed", given->seed, whole(0, INT64_MAX), "N",
+              "Another seed, another scene")
+        ->capture_default_str();
+    add_value(*command, "--cells", given->cells, whole(1, INT32_MAX), "N",
+              "How many cells; by default one per 3600 pixels");
+    add_value(*command, "--frames", given->frames, whole(1, 100000), "N",
+              "Take N frames: OUT with -01, -02 ... before its ending");
+    add_value(*command, "--truth", given->truth, filled(), "LABELS.tif",
+              "Write the cells' labels, 0 for none (s32)");
+    add_value(*command, "--background", given->background, filled(), "FILE",
+              "Write the light without cells");
     command->footer(
         "Example: kipx scene -o cells.png --size 1920x1080 --seed 7 --truth labels.tif\n"
         "The same options give the same bytes on every machine.");

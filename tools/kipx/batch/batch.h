@@ -2,18 +2,24 @@
 //
 // Gives    run_batch: runs work(i) for every job on so many threads, and prints what each answers
 //          in the order of the jobs, failures on stderr, with a progress bar between.
-// Promises a job that throws stops no other. What is printed is the same for any number of threads.
+// Promises a job that throws stops no other, memory that cannot be had included. What is printed is
+//          the same for any number of threads; where nobody reads it any more, it ends and the work
+//          goes on.
 #pragma once
 
 #include <cstddef>
+#include <exception>
 #include <functional>
 #include <string>
+#include <vector>
 
 struct Answer {
     std::string line;   // for stdout, without the end of the line
     bool worked = true; // false: there was nothing left to do
 };
 
-// Returns the number of jobs that failed.
-size_t run_batch(size_t jobs, size_t threads, bool quiet,
-                 const std::function<Answer(size_t)> &work);
+// Of every job: null, or what it threw.
+std::vector<std::exception_ptr> run_batch(size_t jobs, size_t threads, bool quiet,
+                                          const std::function<Answer(size_t)> &work);
+// What an exception says of itself.
+const char *sentence_of(const std::exception_ptr &failure);

@@ -1,46 +1,78 @@
-// marker.cpp - see marker.h. The note's first line is the key, its second one the summary.
+// marker.cpp - see marker.h.
 #include "batch/marker.h"
 
+#include "failure.h"
 #include "image/files.h"
+#include "regions/report.h"
 
-#include <cstdio>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <sys/stat.h>
+#include <iterator>
+#include <sha256.h>
 
-std::string identity(const std::string &path) {
-    struct stat found = {};
-    if (stat(path.c_str(), &found) != 0) return "";
-    return std::to_string(found.st_size) + " bytes of " + std::to_string(found.st_mtim.tv_sec) +
-           "." + std::to_string(found.st_mtim.tv_nsec);
-}
+namespace fs = std::filesystem;
 
-Marker::Marker(std::string path, const std::string &input, const std::string &settings)
-    : path_(std::move(path)),
-      key_("kipx " KIPX_VERSION "; " + std::filesystem::path(input).filename().string() + ", " +
-           identity(input) + "; " + settings) {
-    for (char &c : key_)
-        if (c == '\n') c = ' ';
-}
-
-std::optional<std::string> Marker::found(const std::vector<std::string> &results) const {
-    std::ifstream file(path_);
-    std::string key, summary;
-    if (!std::getline(file, key) || key != key_ || !std::getline(file, summary)) return {};
-    for (const std::string &result : results)
-        if (identity(result).empty()) return {};
-    return summary;
-}
-
-void Marker::remove() const {
+nlohmann::ordered_json file_record(const std::string &path) {
     std::error_code error;
-    std::filesystem::remove(path_, error);
-    if (error) Sink{path_, "", nullptr}.fail("cannot remove: " + error.message());
+    char digest[SHA256_DIGEST_STRING_LENGTH];
+    if (!fs::is_regular_file(path, error) || !SHA256File(path.c_str(), digest)) return nullptr;
+    return {{"name", fs::path(path).filename().string()},
+            {"size", fs::file_size(path, error)},
+            {"sha256", digest}};
 }
 
-void Marker::write(const std::string &summary) const {
-    std::string line = summary;
-    for (char &c : line)
-        if (c == '\n') c = ' ';
-    write_text(key_ + "\n" + line + "\n", path_);
+// A note that cannot be read, or is none, counts as none.
+Marker::Marker(std::string path, Json key) : path_(std::move(path)), key_(std::move(key)) {
+    std::ifstream file(path_, std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    former_ = Json::parse(text, nullptr, false);
+    if (!former_.is_object() || !former_.contains("key") || !former_.contains("summary") ||
+        !former_.contains("results") || !former_["results"].is_array())
+        former_ = nullptr;
+}
+
+std::string Marker::place_of(const std::string &name) const {
+    return (fs::path(path_).parent_path() / name).string();
+}
+
+bool Marker::unchanged(const Json &record) const {
+    if (!record.is_object() || !record.contains("name") || !record["name"].is_string())
+        return false;
+    const std::string name = record["name"];
+    return name.find('/') == std::string::npos && file_record(place_of(name)) == record;
+}
+
+std::optional<Marker::Json> Marker::found() const {
+    if (former_.is_null() || key_["input"].is_null() || former_["key"] != key_) return {};
+    for (const Json &record : former_["results"])
+        if (!unchanged(record)) return {};
+    return former_["summary"];
+}
+
+void Marker::take_away(const Json &kept) const {
+    if (former_.is_null()) return;
+    for (const Json &record : former_["results"]) {
+        const auto same_name = [&](const Json &made) { return made["name"] == record["name"]; };
+        std::error_code error;
+        if (unchanged(record) && std::none_of(kept.begin(), kept.end(), same_name))
+            fs::remove(place_of(record["name"]), error);
+    }
+}
+
+void Marker::remove(bool with_results) {
+    std::error_code error;
+    fs::remove(path_, error);
+    if (error) fail("{}: cannot remove: {}", path_, error.message());
+    if (with_results) take_away(Json::array());
+}
+
+void Marker::write(const std::vector<std::string> &results, const Json &summary) {
+    Json note = Json::object();
+    note["key"] = key_;
+    note["summary"] = summary;
+    note["results"] = Json::array();
+    for (const std::string &result : results) note["results"].push_back(file_record(result));
+    take_away(note["results"]);
+    write_text(json_lines(note), path_);
 }

@@ -1,10 +1,12 @@
-// marker.h - the note beside an image's results that they are complete.
+// marker.h - the note beside results that they are complete.
 //
-// Gives    Marker: what a run would do with a file, compared with what a former run has noted.
-// Promises the note is written after the results, by rename, and is taken away before they are
-//          written anew: whenever it is there, the results of that run are complete. It holds for
-//          the same file (size and time of change), the same settings and the same version.
+// Gives    Marker: what a run would do, compared with what a former run has noted.
+// Promises the note is written after the results, and is taken away before anything is read that
+//          they are made from: whenever it is there, the results are those of its key, complete. It
+//          holds name, size and SHA-256 of every result and nothing that differs between equal runs.
 #pragma once
+
+#include <nlohmann/json.hpp>
 
 #include <optional>
 #include <string>
@@ -12,17 +14,29 @@
 
 class Marker {
 public:
-    // path: of the note; input: the image file; settings: whatever else the results depend on.
-    Marker(std::string path, const std::string &input, const std::string &settings);
+    using Json = nlohmann::ordered_json;
 
-    // The summary of the run that made the results, when they need not be made again.
-    std::optional<std::string> found(const std::vector<std::string> &results) const;
-    void remove() const;
-    void write(const std::string &summary) const;
+    // path: of the note; its results lie in the same folder. key: what they depend on.
+    Marker(std::string path, Json key);
+
+    // The summary of the run that made the results, when its key is this one and every result is what
+    // it was.
+    std::optional<Json> found() const;
+    // Takes the note away; and, where asked to, the results that have not been changed since.
+    void remove(bool with_results = false);
+    void set_key(Json key) { key_ = std::move(key); }
+    // The results are there: takes away those of the former note that are not among them and have
+    // not been changed since, and writes the new note.
+    void write(const std::vector<std::string> &results, const Json &summary);
 
 private:
-    std::string path_, key_;
+    std::string place_of(const std::string &name) const;
+    bool unchanged(const Json &record) const;
+    void take_away(const Json &kept) const;
+
+    std::string path_;
+    Json key_, former_;
 };
 
-// Size and time of change of a file; empty when there is none.
-std::string identity(const std::string &path);
+// Name, size and SHA-256 of a file; null where it cannot be read again: a pipe, or none.
+nlohmann::ordered_json file_record(const std::string &path);

@@ -1,7 +1,8 @@
 // find.cpp - the steps from a picture to its stable regions. See steps.h.
+#include "batch/marker.h"
 #include "demo/steps.h"
 #include "failure.h"
-#include "image/files.h"
+#include "image/output.h"
 #include "regions/icicle.h"
 
 #include <algorithm>
@@ -14,17 +15,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string source_name(const State &state) {
-    if (state.given.image.empty())
-        return "scene " + state.given.size + ", seed " + state.given.seed;
-    return fs::path(state.given.image).filename().string();
-}
-
 Done find_regions(State &state) {
+    const std::string &name = state.settings.mask;
     Image given;
-    if (!state.settings.mask.empty()) given = state.globals.load(state.settings.mask);
-    state.mask = mask_of(given, state.settings.mask, state.levels);
-    state.finder = std::make_unique<Finder>(state.levels.image, &state.mask, state.settings);
+    if (!name.empty())
+        given = state.globals.load(name, state.globals.page_beside(name, state.given.page));
+    state.mask = mask_of(given, name, state.levels);
+    state.finder = std::make_unique<Finder>(state.levels, &state.mask, state.settings);
     const auto start = std::chrono::steady_clock::now();
     state.finder->find();
     state.find_seconds =
@@ -39,78 +36,59 @@ Done measure(State &state) {
         std::count_if(regions.begin(), regions.end(), [](const Region &r) { return r.bright; });
     uint64_t pixels = 0;
     for (const Region &region : regions) pixels += uint64_t(region.area);
-    return {pixels, std::to_string(regions.size() - size_t(bright)) + " dark and " +
-                        std::to_string(bright) + " bright regions, moments and pixels gathered"};
+    return {pixels, fmt::format("{} dark and {} bright regions, moments and pixels gathered",
+                                regions.size() - size_t(bright), bright)};
 }
 
 Done draw(State &state) {
     const Finder &finder = *state.finder;
-    state.csv = regions_csv(finder, state.levels);
-    state.json = regions_json(finder, state.levels, source_name(state), state.picture.shape(),
-                              state.settings);
-    state.labels = region_labels(finder, state.levels.image);
-    state.overlay = region_overlay(finder, state.picture);
+    state.csv = regions_csv(finder, state.levels, state.origin);
+    state.json = regions_json(finder, state.levels, state.origin, state.settings);
+    state.labels = region_labels(finder);
+    state.overlay = region_overlay(finder, state.picture, state.given.style);
     std::vector<RegionTree> trees;
     size_t nodes = 0;
     for (const bool bright : {false, true}) {
         if (!finder.tree(bright)) continue;
-        trees.push_back(tree_of(finder.tree(bright), bright));
+        trees.push_back(tree_of(finder, bright));
         nodes += trees.back().nodes.size();
     }
-    state.svg = icicle_svg(trees, source_name(state));
+    state.svg = icicle_svg(trees, state.origin.file);
     return {state.picture.pixels(),
-            "outlines, ellipses, and the trees of " + std::to_string(nodes) + " nested regions"};
-}
-
-using Text = std::pair<const char *, const std::string *>;
-
-// Nothing is written when one of the results would replace what was read.
-void check_results(const State &state, std::span<const Text> texts) {
-    std::vector<std::string> names;
-    for (const auto &[name, image] : state.pictures) names.push_back(name);
-    for (const auto &[name, text] : texts) names.push_back(name);
-    for (const std::string &name : names) {
-        const fs::path result = fs::path(state.given.folder) / name;
-        std::error_code error; // one of the two is not there, or none was given
-        for (const std::string &input : {state.given.image, state.settings.mask})
-            if (fs::equivalent(result, input, error))
-                fail("--output: got '", state.given.folder, "', expected a folder where ", name,
-                     " is not the picture or mask that is read");
-    }
+            fmt::format("outlines, ellipses, and the trees of {} nested regions", nodes)};
 }
 
 Done write_all(State &state) {
-    std::error_code error;
     const fs::path folder = state.given.folder;
-    const Text texts[] = {
-        {"regions.csv", &state.csv}, {"regions.json", &state.json}, {"tree.svg", &state.svg}};
-    fs::create_directories(folder, error);
-    if (error) fail(state.given.folder, ": cannot make this folder: ", error.message());
+    make_folder(state.given.folder);
     state.pictures.emplace_back("labels.tif", &state.labels);
     state.pictures.emplace_back("overlay.png", &state.overlay);
-    check_results(state, texts);
     std::string names;
-    for (const auto &[name, image] : state.pictures) {
+    std::vector<std::string> written;
+    const auto next = [&](const std::string &name) {
         names += " " + name;
-        write_image(*image, (folder / name).string());
-    }
-    for (const auto &[name, text] : texts) {
-        names += std::string(" ") + name;
-        write_text(*text, (folder / name).string());
-    }
+        written.push_back((folder / name).string());
+        return written.back();
+    };
+    for (const auto &[name, image] : state.pictures)
+        write_image(*image, {next(name), "", name == "labels.tif" || name == "truth.tif"});
+    write_text(state.csv, next("regions.csv"));
+    write_text(state.json, next("regions.json"));
+    write_text(state.svg, next("tree.svg"));
+    Marker(demo_note(folder.string()), state.origin.file).write(written, nullptr);
     return {state.picture.pixels() * state.pictures.size(), state.given.folder + ":" + names};
 }
 
 Done check_pictures(State &state) {
     for (const auto &[name, image] : state.pictures) {
         const std::string path = (fs::path(state.given.folder) / name).string();
-        const Image again = read_image(path, state.globals.pixel_limit());
+        const Image again = read_picture(path, {state.globals.max_pixels, 1, true}).image;
         if (again.type() != image->type() || again.bytes() != image->bytes() ||
             std::memcmp(again.data(), image->data(), image->bytes()) != 0)
-            fail(path, ": what was read back differs from what was written");
+            fail("{}: what was read back differs from what was written", path);
     }
     return {state.picture.pixels() * state.pictures.size(),
-            "all " + std::to_string(state.pictures.size()) + " pictures hold the same bytes"};
+            fmt::format("all {} pictures hold the same bytes", state.pictures.size())};
 }
 
 constexpr Step table[] = {
@@ -124,6 +102,10 @@ constexpr Step table[] = {
 } // namespace
 
 const std::span<const Step> region_steps = table;
+
+std::string demo_note(const std::string &folder) {
+    return (fs::path(folder) / "demo.done").string();
+}
 
 Found found_cells(const State &state) {
     const auto *truth = state.truth.as<int32_t>();

@@ -1,8 +1,8 @@
 // prepare.cpp - the steps that lead to a picture. See steps.h.
+#include "batch/marker.h"
 #include "demo/steps.h"
 #include "failure.h"
 #include "image/files.h"
-#include "options.h"
 #include "scene/background.h"
 #include "scene/scene.h"
 
@@ -10,12 +10,7 @@
 
 #include <cmath>
 #include <cstring>
-
-std::string rounded(double value, int digits) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.*f", digits, value);
-    return text;
-}
+#include <filesystem>
 
 // Root of the mean squared difference to the light, in steps of 8 bits.
 double noise_of(const Image &picture, const Image &light) {
@@ -46,23 +41,23 @@ Shape like(const Image &image, uint32_t type) {
 
 Done make_scene(State &state) {
     const DemoArguments &given = state.given;
-    const auto size = numbers("--size", given.size, 'x', 2, "WIDTHxHEIGHT", 1);
-    if (uint64_t(size[0]) * size[1] > state.globals.pixel_limit())
-        fail("--size: got '", given.size, "', which is more than --max-pixels ",
-             state.globals.pixel_limit());
-    const Scene scene(
-        {size[0], size[1], uint64_t(whole_number("--seed", given.seed, 0, INT64_MAX)), 0});
+    const auto [width, height] = given.size;
+    if (uint64_t(width) * height > state.globals.max_pixels)
+        fail("--size: got {}x{}, which is more than --max-pixels {}", width, height,
+             state.globals.max_pixels);
+    const Scene scene({width, height, given.seed, 0});
     state.light = scene.light(&state.truth);
-    return {state.light.pixels(), "our scene, " + given.size + ", " +
-                                      std::to_string(scene.cells()) + " cells, seed " + given.seed};
+    state.origin.file = fmt::format("scene {}x{}, seed {}", width, height, given.seed);
+    return {state.light.pixels(),
+            fmt::format("our {}, {} cells", state.origin.file, scene.cells())};
 }
 
 Done take_frames(State &state) {
-    for (uint32_t i = 0; i < state.frame_count; ++i)
-        state.frames.push_back(noisy_frame(state.light, i + 1, KIPX_U8));
-    return {state.light.pixels() * state.frame_count,
-            std::to_string(state.frame_count) + " frames with photon and read noise, " +
-                rounded(noise_of(state.frames[0], state.light), 2) + " steps rms each"};
+    const uint32_t count = state.given.frames;
+    for (uint32_t i = 0; i < count; ++i) state.frames.push_back(noisy_frame(state.light, i + 1));
+    return {state.light.pixels() * count,
+            fmt::format("{} frames with photon and read noise, {:.2f} steps rms each", count,
+                        noise_of(state.frames[0], state.light))};
 }
 
 // Sums in s16; the last addition divides by the number of frames and rounds into u8.
@@ -76,7 +71,7 @@ Done average(State &state) {
         compute(state, KipxAdd, "average", sum, nullptr, frames[i]);
     compute(state, KipxAdd, "average", state.mean, &sum, frames.back(), exponent);
     return {state.light.pixels() * frames.size(),
-            "KipxAdd, s16 from u8, last one scaled by 2^" + std::to_string(exponent)};
+            fmt::format("KipxAdd, s16 from u8, last one scaled by 2^{}", exponent)};
 }
 
 Done find_background(State &state) {
@@ -94,7 +89,7 @@ Done subtract_background(State &state) {
     compute(state, KipxSub, "subtract", state.difference, &state.mean, state.background);
     compute(state, KipxAddq, "subtract", state.flat, &state.difference, pedestal);
     return {state.light.pixels() * 2,
-            "KipxSub into s16, KipxAddq back onto a pedestal of " + std::to_string(level)};
+            fmt::format("KipxSub into s16, KipxAddq back onto a pedestal of {}", level)};
 }
 
 // Any picture as u8 without alpha; what is not u8 is stretched from its least to its greatest
@@ -120,20 +115,28 @@ Image viewable(const Image &image) {
 
 Done read_picture(State &state) {
     const std::string &path = state.given.image;
-    const Image image = state.globals.load(path);
-    state.levels = grey_levels(image, state.settings.levels, path);
-    state.picture = viewable(image);
-    return {image.pixels(), path + ", " + describe(image.shape()) + "; " + state.levels.way};
+    const Picture picture = state.globals.read(path, state.given.page);
+    const std::string page =
+        picture.pages > 1 ? fmt::format("page {} of {}, ", state.given.page, picture.pages) : "";
+    state.levels = grey_levels(picture.image, state.settings.levels, path);
+    state.picture = viewable(picture.image);
+    state.origin = {std::filesystem::path(path).filename().string(), "", state.given.page,
+                    picture.pages, picture.image.shape()};
+    if (const auto record = file_record(path); !record.is_null())
+        state.origin.hash = record["sha256"];
+    return {picture.image.pixels(), fmt::format("{}, {}{}; {}", path, page,
+                                                describe(picture.image.shape()), state.levels.way)};
 }
 
 Done take_flat(State &state) {
     state.picture = Image(state.flat.shape());
     std::memcpy(state.picture.data(), state.flat.data(), state.flat.bytes());
     state.levels = grey_levels(state.flat, state.settings.levels, "scene");
+    state.origin.shape = state.flat.shape();
     state.pictures = {{"frame.png", &state.frames[0]},       {"mean.png", &state.mean},
                       {"background.png", &state.background}, {"flat.png", &state.flat},
                       {"difference.tif", &state.difference}, {"truth.tif", &state.truth}};
-    return {state.flat.pixels(), std::to_string(state.levels.used) + " grey levels"};
+    return {state.flat.pixels(), fmt::format("{} grey levels", state.levels.used)};
 }
 
 constexpr Step scene_table[] = {

@@ -16,8 +16,12 @@
 #include <vector>
 
 struct DemoArguments {
-    std::string image, folder = "demo", frames = "16", size = "1920x1080", seed = "1";
-    RegionArguments regions;
+    std::string image, folder = "demo";
+    uint32_t frames = 16, page = 1;
+    Extent size = {1920, 1080};
+    uint64_t seed = 1;
+    OverlayStyle style;
+    RegionSettings settings;
 };
 
 struct State {
@@ -26,13 +30,13 @@ struct State {
     const Globals &globals;
     const DemoArguments &given;
     RegionSettings settings;
-    uint32_t frame_count = 16;
     Environment environment;
     Image light; // what the camera looks at
     Image truth; // labels of the scene's cells
     std::vector<Image> frames;
     Image mean, background, difference, flat;
     std::vector<std::pair<std::string, const Image *>> pictures; // file names and what they hold
+    Origin origin;
 
     Image picture; // what regions are found in
     GreyLevels levels;
@@ -56,7 +60,12 @@ struct Step {
 
 extern const std::span<const Step> scene_steps, file_steps, region_steps;
 
-std::string rounded(double value, int digits);
+// All files that a demo may write, and its note of those that it did write.
+inline constexpr const char *demo_files[] = {
+    "frame.png",  "mean.png",    "background.png", "flat.png",     "difference.tif", "truth.tif",
+    "labels.tif", "overlay.png", "regions.csv",    "regions.json", "tree.svg"};
+std::string demo_note(const std::string &folder);
+
 // Root of the mean squared difference to the light, in steps of 8 bits.
 double noise_of(const Image &picture, const Image &light);
 

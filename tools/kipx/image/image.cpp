@@ -39,18 +39,17 @@ const char *name_of(uint32_t type) {
 bool is_integer(uint32_t type) { return type != KIPX_F32 && type != KIPX_F64; }
 
 std::string describe(const Shape &shape) {
-    return std::to_string(shape.width) + "x" + std::to_string(shape.height) + ", " +
-           std::to_string(shape.channels) + (shape.channels == 1 ? " channel, " : " channels, ") +
-           name_of(shape.type);
+    return fmt::format("{}x{}, {} channel{}, {}", shape.width, shape.height, shape.channels,
+                       shape.channels == 1 ? "" : "s", name_of(shape.type));
 }
 
 Image::Image(const Shape &shape) : shape_(shape) {
     if (shape.width < 1 || shape.height < 1 || shape.channels < 1 || shape.channels > 4)
-        fail("an image of ", describe(shape), " is not possible: at least 1x1 and 1 to 4 channels");
+        fail("an image of {} is not possible: at least 1x1 and 1 to 4 channels", describe(shape));
     const uint64_t pixel = uint64_t(shape.channels) * size_of(shape.type);
     const uint64_t pixels = uint64_t(shape.width) * shape.height;
     if (shape.width > INT32_MAX || shape.height > INT32_MAX || pixels > UINT32_MAX / pixel)
-        fail("an image of ", describe(shape), " takes 2^32 bytes or more, beyond what arrays hold");
+        fail("an image of {} takes 2^32 bytes or more, beyond what arrays hold", describe(shape));
     block_.reset(static_cast<uint8_t *>(std::calloc(size_t(pixels), size_t(pixel))));
     if (!block_) throw std::bad_alloc();
 }
@@ -78,16 +77,24 @@ Extremes extremes(const Image &image) {
     return with_type(image.type(), [&](auto sample) {
         using T = decltype(sample);
         const T *values = image.as<T>();
-        Extremes out = {INFINITY, -INFINITY, 0, false};
+        Extremes out;
+        uint64_t finite = 0;
         double sum = 0;
         for (uint64_t i = 0; i < image.elements(); ++i) {
-            const double value = double(values[i]);
-            out.has_nan |= value != value;
-            out.least = std::min(out.least, value);
-            out.greatest = std::max(out.greatest, value);
-            sum += value;
+            const auto value = double(values[i]);
+            if (std::isnan(value)) {
+                ++out.nan;
+            } else if (std::isinf(value)) {
+                ++out.infinite;
+            } else {
+                out.least = finite == 0 ? value : std::min(out.least, value);
+                out.greatest = finite == 0 ? value : std::max(out.greatest, value);
+                sum += value;
+                ++finite;
+            }
         }
-        out.mean = sum / double(image.elements());
+        if (finite == 0) out.least = out.greatest = NAN;
+        out.mean = finite == 0 ? NAN : sum / double(finite);
         return out;
     });
 }

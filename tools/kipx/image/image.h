@@ -1,7 +1,6 @@
 // image.h - a picture in memory: an owned block of elements with its type, size and channels.
 //
-// Gives    Image, always compact (row after row, channels of a pixel side by side), described to
-// the
+// Gives    Image, always compact (row after row, channels of a pixel side by side), described to the
 //          library by arr(); conversion between element types.
 // Promises at least 1x1, 1 to 4 channels, and less than 2^32 bytes, which is what the library
 //          addresses; a larger one is refused with a sentence before memory is taken. New elements
@@ -57,7 +56,7 @@ private:
     std::unique_ptr<uint8_t[], Release> block_;
 };
 
-// Bytes of an element; "u8" for KIPX_U8 and so on; smallest and largest integer of an integer type.
+// Bytes of an element; "u8" for KIPX_U8 and so on.
 uint32_t size_of(uint32_t type);
 const char *name_of(uint32_t type);
 bool is_integer(uint32_t type);
@@ -87,10 +86,8 @@ template<class What> decltype(auto) with_type(uint32_t type, What &&what) {
 }
 
 struct Extremes {
-    double least;
-    double greatest;
-    double mean;
-    bool has_nan;
+    double least = 0, greatest = 0, mean = 0; // of the finite values
+    uint64_t nan = 0, infinite = 0;           // how many are not
 };
 Extremes extremes(const Image &image);
 

@@ -1,11 +1,16 @@
 // jpeg.cpp - JPEG through libjpeg: 8 bits, grey or RGB.
 //
-// libjpeg leaves by longjmp; as with PNG, functions that call setjmp hold nothing that needs a
-// destructor. Damage that libjpeg would paper over with grey blocks is an error here.
+// libjpeg leaves by longjmp: the functions that call setjmp hold nothing that needs a destructor.
+// Damage that libjpeg would paper over with grey blocks is an error here, harmless bytes between
+// segments are not; simpler interfaces to the same decoder do not tell one from the other.
 #include "image/files.h"
+
+#include "image/orientation.h"
 
 #include <csetjmp>
 #include <cstring>
+#include <fmt/format.h>
+#include <new>
 // clang-format off: jpeglib.h needs FILE to be declared before it
 #include <cstdio>
 #include <jerror.h>
@@ -71,6 +76,7 @@ bool read_header(Decoder &decoder, const uint8_t *bytes, size_t size) {
     decoder.session.progress.progress_monitor = on_progress;
     codec.progress = &decoder.session.progress;
     jpeg_mem_src(&codec, bytes, static_cast<unsigned long>(size));
+    jpeg_save_markers(&codec, JPEG_APP0 + 1, 0xFFFF);
     jpeg_read_header(&codec, TRUE);
     codec.out_color_space = codec.num_components == 1 ? JCS_GRAYSCALE : JCS_RGB;
     return true;
@@ -92,17 +98,36 @@ bool recognises(const uint8_t *head, size_t size) {
     return size >= 3 && head[0] == 0xFF && head[1] == 0xD8 && head[2] == 0xFF;
 }
 
-Image read(const Source &source) {
+// Of the EXIF block among the markers kept.
+uint32_t orientation_of(const jpeg_decompress_struct &codec) {
+    static constexpr uint8_t lead[] = {'E', 'x', 'i', 'f', 0, 0};
+    for (auto *marker = codec.marker_list; marker; marker = marker->next)
+        if (marker->data_length > sizeof lead && std::memcmp(marker->data, lead, sizeof lead) == 0)
+            return exif_orientation(marker->data + sizeof lead, marker->data_length - sizeof lead);
+    return 1;
+}
+
+[[noreturn]] void refuse(const Source &source, const Decoder &decoder) {
+    if (decoder.session.errors.msg_code == JERR_OUT_OF_MEMORY) throw std::bad_alloc();
+    source.fail(std::string("JPEG: ") + decoder.session.error);
+}
+
+Picture read(Source &source) {
+    const auto &bytes = source.bytes();
     Decoder decoder;
-    if (!read_header(decoder, source.bytes.data(), source.bytes.size()))
-        source.fail(std::string("JPEG: ") + decoder.session.error);
+    if (!read_header(decoder, bytes.data(), bytes.size())) refuse(source, decoder);
     const int components = decoder.codec.num_components;
+    if (components == 4)
+        source.fail("JPEG: four colours (CMYK); grey or RGB expected: `convert IN -colorspace sRGB "
+                    "OUT.png` makes it that");
     if (components != 1 && components != 3)
-        source.fail("JPEG: " + std::to_string(components) + " components; grey or colour expected");
-    Image image = source.image(decoder.codec.image_width, decoder.codec.image_height,
-                               uint64_t(components), KIPX_U8);
-    if (!read_rows(decoder, image)) source.fail(std::string("JPEG: ") + decoder.session.error);
-    return image;
+        source.fail(fmt::format("JPEG: {} components; grey or colour expected", components));
+    Picture out;
+    out.image = source.image(decoder.codec.image_width, decoder.codec.image_height,
+                             uint64_t(components), KIPX_U8);
+    out.orientation = orientation_of(decoder.codec);
+    if (!read_rows(decoder, out.image)) refuse(source, decoder);
+    return out;
 }
 
 bool encode(Encoder &encoder, const Image &image, std::FILE *file) {
@@ -128,12 +153,16 @@ bool encode(Encoder &encoder, const Image &image, std::FILE *file) {
 
 void write(const Image &image, const Sink &sink) {
     if (image.channels() != 1 && image.channels() != 3)
-        sink.fail("JPEG stores 1 or 3 channels, the image has " + std::to_string(image.channels()));
+        sink.fail(fmt::format("JPEG stores 1 or 3 channels, the image has {}", image.channels()));
     Encoder encoder;
-    if (!encode(encoder, image, sink.file))
-        sink.fail(std::string("JPEG: ") + encoder.session.error);
+    if (encode(encoder, image, sink.file)) return;
+    if (encoder.session.errors.msg_code == JERR_OUT_OF_MEMORY) throw std::bad_alloc();
+    sink.fail_encoding(std::string("JPEG: ") + encoder.session.error);
 }
+
+constexpr const char *endings[] = {".jpg", ".jpeg"};
+constexpr uint32_t types[] = {KIPX_U8};
 
 } // namespace
 
-const Format jpeg_format = {"JPEG", {".jpg", ".jpeg"}, {KIPX_U8}, recognises, read, write};
+const Format jpeg_format = {"JPEG", endings, types, true, false, recognises, read, write};

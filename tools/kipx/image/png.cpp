@@ -1,121 +1,125 @@
-// png.cpp - PNG through libpng: 8 and 16 bits, 1 to 4 channels. Palettes and 1, 2, 4-bit greys are
-// expanded to 8 bits, transparent colours to an alpha channel.
-//
-// libpng leaves by longjmp. The functions that call setjmp therefore hold nothing that needs a
-// destructor; what they work on lives in a Session of their caller, which releases it.
+// png.cpp - PNG through libspng: 8 and 16 bits, 1 to 4 channels. Palettes and 1, 2, 4-bit greys are
+// expanded to 8 bits, transparent colours to an alpha channel. Values are never converted: gamma and
+// colour profiles are left out.
 #include "image/files.h"
 
-#include <bit>
-#include <csetjmp>
+#include "image/orientation.h"
+
+#include <algorithm>
 #include <cstring>
-#include <png.h>
+#include <memory>
+#include <new>
+#include <spng.h>
 
 namespace {
 
-struct Session {
-    png_structp png = nullptr;
-    png_infop info = nullptr;
-    const uint8_t *next = nullptr; // unread bytes of the file
-    size_t left = 0;
-    bool writing = false;
-    char error[160] = "out of memory";
+// What texts and profiles in a file may take, one by one and together, when they are unpacked.
+constexpr size_t most_text = size_t(1) << 26;
 
-    ~Session() {
-        if (writing)
-            png_destroy_write_struct(&png, &info);
-        else
-            png_destroy_read_struct(&png, &info, nullptr);
-    }
+using Codec = std::unique_ptr<spng_ctx, void (*)(spng_ctx *)>;
+
+Codec open_codec(int flags) {
+    Codec codec(spng_ctx_new(flags), spng_ctx_free);
+    if (!codec) throw std::bad_alloc();
+    return codec;
+}
+
+void check(const Source &source, int answer) {
+    if (answer == SPNG_EMEM) throw std::bad_alloc();
+    if (answer != SPNG_OK) source.fail(std::string("PNG: ") + spng_strerror(answer));
+}
+
+struct Layout {
+    int format;
+    uint32_t type, channels;
 };
 
-void on_error(png_structp png, png_const_charp text) {
-    auto *session = static_cast<Session *>(png_get_error_ptr(png));
-    std::strncpy(session->error, text, sizeof session->error - 1);
-    longjmp(png_jmpbuf(png), 1);
+Layout layout_of(const spng_ihdr &header, bool transparent) {
+    const bool wide = header.bit_depth == 16;
+    const uint32_t type = wide ? KIPX_U16 : KIPX_U8;
+    switch (header.color_type) {
+    case SPNG_COLOR_TYPE_GRAYSCALE:
+        if (transparent) return {wide ? SPNG_FMT_GA16 : SPNG_FMT_GA8, type, 2};
+        return {wide ? SPNG_FMT_PNG : SPNG_FMT_G8, type, 1};
+    case SPNG_COLOR_TYPE_GRAYSCALE_ALPHA:
+        return {SPNG_FMT_PNG, type, 2};
+    case SPNG_COLOR_TYPE_TRUECOLOR:
+        if (transparent) return {wide ? SPNG_FMT_RGBA16 : SPNG_FMT_RGBA8, type, 4};
+        return {SPNG_FMT_PNG, type, 3};
+    case SPNG_COLOR_TYPE_INDEXED:
+        return transparent ? Layout{SPNG_FMT_RGBA8, type, 4} : Layout{SPNG_FMT_RGB8, type, 3};
+    default:
+        return {SPNG_FMT_PNG, type, 4};
+    }
 }
 
-void on_warning(png_structp, png_const_charp) {}
-
-void on_read(png_structp png, png_bytep to, size_t size) {
-    auto *session = static_cast<Session *>(png_get_io_ptr(png));
-    if (size > session->left) png_error(png, "the file ends too early");
-    std::memcpy(to, session->next, size);
-    session->next += size;
-    session->left -= size;
-}
-
-bool open_reader(Session &session) {
-    session.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &session, on_error, on_warning);
-    if (session.png) session.info = png_create_info_struct(session.png);
-    return session.info != nullptr;
-}
-
-// Reads the header and asks for whole bytes, expanded.
-bool read_header(Session &session) {
-    if (setjmp(png_jmpbuf(session.png))) return false;
-    png_set_read_fn(session.png, &session, on_read);
-    png_set_user_limits(session.png, INT32_MAX, INT32_MAX);
-    png_read_info(session.png, session.info);
-    png_set_expand(session.png);
-    if (std::endian::native == std::endian::little) png_set_swap(session.png);
-    png_set_interlace_handling(session.png);
-    png_read_update_info(session.png, session.info);
-    return true;
-}
-
-bool read_rows(Session &session, png_bytepp rows) {
-    if (setjmp(png_jmpbuf(session.png))) return false;
-    png_read_image(session.png, rows);
-    png_read_end(session.png, nullptr);
-    return true;
+// The chunks lie one behind the other within the file, up to the one that ends it: libspng asks for
+// no more than the pixels.
+void check_chunks(const Source &source, const std::vector<uint8_t> &bytes) {
+    const auto number = [&](size_t at) {
+        return uint64_t(bytes[at]) << 24 | bytes[at + 1] << 16 | bytes[at + 2] << 8 | bytes[at + 3];
+    };
+    for (uint64_t at = 8; bytes.size() - at >= 12; at += 12 + number(size_t(at))) {
+        if (number(size_t(at)) > bytes.size() - at - 12) break;
+        if (std::memcmp(&bytes[size_t(at) + 4], "IEND", 4) == 0) return;
+    }
+    source.fail("PNG: the file ends too early");
 }
 
 bool recognises(const uint8_t *head, size_t size) {
-    return size >= 8 && png_sig_cmp(head, 0, 8) == 0;
+    static constexpr uint8_t mark[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    return size >= sizeof mark && std::equal(mark, mark + sizeof mark, head);
 }
 
-Image read(const Source &source) {
-    Session session;
-    session.next = source.bytes.data();
-    session.left = source.bytes.size();
-    if (!open_reader(session)) source.fail("PNG: out of memory");
-    if (!read_header(session)) source.fail(std::string("PNG: ") + session.error);
-    const uint32_t type = png_get_bit_depth(session.png, session.info) == 16 ? KIPX_U16 : KIPX_U8;
-    Image image = source.image(png_get_image_width(session.png, session.info),
-                               png_get_image_height(session.png, session.info),
-                               png_get_channels(session.png, session.info), type);
-    std::vector<png_bytep> rows(image.height());
-    for (uint32_t y = 0; y < image.height(); ++y) rows[y] = image.row(y);
-    if (!read_rows(session, rows.data())) source.fail(std::string("PNG: ") + session.error);
-    return image;
-}
-
-bool encode(Session &session, const Image &image, std::FILE *file) {
-    static constexpr int colour[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA,
-                                     PNG_COLOR_TYPE_RGB, PNG_COLOR_TYPE_RGB_ALPHA};
-    if (setjmp(png_jmpbuf(session.png))) return false;
-    png_init_io(session.png, file);
-    png_set_user_limits(session.png, INT32_MAX, INT32_MAX);
-    png_set_compression_level(session.png, 3);
-    png_set_IHDR(session.png, session.info, image.width(), image.height(),
-                 image.type() == KIPX_U16 ? 16 : 8, colour[image.channels() - 1],
-                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    png_write_info(session.png, session.info);
-    if (std::endian::native == std::endian::little) png_set_swap(session.png);
-    for (uint32_t y = 0; y < image.height(); ++y) png_write_row(session.png, image.row(y));
-    png_write_end(session.png, session.info);
-    return true;
+Picture read(Source &source) {
+    const auto &bytes = source.bytes();
+    check_chunks(source, bytes);
+    const Codec codec = open_codec(0);
+    check(source, spng_set_png_buffer(codec.get(), bytes.data(), bytes.size()));
+    check(source, spng_set_chunk_limits(codec.get(), most_text, most_text));
+    spng_ihdr header;
+    check(source, spng_get_ihdr(codec.get(), &header));
+    source.check(header.width, header.height, 1, KIPX_U8);
+    spng_trns colour;
+    const int found = spng_get_trns(codec.get(), &colour);
+    if (found != SPNG_ECHUNKAVAIL) check(source, found);
+    const bool transparent = found == SPNG_OK;
+    const Layout layout = layout_of(header, transparent);
+    Picture out;
+    out.image = source.image(header.width, header.height, layout.channels, layout.type);
+    check(source, spng_decode_image(codec.get(), out.image.data(), out.image.bytes(), layout.format,
+                                    transparent ? SPNG_DECODE_TRNS : 0));
+    check(source, spng_decode_chunks(codec.get()));
+    spng_exif exif;
+    if (spng_get_exif(codec.get(), &exif) == SPNG_OK)
+        out.orientation =
+            exif_orientation(reinterpret_cast<const uint8_t *>(exif.data), exif.length);
+    return out;
 }
 
 void write(const Image &image, const Sink &sink) {
-    Session session;
-    session.writing = true;
-    session.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &session, on_error, on_warning);
-    if (session.png) session.info = png_create_info_struct(session.png);
-    if (!session.info || !encode(session, image, sink.file))
-        sink.fail(std::string("PNG: ") + session.error);
+    static constexpr uint8_t colours[] = {
+        SPNG_COLOR_TYPE_GRAYSCALE, SPNG_COLOR_TYPE_GRAYSCALE_ALPHA, SPNG_COLOR_TYPE_TRUECOLOR,
+        SPNG_COLOR_TYPE_TRUECOLOR_ALPHA};
+    const Codec codec = open_codec(SPNG_CTX_ENCODER);
+    spng_ihdr header = {};
+    header.width = image.width();
+    header.height = image.height();
+    header.bit_depth = image.type() == KIPX_U16 ? 16 : 8;
+    header.color_type = colours[image.channels() - 1];
+    int answer = spng_set_png_file(codec.get(), sink.file);
+    if (answer == SPNG_OK) answer = spng_set_ihdr(codec.get(), &header);
+    if (answer == SPNG_OK) answer = spng_set_option(codec.get(), SPNG_IMG_COMPRESSION_LEVEL, 3);
+    if (answer == SPNG_OK)
+        answer = spng_encode_image(codec.get(), image.data(), image.bytes(), SPNG_FMT_PNG,
+                                   SPNG_ENCODE_FINALIZE);
+    if (answer == SPNG_EMEM) throw std::bad_alloc();
+    if (answer != SPNG_OK) sink.fail_encoding(std::string("PNG: ") + spng_strerror(answer));
 }
+
+constexpr const char *endings[] = {".png"};
+constexpr uint32_t types[] = {KIPX_U8, KIPX_U16};
 
 } // namespace
 
-const Format png_format = {"PNG", {".png"}, {KIPX_U8, KIPX_U16}, recognises, read, write};
+const Format png_format = {"PNG", endings, types, false, false, recognises, read, write};

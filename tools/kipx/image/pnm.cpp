@@ -11,16 +11,17 @@ namespace {
 
 struct Reader {
     const Source &source;
+    const std::vector<uint8_t> &bytes;
     size_t at = 2;
 
-    bool done() const { return at >= source.bytes.size(); }
-    size_t left() const { return source.bytes.size() - at; }
+    bool done() const { return at >= bytes.size(); }
+    size_t left() const { return bytes.size() - at; }
 
     void skip_space() {
         while (!done()) {
-            const uint8_t c = source.bytes[at];
+            const uint8_t c = bytes[at];
             if (c == '#') {
-                while (!done() && source.bytes[at] != '\n') ++at;
+                while (!done() && bytes[at] != '\n') ++at;
             } else if (std::isspace(c)) {
                 ++at;
             } else {
@@ -34,8 +35,8 @@ struct Reader {
         if (done()) source.fail(std::string("PNM: the file ends before the ") + what);
         uint64_t value = 0;
         const size_t start = at;
-        for (; !done() && std::isdigit(source.bytes[at]) && value <= limit; ++at)
-            value = value * 10 + (source.bytes[at] - '0');
+        for (; !done() && std::isdigit(bytes[at]) && value <= limit; ++at)
+            value = value * 10 + (bytes[at] - '0');
         if (at == start) source.fail(std::string("PNM: a number expected for the ") + what);
         if (value > limit)
             source.fail(std::string("PNM: the ") + what + " is more than " + std::to_string(limit));
@@ -45,7 +46,7 @@ struct Reader {
     std::string word() {
         skip_space();
         std::string out;
-        while (!done() && !std::isspace(source.bytes[at])) out += char(source.bytes[at++]);
+        while (!done() && !std::isspace(bytes[at])) out += char(bytes[at++]);
         return out;
     }
 };
@@ -92,7 +93,7 @@ void read_text(Reader &reader, Image &image, uint64_t maximum, bool bitmap) {
     for (uint64_t i = 0; i < image.elements(); ++i) {
         if (bitmap) { // the digits of a bitmap may stand without spaces
             reader.skip_space();
-            const int digit = reader.done() ? -1 : reader.source.bytes[reader.at++];
+            const int digit = reader.done() ? -1 : reader.bytes[reader.at++];
             if (digit != '0' && digit != '1') reader.source.fail("PNM: a digit 0 or 1 expected");
             image.data()[i] = digit == '0' ? 255 : 0;
             continue;
@@ -109,14 +110,14 @@ void read_text(Reader &reader, Image &image, uint64_t maximum, bool bitmap) {
 void read_bits(Reader &reader, Image &image) {
     const size_t row_bytes = (size_t(image.width()) + 7) / 8;
     for (uint32_t y = 0; y < image.height(); ++y) {
-        const uint8_t *bits = reader.source.bytes.data() + reader.at + y * row_bytes;
+        const uint8_t *bits = reader.bytes.data() + reader.at + y * row_bytes;
         for (uint32_t x = 0; x < image.width(); ++x)
             image.row(y)[x] = bits[x / 8] >> (7 - x % 8) & 1 ? 0 : 255;
     }
 }
 
 void read_binary(Reader &reader, Image &image, uint64_t maximum) {
-    const uint8_t *in = reader.source.bytes.data() + reader.at;
+    const uint8_t *in = reader.bytes.data() + reader.at;
     const bool wide = image.type() == KIPX_U16;
     for (uint64_t i = 0; i < image.elements(); ++i) {
         const uint32_t value = wide ? uint32_t(in[2 * i]) << 8 | in[2 * i + 1] : in[i];
@@ -133,9 +134,9 @@ bool recognises(const uint8_t *head, size_t size) {
            (std::isspace(head[2]) || head[2] == '#');
 }
 
-Image read(const Source &source) {
-    Reader reader{source};
-    const char kind = char(source.bytes[1]);
+Picture read(Source &source) {
+    Reader reader{source, source.bytes()};
+    const char kind = char(reader.bytes[1]);
     const Header header = kind == '7' ? read_arbitrary_header(reader) : read_header(reader, kind);
     if (header.maximum < 1) source.fail("PNM: the maximum is 0, expected 1 to 65535");
     const uint32_t type = header.maximum > 255 ? KIPX_U16 : KIPX_U8;
@@ -144,17 +145,18 @@ Image read(const Source &source) {
     if (!text) ++reader.at; // the one space after the header
     const uint64_t row = kind == '4' ? (header.width + 7) / 8
                                      : header.width * header.channels * (text ? 1 : size_of(type));
-    if (reader.at > source.bytes.size() || reader.left() < row * header.height)
+    if (reader.at > reader.bytes.size() || reader.left() < row * header.height)
         source.fail("PNM: the file ends too early: the header promises " +
                     std::to_string(row * header.height) + " bytes of pixels");
-    Image image = source.image(header.width, header.height, header.channels, type);
+    Picture out;
+    Image &image = out.image = source.image(header.width, header.height, header.channels, type);
     if (text)
         read_text(reader, image, header.maximum, bitmap);
     else if (bitmap)
         read_bits(reader, image);
     else
         read_binary(reader, image, header.maximum);
-    return image;
+    return out;
 }
 
 std::string header_of(const Image &image, const Sink &sink) {
@@ -192,7 +194,9 @@ void write(const Image &image, const Sink &sink) {
     }
 }
 
+constexpr const char *endings[] = {".pgm", ".ppm", ".pnm", ".pam"};
+constexpr uint32_t types[] = {KIPX_U8, KIPX_U16};
+
 } // namespace
 
-const Format pnm_format = {
-    "PNM", {".pgm", ".ppm", ".pnm", ".pam"}, {KIPX_U8, KIPX_U16}, recognises, read, write};
+const Format pnm_format = {"PNM", endings, types, false, false, recognises, read, write};

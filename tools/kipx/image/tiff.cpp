@@ -1,10 +1,11 @@
-// tiff.cpp - TIFF through libtiff: striped and tiled, samples side by side or in planes, 1 to 4
-// channels; 8, 16 and 32-bit integers with and without sign, 32 and 64-bit floats; palettes
-// are expanded to RGB, bilevel pictures to 0 and 255, and zero-is-white is turned round. Of several
-// pictures in a file the first is read.
+// tiff.cpp - TIFF through libtiff: any page of a file, striped and tiled, samples side by side or in
+// planes, 1 to 4 channels; 8, 16 and 32-bit integers with and without sign, 32 and 64-bit floats.
+// Samples of 1, 2 and 4 bits are spread over 0 to 255, those of 10, 12 and 14 keep their values in
+// 16; palettes are expanded to RGB, and zero-is-white is turned round.
 //
 // libtiff reports through process-wide handlers; the last error of the thread is kept for the
-// sentence, warnings are dropped.
+// sentence, warnings are dropped. Of a file on disk it reads what it needs, and nothing throws
+// through it.
 #include "image/files.h"
 
 #include "failure.h"
@@ -14,7 +15,10 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <tiffio.h>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -35,20 +39,22 @@ void listen() {
     std::strcpy(last_error, "damaged");
 }
 
-// The file's bytes as libtiff wants to see them.
+// The file as libtiff wants to see it.
 struct Stream {
-    const std::vector<uint8_t> &bytes;
+    Source &source;
     uint64_t at = 0;
 };
 
 tmsize_t stream_read(thandle_t handle, void *to, tmsize_t size) {
     auto *stream = static_cast<Stream *>(handle);
-    const uint64_t total = stream->bytes.size();
-    if (stream->at >= total || size <= 0) return 0;
-    const size_t count = size_t(std::min<uint64_t>(uint64_t(size), total - stream->at));
-    std::memcpy(to, stream->bytes.data() + stream->at, count);
-    stream->at += count;
-    return tmsize_t(count);
+    try {
+        const size_t got = size > 0 ? stream->source.read_at(stream->at, to, size_t(size)) : 0;
+        stream->at += got;
+        return tmsize_t(got);
+    } catch (const Failure &failure) {
+        std::snprintf(last_error, sizeof last_error, "%s", failure.what());
+        return -1;
+    }
 }
 
 tmsize_t stream_write(thandle_t, void *, tmsize_t) { return 0; }
@@ -57,11 +63,11 @@ toff_t stream_seek(thandle_t handle, toff_t offset, int whence) {
     auto *stream = static_cast<Stream *>(handle);
     const uint64_t start = whence == SEEK_SET   ? 0
                            : whence == SEEK_CUR ? stream->at
-                                                : stream->bytes.size();
+                                                : stream->source.size();
     return stream->at = start + offset;
 }
 
-toff_t stream_size(thandle_t handle) { return static_cast<Stream *>(handle)->bytes.size(); }
+toff_t stream_size(thandle_t handle) { return static_cast<Stream *>(handle)->source.size(); }
 
 int stream_close(thandle_t) { return 0; }
 
@@ -69,6 +75,9 @@ struct Layout {
     uint32_t width = 0, height = 0;
     uint16_t bits = 1, samples = 1, kind = SAMPLEFORMAT_UINT, planar = PLANARCONFIG_CONTIG;
     uint16_t photometric = PHOTOMETRIC_MINISBLACK, compression = COMPRESSION_NONE;
+    uint16_t orientation = ORIENTATION_TOPLEFT;
+
+    bool packed() const { return bits % 8 != 0; }
 };
 
 Layout read_layout(TIFF *tiff, const Source &source) {
@@ -82,6 +91,7 @@ Layout read_layout(TIFF *tiff, const Source &source) {
     TIFFGetFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &out.planar);
     TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, &out.photometric);
     TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &out.compression);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_ORIENTATION, &out.orientation);
     if (out.photometric == PHOTOMETRIC_YCBCR && out.compression == COMPRESSION_JPEG) {
         TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
         out.photometric = PHOTOMETRIC_RGB;
@@ -95,7 +105,14 @@ uint32_t element_type(const Layout &layout, const Source &source) {
         sign || real || layout.kind == SAMPLEFORMAT_UINT || layout.kind == SAMPLEFORMAT_VOID;
     switch (known ? layout.bits : 0) {
     case 1:
-        if (layout.samples == 1 && !sign && !real) return KIPX_U8;
+    case 2:
+    case 4:
+        if (!sign && !real) return KIPX_U8;
+        break;
+    case 10:
+    case 12:
+    case 14:
+        if (!sign && !real) return KIPX_U16;
         break;
     case 8:
         if (!real) return sign ? KIPX_S8 : KIPX_U8;
@@ -111,9 +128,10 @@ uint32_t element_type(const Layout &layout, const Source &source) {
     default:
         break;
     }
-    source.fail("TIFF: samples of " + std::to_string(layout.bits) + " bits and sample format " +
-                std::to_string(layout.kind) +
-                "; expected integers of 8, 16, 32 or floats of 32, 64 bits");
+    source.fail(
+        fmt::format("TIFF: samples of {} bits and sample format {}; expected integers of 1, 2, "
+                    "4, 8, 10, 12, 14, 16, 32 or floats of 32, 64 bits",
+                    layout.bits, layout.kind));
 }
 
 void check_colours(const Layout &layout, const Source &source) {
@@ -123,30 +141,62 @@ void check_colours(const Layout &layout, const Source &source) {
     case PHOTOMETRIC_RGB:
         return;
     case PHOTOMETRIC_PALETTE:
-        if (layout.samples == 1 && layout.bits == 8) return;
+        if (layout.samples == 1 && layout.bits <= 8) return;
         break;
+    case PHOTOMETRIC_SEPARATED:
+        source.fail("TIFF: four colours (CMYK); grey or RGB expected: `convert IN -colorspace sRGB "
+                    "OUT.png` makes it that");
     default:
         break;
     }
-    source.fail("TIFF: colour model " + std::to_string(layout.photometric) +
-                "; expected grey, RGB or an 8-bit palette");
+    source.fail(fmt::format("TIFF: colour model {}; expected grey, RGB or a palette of 8 bits",
+                            layout.photometric));
 }
 
-// Copies a block of decoded rows to its place: sample < 0 means that all channels lie side by side.
-void place(Image &image, const uint8_t *block, size_t block_row, uint32_t x0, uint32_t y0,
-           uint32_t width, uint32_t height, int sample, bool bilevel) {
+// Samples that begin inside bytes, most significant bit first: small ones spread over 0 to 255 but
+// for palette entries, larger ones as they are.
+void unpack(const uint8_t *in, size_t count, const Layout &layout, uint8_t *out) {
+    const uint32_t most = (1u << layout.bits) - 1;
+    const uint32_t step = layout.photometric == PHOTOMETRIC_PALETTE ? 1 : 255 / most;
+    uint32_t held = 0;
+    int bits = 0;
+    for (size_t i = 0; i < count; ++i) {
+        for (; bits < layout.bits; bits += 8) held = held << 8 | *in++;
+        bits -= layout.bits;
+        const uint32_t value = held >> bits & most;
+        if (layout.bits < 8)
+            out[i] = uint8_t(value * step);
+        else
+            reinterpret_cast<uint16_t *>(out)[i] = uint16_t(value);
+    }
+}
+
+// A block of decoded rows, and where its pixels go; sample < 0: all channels lie side by side.
+struct Block {
+    const uint8_t *bytes;
+    size_t row_bytes;
+    uint32_t x, y, width, height; // of the part that lies in the picture
+    int sample;
+};
+
+void place(Image &image, const Block &block, const Layout &layout) {
     const size_t element = size_of(image.type()), pixel = element * image.channels();
-    for (uint32_t y = 0; y < height; ++y) {
-        const uint8_t *in = block + y * block_row;
-        uint8_t *out = image.row(y0 + y) + x0 * pixel;
-        if (bilevel) {
-            for (uint32_t x = 0; x < width; ++x) out[x] = in[x / 8] >> (7 - x % 8) & 1 ? 255 : 0;
-        } else if (sample < 0) {
-            std::memcpy(out, in, width * pixel);
-        } else {
-            for (uint32_t x = 0; x < width; ++x)
-                std::memcpy(out + x * pixel + size_t(sample) * element, in + x * element, element);
+    const size_t across = size_t(block.width) * (block.sample < 0 ? image.channels() : 1);
+    std::vector<uint8_t> row(layout.packed() ? across * element : 0);
+    for (uint32_t y = 0; y < block.height; ++y) {
+        const uint8_t *in = block.bytes + y * block.row_bytes;
+        uint8_t *out = image.row(block.y + y) + block.x * pixel;
+        if (layout.packed()) {
+            unpack(in, across, layout, row.data());
+            in = row.data();
         }
+        if (block.sample < 0) {
+            std::memcpy(out, in, block.width * pixel);
+            continue;
+        }
+        out += size_t(block.sample) * element;
+        for (uint32_t x = 0; x < block.width; ++x)
+            std::memcpy(out + x * pixel, in + x * element, element);
     }
 }
 
@@ -155,8 +205,7 @@ void place(Image &image, const uint8_t *block, size_t block_row, uint32_t x0, ui
 std::vector<uint8_t> block_buffer(const Source &source, uint64_t bytes, uint64_t image_bytes) {
     // A block larger than the picture and a bit of padding is a lie that would only cost memory.
     if (bytes == 0 || bytes > (image_bytes + (1 << 20)) * 4)
-        source.fail("TIFF: blocks of " + std::to_string(bytes) +
-                    " bytes do not fit the picture's size");
+        source.fail(fmt::format("TIFF: blocks of {} bytes do not fit the picture's size", bytes));
     return std::vector<uint8_t>(size_t(bytes));
 }
 
@@ -168,8 +217,7 @@ void read_strips(TIFF *tiff, const Source &source, const Layout &layout, Image &
     const bool planes = layout.planar == PLANARCONFIG_SEPARATE && layout.samples > 1;
     const size_t row_bytes = size_t(TIFFScanlineSize64(tiff));
     if (row_bytes != (uint64_t(layout.width) * layout.bits * (planes ? 1 : layout.samples) + 7) / 8)
-        source.fail("TIFF: rows of " + std::to_string(row_bytes) +
-                    " bytes do not fit the picture's size");
+        source.fail(fmt::format("TIFF: rows of {} bytes do not fit the picture's size", row_bytes));
     auto block = block_buffer(source, TIFFStripSize64(tiff), image.bytes());
     const int samples = planes ? layout.samples : 1;
     for (int sample = 0; sample < samples; ++sample)
@@ -179,8 +227,8 @@ void read_strips(TIFF *tiff, const Source &source, const Layout &layout, Image &
             if (TIFFReadEncodedStrip(tiff, TIFFComputeStrip(tiff, y, uint16_t(sample)),
                                      block.data(), wanted) != wanted)
                 damaged(source);
-            place(image, block.data(), row_bytes, 0, y, layout.width, count, planes ? sample : -1,
-                  layout.bits == 1);
+            place(image, {block.data(), row_bytes, 0, y, layout.width, count, planes ? sample : -1},
+                  layout);
         }
 }
 
@@ -192,8 +240,7 @@ void read_tiles(TIFF *tiff, const Source &source, const Layout &layout, Image &i
     const size_t row_bytes = size_t(TIFFTileRowSize64(tiff));
     if (width == 0 || height == 0 ||
         row_bytes != (uint64_t(width) * layout.bits * (planes ? 1 : layout.samples) + 7) / 8)
-        source.fail("TIFF: tiles of " + std::to_string(width) + "x" + std::to_string(height) +
-                    " pixels cannot be read");
+        source.fail(fmt::format("TIFF: tiles of {}x{} pixels cannot be read", width, height));
     auto block = block_buffer(source, TIFFTileSize64(tiff), image.bytes());
     const auto wanted = tmsize_t(block.size());
     const int samples = planes ? layout.samples : 1;
@@ -204,8 +251,10 @@ void read_tiles(TIFF *tiff, const Source &source, const Layout &layout, Image &i
                 const uint32_t tile = TIFFComputeTile(tiff, x0, y0, 0, uint16_t(sample));
                 if (TIFFReadEncodedTile(tiff, tile, block.data(), wanted) != wanted)
                     damaged(source);
-                place(image, block.data(), row_bytes, x0, y0, std::min(width, layout.width - x0),
-                      std::min(height, layout.height - y0), planes ? sample : -1, layout.bits == 1);
+                place(image,
+                      {block.data(), row_bytes, x0, y0, std::min(width, layout.width - x0),
+                       std::min(height, layout.height - y0), planes ? sample : -1},
+                      layout);
             }
 }
 
@@ -220,12 +269,15 @@ Image with_palette(TIFF *tiff, const Source &source, const Image &indices) {
     return out;
 }
 
-void turn_round(Image &image) {
+void turn_round(Image &image, const Layout &layout) {
     with_type(image.type(), [&](auto sample) {
         using T = decltype(sample);
-        if constexpr (std::is_unsigned_v<T>)
+        if constexpr (std::is_unsigned_v<T>) {
+            const T most =
+                layout.bits > 8 && layout.packed() ? T((1u << layout.bits) - 1) : T(~T(0));
             std::transform(image.as<T>(), image.as<T>() + image.elements(), image.as<T>(),
-                           [](T value) { return T(~value); });
+                           [most](T value) { return T(most - value); });
+        }
     });
 }
 
@@ -234,31 +286,55 @@ bool recognises(const uint8_t *head, size_t size) {
                          std::memcmp(head, "II+\0", 4) == 0 || std::memcmp(head, "MM\0+", 4) == 0);
 }
 
-Image read(const Source &source) {
+// No table or block is larger than what the picture may take, whatever the file says.
+Handle open_reader(Stream &stream) {
     listen();
-    Stream stream{source.bytes};
-    const Handle tiff(TIFFClientOpen("file", "rm", &stream, stream_read, stream_write, stream_seek,
-                                     stream_close, stream_size, nullptr, nullptr),
-                      TIFFClose);
-    if (!tiff) damaged(source);
-    const Layout layout = read_layout(tiff.get(), source);
+    const uint64_t most =
+        std::min<uint64_t>(stream.source.max_pixels() * 32 + (1 << 20), SIZE_MAX / 2);
+    const std::unique_ptr<TIFFOpenOptions, void (*)(TIFFOpenOptions *)> options(
+        TIFFOpenOptionsAlloc(), TIFFOpenOptionsFree);
+    if (!options) throw std::bad_alloc();
+    TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), tmsize_t(most));
+    stream.source.size(); // a pipe is read here, and not under libtiff
+    return Handle(TIFFClientOpenExt("file", "rm", &stream, stream_read, stream_write, stream_seek,
+                                    stream_close, stream_size, nullptr, nullptr, options.get()),
+                  TIFFClose);
+}
+
+Image read_page(TIFF *tiff, const Source &source, const Layout &layout) {
     const uint32_t type = element_type(layout, source);
     check_colours(layout, source);
     source.check(layout.width, layout.height, layout.samples, type);
     if (!TIFFIsCODECConfigured(layout.compression))
-        source.fail("TIFF: compression " + std::to_string(layout.compression) +
-                    " is not supported");
+        source.fail(fmt::format("TIFF: compression {} is not supported", layout.compression));
     Image image = source.image(layout.width, layout.height, layout.samples, type);
-    if (TIFFIsTiled(tiff.get()))
-        read_tiles(tiff.get(), source, layout, image);
+    if (TIFFIsTiled(tiff))
+        read_tiles(tiff, source, layout, image);
     else
-        read_strips(tiff.get(), source, layout, image);
-    if (layout.photometric == PHOTOMETRIC_MINISWHITE) turn_round(image);
-    if (layout.photometric == PHOTOMETRIC_PALETTE) return with_palette(tiff.get(), source, image);
-    return image;
+        read_strips(tiff, source, layout, image);
+    if (layout.photometric == PHOTOMETRIC_MINISWHITE) turn_round(image, layout);
+    return layout.photometric == PHOTOMETRIC_PALETTE ? with_palette(tiff, source, image)
+                                                     : std::move(image);
 }
 
-bool encode(TIFF *tiff, const Image &image) {
+Picture read(Source &source) {
+    Stream stream{source};
+    const Handle tiff = open_reader(stream);
+    if (!tiff) damaged(source);
+    Picture out;
+    last_error[0] = 0;
+    out.pages = uint32_t(TIFFNumberOfDirectories(tiff.get()));
+    out.cut = last_error[0] != 0;
+    if (source.page() < 1 || source.page() > out.pages) return out;
+    std::strcpy(last_error, "damaged");
+    if (source.page() > 1 && !TIFFSetDirectory(tiff.get(), source.page() - 1)) damaged(source);
+    const Layout layout = read_layout(tiff.get(), source);
+    out.image = read_page(tiff.get(), source, layout);
+    if (layout.orientation >= 1 && layout.orientation <= 8) out.orientation = layout.orientation;
+    return out;
+}
+
+bool encode(TIFF *tiff, const Image &image, bool compress) {
     const uint32_t rows =
         uint32_t(std::clamp<size_t>((size_t(1) << 18) / image.row_bytes(), 1, image.height()));
     const int kind = !is_integer(image.type()) ? SAMPLEFORMAT_IEEEFP
@@ -273,6 +349,11 @@ bool encode(TIFF *tiff, const Image &image) {
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC,
                  image.channels() < 3 ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB);
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, rows);
+    if (compress) {
+        TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
+        TIFFSetField(tiff, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+        TIFFSetField(tiff, TIFFTAG_ZIPQUALITY, 3);
+    }
     if (image.channels() == 2 || image.channels() == 4) {
         const uint16_t extra = EXTRASAMPLE_UNASSALPHA;
         TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &extra);
@@ -290,16 +371,17 @@ bool encode(TIFF *tiff, const Image &image) {
 void write(const Image &image, const Sink &sink) {
     listen();
     const bool large = image.bytes() > UINT32_MAX - (1u << 24);
-    const Handle tiff(TIFFOpen(sink.path.c_str(), large ? "w8" : "w"), TIFFClose);
-    if (!tiff || !encode(tiff.get(), image)) sink.fail(std::string("TIFF: ") + last_error);
+    const int descriptor = dup(fileno(sink.file)); // the handle closes it
+    const Handle tiff(TIFFFdOpen(descriptor, "file", large ? "w8" : "w"), TIFFClose);
+    if (!tiff && descriptor >= 0) close(descriptor);
+    if (!tiff || !encode(tiff.get(), image, sink.compress && is_integer(image.type())))
+        sink.fail_encoding(std::string("TIFF: ") + last_error);
 }
+
+constexpr const char *endings[] = {".tif", ".tiff"};
+constexpr uint32_t types[] = {KIPX_U8,  KIPX_U16, KIPX_U32, KIPX_S8,
+                              KIPX_S16, KIPX_S32, KIPX_F32, KIPX_F64};
 
 } // namespace
 
-const Format tiff_format = {
-    "TIFF",
-    {".tif", ".tiff"},
-    {KIPX_U8, KIPX_U16, KIPX_U32, KIPX_S8, KIPX_S16, KIPX_S32, KIPX_F32, KIPX_F64},
-    recognises,
-    read,
-    write};
+const Format tiff_format = {"TIFF", endings, types, false, true, recognises, read, write};

@@ -36,23 +36,25 @@ double variation_of(const KipxWTSregion *record, bool bright, int32_t delta) {
     return 0;
 }
 
-} // namespace
-
-int32_t level_of(const KipxWTSregion *record, bool bright) {
-    // Detection has put the levels of stable bright regions on the image's scale already.
-    return bright && !(record->kept & kept_flag) ? 255 - record->level : record->level;
-}
-
+// The part of an image that a region of interest covers.
 kipx_site clipped(const Image &image, const RegionSettings &settings) {
     const kipx_arr arr = image.arr();
     kipx_site out = {};
     kipx_arr_siteof(&arr, &out);
     if (!settings.roi) return out;
-    const kipx_site &roi = *settings.roi;
+    const Part &part = *settings.roi;
+    const kipx_site roi = {{0, part.y, part.x, 0}, {1, part.height, part.width, 1}};
     if (!kipx_arr_adjorgetRoi(&arr, &out, &roi))
-        fail("--roi: ", roi.origin[2], ",", roi.origin[1], " lies outside the picture of ",
-             image.width(), "x", image.height());
+        fail("--roi: got {},{}, which lies outside the picture of {}x{}", part.x, part.y,
+             image.width(), image.height());
     return out;
+}
+
+} // namespace
+
+int32_t level_of(const KipxWTSregion *record, bool bright) {
+    // Detection has put the levels of stable bright regions on the image's scale already.
+    return bright && !(record->kept & kept_flag) ? 255 - record->level : record->level;
 }
 
 Image mask_of(const Image &given, const std::string &name, const GreyLevels &levels) {
@@ -63,8 +65,8 @@ Image mask_of(const Image &given, const std::string &name, const GreyLevels &lev
         return out;
     }
     if (given.width() != out.width() || given.height() != out.height())
-        fail("--mask: '", name, "' is ", given.width(), "x", given.height(), ", the picture ",
-             out.width(), "x", out.height());
+        fail("--mask: got '{}' of {}x{}, expected the picture's {}x{}", name, given.width(),
+             given.height(), out.width(), out.height());
     with_type(given.type(), [&](auto sample) {
         const auto *in = given.as<decltype(sample)>();
         for (uint64_t i = 0; i < given.elements(); ++i)
@@ -83,9 +85,14 @@ Ellipse ellipse_of(const KipxWTSMF &moments) {
             2 * std::sqrt(std::max(middle - away, 0.0)), kipx_mf_theta(&moments)};
 }
 
-Finder::Finder(const Image &levels, const Image *mask, const RegionSettings &settings)
+double Ellipse::eccentricity() const {
+    return along > 0 ? std::sqrt(1 - across * across / (along * along)) : 0;
+}
+
+Finder::Finder(const GreyLevels &levels, const Image *mask, const RegionSettings &settings)
     : settings_(settings), levels_(levels), mask_(mask && mask->data() ? mask : nullptr),
-      site_(clipped(levels, settings)) {
+      site_(clipped(levels.image, settings)) {
+    if (settings.limits_given) check_limits();
     KipxWTSMFinitFeatureDs(&features_[0], nullptr);
     KipxWTSPFinitFeatureDs(&features_[1], nullptr);
     // The fast store keeps the pixels itself.
@@ -102,17 +109,30 @@ Finder::Finder(const Image &levels, const Image *mask, const RegionSettings &set
 
 Finder::~Finder() { KipxMSERrelease(&context_); }
 
+// The limits of areas leave something in a picture of this size.
+void Finder::check_limits() const {
+    const float greatest =
+        std::floor(float(extent()) * settings_.max_area_fraction); // as the flood
+    const int32_t least =
+        settings_.min_area_fraction > 0 ? least_region : settings_.min_area_pixels;
+    if (double(greatest) < least)
+        fail("--max-area: got {}, which is {} of the {} pixels here, less than the least area of "
+             "{}; "
+             "expected limits that leave something",
+             settings_.max_area_fraction, greatest, extent(), least);
+}
+
 void Finder::check(int32_t answer) const {
     if (answer == KIPX_EEMPTY) fail("the mask leaves no pixel to look at");
     if (answer == KIPX_EINVAL)
-        fail("the library refuses ", site_.extent[2], "x", site_.extent[1],
-             " pixels; at most 65536 rows and columns and ", settings_.fast ? "2^27" : "2^28",
-             " pixels are flooded");
+        fail("the library refuses {}x{} pixels; at most 65536 rows and columns and {} pixels are "
+             "flooded",
+             site_.extent[2], site_.extent[1], settings_.fast ? "2^27" : "2^28");
     check_answer(answer, "stable regions");
 }
 
 void Finder::find() {
-    const kipx_arr src = levels_.arr();
+    const kipx_arr src = levels_.image.arr();
     const kipx_arr mask = mask_ ? mask_->arr() : kipx_arr{};
     kipx_pos at = {};
     std::copy(site_.origin, site_.origin + 4, at.at);
@@ -147,17 +167,41 @@ Region Finder::measure(KipxWTSregion *record, bool bright) {
     out.variation = variation_of(record, bright, settings_.delta);
     out.parent = -1;
     out.box = Box{};
-    out.first = UINT64_MAX;
     out.x = kipx_mf_mx(&out.moments) + site_.origin[2];
     out.y = kipx_mf_my(&out.moments) + site_.origin[1];
     std::vector<Place> places;
     pixels(out, places);
-    for (const Place &place : places) {
-        out.box = {std::min(out.box.x0, place.x), std::min(out.box.y0, place.y),
-                   std::max(out.box.x1, place.x), std::max(out.box.y1, place.y)};
-        out.first = std::min(out.first, uint64_t(place.y) * levels_.width() + place.x);
-    }
+    for (const Place &place : places) out.box.take(place);
+    raster_.set(out.box, places);
+    out.perimeter = raster_.perimeter();
+    with_type(levels_.grey().type(), [&](auto sample) {
+        using T = decltype(sample);
+        measure_values<T>(out);
+    });
     return out;
+}
+
+// In raster order, so that sums of floats do not depend on the flood's.
+template<class T> void Finder::measure_values(Region &region) const {
+    const Image &grey = levels_.grey();
+    double sum = 0;
+    bool first = true;
+    for (uint32_t y = region.box.y0; y <= region.box.y1; ++y) {
+        const T *row = reinterpret_cast<const T *>(grey.row(y));
+        for (uint32_t x = region.box.x0; x <= region.box.x1; ++x) {
+            if (!raster_.inside(x, y)) continue;
+            const auto value = double(row[x]);
+            if (first) {
+                region.first = uint64_t(y) * grey.width() + x;
+                region.least = region.greatest = value;
+                first = false;
+            }
+            region.least = std::min(region.least, value);
+            region.greatest = std::max(region.greatest, value);
+            sum += value;
+        }
+    }
+    region.mean = sum / region.area;
 }
 
 void Finder::pixels(const Region &region, std::vector<Place> &out) const {

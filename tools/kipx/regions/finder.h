@@ -10,21 +10,13 @@
 //          axes, whatever the region of interest.
 #pragma once
 
-#include "command.h"
+#include "regions/raster.h"
 #include "regions/settings.h"
 
 #include <kipx/mser.h>
 #include <kipx/watershed.h>
 
 #include <vector>
-
-struct Place {
-    uint32_t x, y;
-};
-
-struct Box {
-    uint32_t x0 = UINT32_MAX, y0 = UINT32_MAX, x1 = 0, y1 = 0; // both ends inside
-};
 
 struct Region {
     const KipxWTSregion *record;
@@ -38,19 +30,23 @@ struct Region {
     Box box;
     uint64_t first; // its first pixel in raster order
     double x, y;    // mean
+    double perimeter;
+    double least, greatest, mean; // of the grey values
 };
 
 // Half axes of the ellipse with the region's second moments, longer first, and the angle of the
 // longer from the x axis to the y axis, radians.
 struct Ellipse {
     double along, across, angle;
+    // Distance of the foci over the long axis: 0 for a circle, towards 1 for a line.
+    double eccentricity() const;
 };
 Ellipse ellipse_of(const KipxWTSMF &moments);
 
 class Finder {
 public:
     // mask: u8 of the levels' size, or null. Both must outlive the Finder.
-    Finder(const Image &levels, const Image *mask, const RegionSettings &settings);
+    Finder(const GreyLevels &levels, const Image *mask, const RegionSettings &settings);
     ~Finder();
     Finder(const Finder &) = delete;
     Finder &operator=(const Finder &) = delete;
@@ -63,27 +59,29 @@ public:
     void pixels(const Region &region, std::vector<Place> &out) const;
     // The flood's tree, whose bright levels are 255 - value but for stable regions; or null.
     const KipxST *tree(bool bright) const;
+    Extent size() const { return {levels_.image.width(), levels_.image.height()}; }
     // Pixels looked at, the mask aside.
     uint64_t extent() const { return uint64_t(site_.extent[1]) * site_.extent[2]; }
 
 private:
     Region measure(KipxWTSregion *record, bool bright);
+    template<class T> void measure_values(Region &region) const;
+    void check_limits() const;
     void sort_and_nest();
     void check(int32_t answer) const;
 
     Environment environment_;
     RegionSettings settings_;
-    const Image &levels_;
+    const GreyLevels &levels_;
     const Image *mask_;
     kipx_site site_ = {};
     KipxWTSFDs features_[2] = {};
     KipxMSERContext context_ = {};
     std::vector<Region> regions_;
+    Raster raster_;
     mutable std::vector<uint32_t> pairs_;
 };
 
-// The part of an image that a region of interest covers; a Failure when it covers none.
-kipx_site clipped(const Image &image, const RegionSettings &settings);
 // A mask for the levels: 255 where given, when it holds anything, has a channel that is not 0 and
 // the levels have a value; empty when nothing is masked. name: where given came from.
 Image mask_of(const Image &given, const std::string &name, const GreyLevels &levels);

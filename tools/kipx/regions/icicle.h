@@ -6,7 +6,7 @@
 // Promises levels are on the image's scale in all of them.
 #pragma once
 
-#include <kipx/tree.h>
+#include "regions/finder.h"
 
 #include <cstdint>
 #include <string>
@@ -16,7 +16,7 @@ struct TreeNode {
     int32_t level, area;
     int32_t parent;    // its place in the list, or -1
     uint32_t children; // all of them, shown or not
-    bool stable;
+    int32_t id;        // of a stable region, as in tables; else 0
 };
 
 struct RegionTree {
@@ -24,10 +24,12 @@ struct RegionTree {
     std::vector<TreeNode> nodes;
 };
 
-RegionTree tree_of(const KipxST *tree, bool bright);
+// The finder has described its regions.
+RegionTree tree_of(const Finder &finder, bool bright);
 // Nodes of fewer pixels than smallest are left out of texts.
 std::string tree_text(const RegionTree &tree, uint32_t depth, int32_t smallest);
 std::string tree_json(const std::vector<RegionTree> &trees, const std::string &source,
                       int32_t smallest);
-// One panel a tree, side by side. What is narrower than half a unit of the drawing is left out.
+// One panel a tree, side by side. What is narrower than half a unit of the drawing is left out. A bar
+// tells level and area, and a stable region's number, where a pointer rests on it.
 std::string icicle_svg(const std::vector<RegionTree> &trees, const std::string &title);

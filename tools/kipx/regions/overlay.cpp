@@ -1,7 +1,8 @@
-// overlay.cpp - outlines and ellipses over a picture. See report.h.
+// overlay.cpp - outlines, ellipses and numbers over a picture. See report.h.
 #include "regions/report.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -11,8 +12,34 @@ struct Colour {
     uint8_t red, green, blue;
 };
 
-constexpr Colour dark_outline = {40, 140, 255}, bright_outline = {255, 120, 0};
-constexpr Colour dark_ellipse = {150, 215, 255}, bright_ellipse = {255, 225, 120};
+// Outline and ellipse of dark regions and of bright ones.
+struct Palette {
+    Colours name;
+    const char *word;
+    Colour outline[2], ellipse[2];
+};
+
+constexpr Palette palettes[] = {
+    {Colours::blue_orange,
+     "blue-orange",
+     {{40, 140, 255}, {255, 120, 0}},
+     {{150, 215, 255}, {255, 225, 120}}},
+    {Colours::green_magenta,
+     "green-magenta",
+     {{0, 200, 60}, {230, 0, 220}},
+     {{150, 255, 170}, {255, 170, 250}}},
+    {Colours::cyan_yellow,
+     "cyan-yellow",
+     {{0, 225, 235}, {250, 225, 0}},
+     {{170, 250, 255}, {255, 250, 170}}},
+    {Colours::red_white,
+     "red-white",
+     {{235, 20, 30}, {255, 255, 255}},
+     {{255, 160, 160}, {225, 225, 225}}},
+};
+
+// Regions of fewer pixels have a thin outline and no ellipse, which would hide them.
+constexpr int32_t small_area = 300;
 
 // The picture in RGB, without alpha.
 Image backdrop(const Image &picture) {
@@ -22,6 +49,41 @@ Image backdrop(const Image &picture) {
         for (uint32_t c = 0; c < 3; ++c)
             out.data()[3 * i + c] = picture.data()[i * channels + (channels < 3 ? 0 : c)];
     return out;
+}
+
+// How much of the picture is nearly of one of the outline's hues, in a sample of its pixels. What is
+// grey is near no hue, so that grey pictures keep the first palette.
+uint64_t alike(const Image &picture, const Palette &palette) {
+    const uint64_t step = std::max<uint64_t>(picture.pixels() / 20000, 1);
+    uint64_t out = 0;
+    for (uint64_t i = 0; i < picture.pixels(); i += step) {
+        const uint8_t *pixel = picture.data() + 3 * i;
+        const auto [least, most] = std::minmax({pixel[0], pixel[1], pixel[2]});
+        if (most - least < 24) continue;
+        for (const Colour &colour : palette.outline) {
+            const auto [low, high] = std::minmax({colour.red, colour.green, colour.blue});
+            if (high - low < 24) continue;
+            const double scale = double(most - least) / (high - low);
+            const double away = std::abs((colour.red - low) * scale - (pixel[0] - least)) +
+                                std::abs((colour.green - low) * scale - (pixel[1] - least)) +
+                                std::abs((colour.blue - low) * scale - (pixel[2] - least));
+            out += away < 0.7 * (most - least);
+        }
+    }
+    return out;
+}
+
+const Palette &palette_for(const Image &picture, Colours wanted) {
+    const Palette *best = &palettes[0];
+    uint64_t least = UINT64_MAX;
+    for (const Palette &palette : palettes) {
+        if (palette.name == wanted) return palette;
+        if (const uint64_t share = alike(picture, palette); share < least) {
+            least = share;
+            best = &palette;
+        }
+    }
+    return *best;
 }
 
 void blend(Image &image, int64_t x, int64_t y, Colour colour, double part) {
@@ -50,73 +112,55 @@ void draw_ellipse(Image &image, const Region &region, Colour colour) {
     }
 }
 
-// Outlines of regions. Holes of less than a twentieth of the region count as filled: in noisy
-// pictures regions are full of them.
-class Outliner {
-public:
-    void draw(Image &image, const Region &region, const std::vector<Place> &places, Colour colour) {
-        box_ = region.box;
-        stride_ = size_t(box_.x1 - box_.x0) + 3;
-        cells_.assign(stride_ * (size_t(box_.y1 - box_.y0) + 3), outside);
-        for (const Place &place : places) cells_[at(place)] = inside;
-        fill_holes(places.size() / 20);
-        for (const Place &place : places) {
-            const uint8_t *cell = &cells_[at(place)];
-            if (cell[-1] == around || cell[1] == around ||
-                cell[-std::ptrdiff_t(stride_)] == around || cell[stride_] == around)
-                blend(image, place.x, place.y, colour, 0.9);
-        }
-    }
+// Holes of less than a twentieth of the region count as filled.
+void draw_outline(Image &image, Raster &raster, const Region &region, Colour colour) {
+    raster.fill_holes(size_t(region.area) / 20);
+    const double part = region.area < small_area ? 0.5 : 0.9;
+    for (uint32_t y = region.box.y0; y <= region.box.y1; ++y)
+        for (uint32_t x = region.box.x0; x <= region.box.x1; ++x)
+            if (raster.at_border(x, y)) blend(image, x, y, colour, part);
+}
 
-private:
-    enum Cell : uint8_t { outside, inside, around }; // around: outside and no small hole
+// Digits of 3 by 5 dots, a row in three bits.
+constexpr std::array<uint16_t, 10> digits = {075557, 026227, 071747, 071717, 055711,
+                                             074717, 074757, 071122, 075757, 075717};
 
-    size_t at(const Place &place) const {
-        return (place.y - box_.y0 + size_t(1)) * stride_ + (place.x - box_.x0) + 1;
-    }
-
-    // The frame of the box is outside, so that what lies around the region is one part, and the
-    // first; every other part is a hole.
-    void fill_holes(size_t limit) {
-        for (size_t start = 0; start < cells_.size(); ++start) {
-            if (cells_[start] != outside) continue;
-            part_.assign(1, start);
-            cells_[start] = around;
-            for (size_t i = 0; i < part_.size(); ++i) {
-                const size_t cell = part_[i], column = cell % stride_;
-                if (column > 0) take(cell - 1);
-                if (column + 1 < stride_) take(cell + 1);
-                if (cell >= stride_) take(cell - stride_);
-                if (cell + stride_ < cells_.size()) take(cell + stride_);
-            }
-            if (start == 0 || part_.size() > limit) continue;
-            for (const size_t cell : part_) cells_[cell] = inside;
-        }
-    }
-
-    void take(size_t cell) {
-        if (cells_[cell] != outside) return;
-        cells_[cell] = around;
-        part_.push_back(cell);
-    }
-
-    Box box_;
-    size_t stride_ = 0;
-    std::vector<uint8_t> cells_; // the region's box with a frame of one pixel
-    std::vector<size_t> part_;
-};
+// A number with its middle at a place, white on black.
+void draw_number(Image &image, int32_t number, double x, double y) {
+    const std::string text = std::to_string(number);
+    const auto left = int64_t(std::lround(x)) - 2 * int64_t(text.size());
+    const auto top = int64_t(std::lround(y)) - 2;
+    for (int64_t row = -1; row <= 5; ++row)
+        for (int64_t column = -1; column < 4 * int64_t(text.size()); ++column)
+            blend(image, left + column, top + row, {0, 0, 0}, 0.7);
+    for (size_t i = 0; i < text.size(); ++i)
+        for (int dot = 0; dot < 15; ++dot)
+            if (digits[size_t(text[i] - '0')] >> (14 - dot) & 1)
+                blend(image, left + 4 * int64_t(i) + dot % 3, top + dot / 3, {255, 255, 255}, 1);
+}
 
 } // namespace
 
-Image region_overlay(const Finder &finder, const Image &picture) {
+std::vector<std::pair<std::string, Colours>> colour_words() {
+    std::vector<std::pair<std::string, Colours>> out = {{"auto", Colours::chosen}};
+    for (const Palette &palette : palettes) out.emplace_back(palette.word, palette.name);
+    return out;
+}
+
+Image region_overlay(const Finder &finder, const Image &picture, const OverlayStyle &style) {
     Image out = backdrop(picture);
-    Outliner outliner;
+    const Palette &palette = palette_for(out, style.colours);
+    Raster raster;
     std::vector<Place> places;
     for (const Region &region : finder.regions()) {
         finder.pixels(region, places);
-        outliner.draw(out, region, places, region.bright ? bright_outline : dark_outline);
+        raster.set(region.box, places);
+        draw_outline(out, raster, region, palette.outline[region.bright]);
     }
     for (const Region &region : finder.regions())
-        draw_ellipse(out, region, region.bright ? bright_ellipse : dark_ellipse);
+        if (region.area >= small_area) draw_ellipse(out, region, palette.ellipse[region.bright]);
+    int32_t id = 0;
+    for (const Region &region : finder.regions())
+        if (++id; style.ids) draw_number(out, id, region.x, region.y);
     return out;
 }

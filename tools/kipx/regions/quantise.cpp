@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 #include <vector>
 
 namespace {
@@ -24,11 +25,11 @@ template<class T>
 constexpr int table_base = std::is_signed_v<T> ? -(1 << (8 * int(sizeof(T)) - 1)) : 0;
 
 // One value a pixel.
-template<class T> std::vector<T> grey_values(const Image &image) {
+template<class T> Image grey_image(const Image &image) {
     const uint32_t channels = image.channels();
     const T *in = image.as<T>();
-    std::vector<T> out(size_t(image.pixels()));
-    for (T &value : out) {
+    Image out({image.type(), image.width(), image.height(), 1});
+    for (T &value : std::span(out.as<T>(), out.elements())) {
         if (channels < 3) {
             value = in[0];
         } else if constexpr (std::is_integral_v<T>) {
@@ -43,7 +44,7 @@ template<class T> std::vector<T> grey_values(const Image &image) {
 }
 
 // The different values in ascending order, NaN left out.
-template<class T> std::vector<Count> census(const std::vector<T> &values) {
+template<class T> std::vector<Count> census(std::span<const T> values) {
     std::vector<Count> out;
     if constexpr (std::is_integral_v<T> && sizeof(T) <= 2) {
         std::vector<uint64_t> table(size_t(1) << (8 * sizeof(T)));
@@ -53,7 +54,7 @@ template<class T> std::vector<Count> census(const std::vector<T> &values) {
             if (table[i]) out.push_back({double(int64_t(i) + least), table[i]});
         return out;
     } else {
-        std::vector<T> sorted(values);
+        std::vector<T> sorted(values.begin(), values.end());
         sorted.erase(std::remove_if(sorted.begin(), sorted.end(), is_nan<T>), sorted.end());
         std::sort(sorted.begin(), sorted.end());
         for (const T value : sorted) {
@@ -120,19 +121,13 @@ Plan exact_plan(const std::vector<Count> &counts, double base) {
     return plan;
 }
 
-std::string number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.10g", value);
-    return text;
-}
-
 Plan choose(const std::vector<Count> &counts, uint32_t type, Levels levels, GreyLevels &out) {
     const double least = counts.front().value, greatest = counts.back().value;
-    const std::string range = " from " + number(least) + " to " + number(greatest);
+    const std::string range = fmt::format(" from {:.10g} to {:.10g}", least, greatest);
     if (is_integer(type) && greatest - least < 256 && levels != Levels::equal) {
         // Values that a byte holds stay what they are.
         const double base = least >= 0 && greatest < 256 ? 0 : least;
-        out.way = base == 0 ? "values as they are" : "values less " + number(base);
+        out.way = base == 0 ? "values as they are" : fmt::format("values less {:.10g}", base);
         return exact_plan(counts, base);
     }
     out.exact = false;
@@ -147,10 +142,11 @@ Plan choose(const std::vector<Count> &counts, uint32_t type, Levels levels, Grey
 }
 
 template<class T> GreyLevels levels_of(const Image &image, Levels levels, const std::string &name) {
-    const std::vector<T> values = grey_values<T>(image);
-    const std::vector<Count> counts = census(values);
-    if (counts.empty()) fail(name, ": every pixel is NaN");
     GreyLevels out;
+    out.luma = grey_image<T>(image);
+    const std::span<const T> values(out.luma.as<T>(), out.luma.elements());
+    const std::vector<Count> counts = census(values);
+    if (counts.empty()) fail("{}: every pixel is NaN", name);
     out.image = Image({KIPX_U8, image.width(), image.height(), 1});
     out.values = counts.size();
     const Plan plan = choose(counts, image.type(), levels, out);
@@ -190,8 +186,13 @@ GreyLevels grey_levels(const Image &image, Levels levels, const std::string &nam
     const std::string kind =
         std::string(name_of(image.type())) + (image.channels() < 3 ? "" : " luma");
     out.way = kind + ", " + out.way;
+    if (image.type() == KIPX_U8 && out.exact && out.least[0] == 0) {
+        const bool same =
+            std::equal(out.image.data(), out.image.data() + out.image.pixels(), out.luma.data());
+        if (same) out.luma = Image();
+    }
     if (out.lost() > 0)
-        out.way += ": " + std::to_string(out.lost()) + " of " + std::to_string(out.values) +
-                   " values fell together with another";
+        out.way +=
+            fmt::format(": {} of {} values fell together with another", out.lost(), out.values);
     return out;
 }

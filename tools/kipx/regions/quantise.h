@@ -22,14 +22,16 @@ enum class Levels { automatic, linear, equal };
 
 struct GreyLevels {
     Image image;
-    Image mask;                                        // empty, or 255 where the value is a number
+    Image mask; // empty, or 255 where the value is a number
+    Image luma; // one channel of the image's type; empty where the levels are the values themselves
     std::array<double, 256> least = {}, greatest = {}; // values of each level; 0 where not used
     uint64_t values = 0;                               // different values
     uint64_t used = 0;                                 // different levels
     bool exact = true;                                 // level = value + constant
-    std::string way; // "u16 to 8 bits, linear from 0 to 4012: 3757 of 4013 values fell together"
+    std::string way; // "u16, linear from 0 to 4012: 3757 of 4013 values fell together with another"
 
     uint64_t lost() const { return values - used; }
+    const Image &grey() const { return luma.data() ? luma : image; }
 };
 
 // Colours become their luma (299 R + 587 G + 114 B) / 1000, rounded for integers; alpha is left

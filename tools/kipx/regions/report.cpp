@@ -1,13 +1,19 @@
 // report.cpp - see report.h: the texts and the labels.
 #include "regions/report.h"
 
-#include "regions/text.h"
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <numbers>
 #include <numeric>
 
 namespace {
+
+// Begins as an object or an array: one that is null and becomes either is left broken when memory
+// fails on the way.
+using Json = nlohmann::ordered_json;
 
 constexpr double degrees = 180 / std::numbers::pi;
 
@@ -18,90 +24,217 @@ double end_value(const Region &region, const GreyLevels &levels) {
 
 const char *polarity(const Region &region) { return region.bright ? "bright" : "dark"; }
 
-void append_measures(std::string &out, const Region &region, const GreyLevels &levels) {
-    const Ellipse ellipse = ellipse_of(region.moments);
-    const Box &box = region.box;
-    append(out, "\"level\": %d, \"value\": %s, \"area\": %d, \"variation\": %.6f,", region.level,
-           json_number(end_value(region, levels)).c_str(), region.area, region.variation);
-    append(out, " \"centroid\": [%.6f, %.6f], \"moments\": {\"xx\": %.6f, \"xy\": %.6f, ", region.x,
-           region.y, kipx_mf_Mxx(&region.moments), kipx_mf_Mxy(&region.moments));
-    append(out, "\"yy\": %.6f}, \"angle\": %.6f, \"half_axes\": [%.6f, %.6f],",
-           kipx_mf_Myy(&region.moments), ellipse.angle * degrees, ellipse.along, ellipse.across);
-    append(out, " \"box\": [%u, %u, %u, %u]", box.x0, box.y0, box.x1 - box.x0 + 1,
-           box.y1 - box.y0 + 1);
+// With as many digits as the table has.
+double six_digits(double value) {
+    return std::abs(value) < 1e9 ? std::round(value * 1e6) / 1e6 : value;
+}
+
+std::string dump(const Json &value) {
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 } // namespace
 
-std::string regions_csv(const Finder &finder, const GreyLevels &levels) {
-    std::string out = "id,polarity,level,value,area,variation,parent,children,depth,x,y,mxx,mxy,"
-                      "myy,angle,half_axis_long,half_axis_short,box_x,box_y,box_width,box_height\n";
+std::string json_lines(const Json &record) {
+    std::string out = "{";
+    for (const auto &[key, value] : record.items()) {
+        out += (out.size() > 1 ? ",\n  " : "\n  ") + dump(key) + ": ";
+        if (!value.is_array() || value.empty() || !value.front().is_object()) {
+            out += dump(value);
+            continue;
+        }
+        const char *separator = "[\n    ";
+        for (const Json &part : value) {
+            out += separator + dump(part);
+            separator = ",\n    ";
+        }
+        out += "\n  ]";
+    }
+    return out + "\n}\n";
+}
+
+std::string csv_field(const std::string &text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+    std::string out = "\"";
+    for (const char c : text) out.append(c == '"' ? 2 : 1, c);
+    return out + '"';
+}
+
+std::string regions_csv(const Finder &finder, const GreyLevels &levels, const Origin &origin) {
+    std::string out =
+        "file,page,id,polarity,level,value,area,variation,parent,children,depth,x,y,mxx,mxy,myy,"
+        "angle,half_axis_long,half_axis_short,box_x,box_y,box_width,box_height,eccentricity,"
+        "perimeter,intensity_mean,intensity_min,intensity_max\n";
+    const std::string lead = fmt::format("{},{}", csv_field(origin.file), origin.page);
     int32_t id = 0;
     for (const Region &region : finder.regions()) {
         const Ellipse ellipse = ellipse_of(region.moments);
         const Box &box = region.box;
-        append(out, "%d,%s,%d,%.10g,%d,%.6f,%d,%u,%u,", ++id, polarity(region), region.level,
-               end_value(region, levels), region.area, region.variation, region.parent + 1,
-               region.children, region.depth);
-        append(out, "%.6f,%.6f,%.6f,%.6f,%.6f,%.6f,", region.x, region.y,
-               kipx_mf_Mxx(&region.moments), kipx_mf_Mxy(&region.moments),
-               kipx_mf_Myy(&region.moments), ellipse.angle * degrees);
-        append(out, "%.6f,%.6f,%u,%u,%u,%u\n", ellipse.along, ellipse.across, box.x0, box.y0,
-               box.x1 - box.x0 + 1, box.y1 - box.y0 + 1);
+        auto to = std::back_inserter(out);
+        fmt::format_to(to, "{},{},{},{},{:.10g},{},{:.6f},{},{},{},", lead, ++id, polarity(region),
+                       region.level, end_value(region, levels), region.area, region.variation,
+                       region.parent + 1, region.children, region.depth);
+        fmt::format_to(to, "{:.6f},{:.6f},{:.6f},{:.6f},{:.6f},{:.6f},{:.6f},{:.6f},", region.x,
+                       region.y, kipx_mf_Mxx(&region.moments), kipx_mf_Mxy(&region.moments),
+                       kipx_mf_Myy(&region.moments), ellipse.angle * degrees, ellipse.along,
+                       ellipse.across);
+        fmt::format_to(to, "{},{},{},{},{:.6f},{:.6f},{:.10g},{:.10g},{:.10g}\n", box.x0, box.y0,
+                       box.width(), box.height(), ellipse.eccentricity(), region.perimeter,
+                       region.mean, region.least, region.greatest);
     }
     return out;
 }
 
 namespace {
 
-// The list is in the order of a walk: what is deeper than its forerunner is nested in it.
-void append_group(std::string &out, const Finder &finder, const GreyLevels &levels, bool bright) {
+Json box_json(const Box &box) { return {box.x0, box.y0, box.width(), box.height()}; }
+
+Json measures(const Region &region, size_t id, const GreyLevels &levels) {
+    const Ellipse ellipse = ellipse_of(region.moments);
+    return {{"id", id},
+            {"level", region.level},
+            {"value", end_value(region, levels)},
+            {"area", region.area},
+            {"variation", six_digits(region.variation)},
+            {"centroid", {six_digits(region.x), six_digits(region.y)}},
+            {"moments",
+             {{"xx", six_digits(kipx_mf_Mxx(&region.moments))},
+              {"xy", six_digits(kipx_mf_Mxy(&region.moments))},
+              {"yy", six_digits(kipx_mf_Myy(&region.moments))}}},
+            {"angle", six_digits(ellipse.angle * degrees)},
+            {"half_axes", {six_digits(ellipse.along), six_digits(ellipse.across)}},
+            {"eccentricity", six_digits(ellipse.eccentricity())},
+            {"perimeter", six_digits(region.perimeter)},
+            {"intensity",
+             {{"mean", six_digits(region.mean)}, {"min", region.least}, {"max", region.greatest}}},
+            {"box", box_json(region.box)}};
+}
+
+// Regions come after those around them, so that the last of them can be closed first.
+Json group(const Finder &finder, const GreyLevels &levels, bool bright) {
     const auto &regions = finder.regions();
-    uint32_t open = 0; // regions whose lists of children are being written
-    bool first = true;
-    out += "[";
-    for (size_t i = 0; i < regions.size(); ++i) {
+    std::vector<Json> records(regions.size(), Json::array()); // of those in each
+    Json out = Json::array();
+    for (size_t i = regions.size(); i-- > 0;) {
         const Region &region = regions[i];
         if (region.bright != bright) continue;
-        for (; open > region.depth; --open) out += "]}";
-        out += first ? "\n" : ",\n";
-        out.append(4 + 2 * size_t(region.depth), ' ');
-        append(out, "{\"id\": %zu, ", i + 1);
-        append_measures(out, region, levels);
-        out += ", \"children\": [";
-        ++open;
-        first = region.children > 0;
+        Json record = measures(region, i + 1, levels);
+        std::reverse(records[i].begin(), records[i].end());
+        record["children"] = std::move(records[i]);
+        (region.parent < 0 ? out : records[size_t(region.parent)]).push_back(std::move(record));
     }
-    for (; open > 0; --open) out += "]}";
-    out += "]";
+    std::reverse(out.begin(), out.end());
+    return out;
+}
+
+Json image_json(const Origin &origin) {
+    Json out = {{"file", origin.file}, {"page", origin.page}, {"pages", origin.pages}};
+    out["sha256"] = nullptr;
+    if (!origin.hash.empty()) out["sha256"] = origin.hash;
+    out["width"] = origin.shape.width;
+    out["height"] = origin.shape.height;
+    out["channels"] = origin.shape.channels;
+    out["type"] = name_of(origin.shape.type);
+    return out;
 }
 
 } // namespace
 
-std::string regions_json(const Finder &finder, const GreyLevels &levels, const std::string &source,
-                         const Shape &shape, const RegionSettings &settings) {
-    std::string out = "{\n  \"image\": {\"file\": " + json_text(source);
-    append(out, ", \"width\": %u, \"height\": %u, \"channels\": %u, \"type\": \"%s\"},\n",
-           shape.width, shape.height, shape.channels, name_of(shape.type));
-    append(out, "  \"levels\": {\"values\": %llu, \"kept\": %llu, \"lost\": %llu, \"how\": ",
-           static_cast<unsigned long long>(levels.values),
-           static_cast<unsigned long long>(levels.used),
-           static_cast<unsigned long long>(levels.lost()));
-    out += json_text(levels.way) + "},\n  \"settings\": " + settings_json(settings);
-    out += ",\n  \"dark\": ";
-    append_group(out, finder, levels, false);
-    out += ",\n  \"bright\": ";
-    append_group(out, finder, levels, true);
-    return out + "\n}\n";
+std::string regions_json(const Finder &finder, const GreyLevels &levels, const Origin &origin,
+                         const RegionSettings &settings) {
+    Json out = Json::object();
+    out["kipx"] = KIPX_VERSION;
+    out["image"] = image_json(origin);
+    out["levels"] = {{"values", levels.values},
+                     {"kept", levels.used},
+                     {"lost", levels.lost()},
+                     {"how", levels.way}};
+    out["settings"] = settings_json(settings);
+    out["dark"] = group(finder, levels, false);
+    out["bright"] = group(finder, levels, true);
+    return json_lines(out);
 }
 
-Image region_labels(const Finder &finder, const Image &levels) {
+namespace {
+
+// Calls what(region, id) with every region's raster filled.
+template<class What> void each_raster(const Finder &finder, What &&what) {
+    Raster raster;
+    std::vector<Place> places;
+    size_t id = 0;
+    for (const Region &region : finder.regions()) {
+        finder.pixels(region, places);
+        raster.set(region.box, places);
+        what(region, ++id, raster);
+    }
+}
+
+Json ring_json(const Ring &ring) {
+    Json out = Json::array();
+    for (const Place &corner : ring) out.push_back({corner.x, corner.y});
+    out.push_back(out.front()); // closed
+    return out;
+}
+
+Json geometry(const Raster &raster) {
+    Json polygons = Json::array();
+    for (const Polygon &polygon : raster.polygons()) {
+        Json rings = Json::array({ring_json(polygon.outer)});
+        for (const Ring &hole : polygon.holes) rings.push_back(ring_json(hole));
+        polygons.push_back(std::move(rings));
+    }
+    const bool single = polygons.size() == 1;
+    return {{"type", single ? "Polygon" : "MultiPolygon"},
+            {"coordinates", single ? polygons.front() : polygons}};
+}
+
+} // namespace
+
+std::string regions_runs(const Finder &finder, const Origin &origin) {
+    const Extent size = finder.size();
+    Json out = Json::object();
+    out["info"] = {{"description", "stable regions, kipx " KIPX_VERSION}};
+    out["images"] = Json::array(
+        {{{"id", 1}, {"file_name", origin.file}, {"width", size.width}, {"height", size.height}}});
+    out["categories"] = {{{"id", 1}, {"name", "dark"}}, {{"id", 2}, {"name", "bright"}}};
+    Json &annotations = out["annotations"] = Json::array();
+    each_raster(finder, [&](const Region &region, size_t id, const Raster &raster) {
+        Json runs = {{"size", {size.height, size.width}}, {"counts", raster.runs(size)}};
+        annotations.push_back({{"id", id},
+                               {"image_id", 1},
+                               {"category_id", region.bright ? 2 : 1},
+                               {"area", region.area},
+                               {"bbox", box_json(region.box)},
+                               {"iscrowd", 1},
+                               {"segmentation", std::move(runs)}});
+    });
+    return json_lines(out);
+}
+
+std::string regions_outlines(const Finder &finder) {
+    Json out = Json::object();
+    out["type"] = "FeatureCollection";
+    Json &features = out["features"] = Json::array();
+    each_raster(finder, [&](const Region &region, size_t id, const Raster &raster) {
+        Json properties = {{"polarity", polarity(region)},
+                           {"area", region.area},
+                           {"level", region.level},
+                           {"parent", region.parent + 1}};
+        features.push_back({{"type", "Feature"},
+                            {"id", id},
+                            {"properties", std::move(properties)},
+                            {"geometry", geometry(raster)}});
+    });
+    return json_lines(out);
+}
+
+Image region_labels(const Finder &finder) {
     const auto &regions = finder.regions();
     std::vector<size_t> order(regions.size());
     std::iota(order.begin(), order.end(), size_t(0));
     std::stable_sort(order.begin(), order.end(),
                      [&](size_t a, size_t b) { return regions[a].area > regions[b].area; });
-    Image out({KIPX_S32, levels.width(), levels.height(), 1});
+    Image out({KIPX_S32, finder.size().width, finder.size().height, 1});
     std::vector<Place> places;
     for (const size_t i : order) {
         finder.pixels(regions[i], places);

@@ -1,44 +1,42 @@
-// settings.h - what the region commands can be told, and their texts on the command line.
+// settings.h - what the region commands can be told.
 //
-// Gives    RegionSettings, the values that the library is called with; RegionArguments, the same as
-//          texts; and add_region_options, which adds the options to a command.
-// Promises a text that does not fit throws a Failure that names the option.
+// Gives    RegionSettings, the values that the library is called with; add_region_options, which
+//          lets a command line set them; and their record.
+// Promises limits that can admit no region are refused, with the option that is to blame.
 #pragma once
 
+#include "command.h"
+#include "image/place.h"
 #include "regions/quantise.h"
 
-#include <CLI/CLI.hpp>
-#include <kipx/types.h>
+#include <nlohmann/json_fwd.hpp>
 
 #include <optional>
 #include <string>
 
+// A region has this many pixels at least, whatever is asked for.
+inline constexpr int32_t least_region = 16;
+
 struct RegionSettings {
     int32_t delta = 5;
     int32_t min_area_pixels = 30;
-    float min_area_fraction = 0;
+    float min_area_fraction = 0; // where not 0, it counts instead
     float max_area_fraction = 0.1f;
     float max_variation = 0.3f;
     float min_diversity = 0.3f;
     bool dark = true, bright = true;
     bool eight = true; // neighbours
     bool fast = false;
+    bool limits_given = false; // of areas: then a picture that they leave nothing of is refused
     Levels levels = Levels::automatic;
-    std::optional<kipx_site> roi;
+    std::optional<Part> roi;
     std::string mask; // a file, or empty
+
+    // After the options are in: refuses areas that exclude each other, and raises a least area below
+    // that of any region, with a note.
+    void settle(const Globals &globals, const CLI::App &command);
 };
 
-struct RegionArguments {
-    std::string delta, min_area_pixels, min_area, max_area, max_variation, min_diversity, polarity,
-        connectivity, mask, roi, levels;
-    bool fast = false;
-
-    RegionSettings settings() const;
-};
-
-// The options of flooding: polarity, connectivity, mask, roi and levels.
-void add_flood_options(CLI::App &command, RegionArguments &given);
-// The options of stability besides.
-void add_region_options(CLI::App &command, RegionArguments &given);
-// Every setting that changes results, as a JSON object on one line; the fast form is none.
-std::string settings_json(const RegionSettings &settings);
+void add_region_options(CLI::App &command, RegionSettings &settings);
+// Every setting that changes results; the fast form is none.
+nlohmann::ordered_json settings_json(const RegionSettings &settings);

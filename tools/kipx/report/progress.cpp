@@ -1,28 +1,29 @@
 // progress.cpp - see progress.h.
 #include "report/progress.h"
 
+#include "report/terminal.h"
+
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <string>
+#include <cstring>
 #include <unistd.h>
 
 namespace {
 
-std::string clock_text(double seconds) {
+// "1:02:03" or "2:03" into a text of 32 characters.
+void clock_text(double seconds, char *text) {
     const auto whole = static_cast<long>(std::ceil(seconds));
-    char text[32];
     if (whole >= 3600)
-        std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60,
-                      whole % 60);
+        std::snprintf(text, 32, "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
     else
-        std::snprintf(text, sizeof text, "%ld:%02ld", whole / 60, whole % 60);
-    return text;
+        std::snprintf(text, 32, "%ld:%02ld", whole / 60, whole % 60);
 }
 
 } // namespace
 
 Progress::Progress(size_t total, bool quiet)
-    : total_(total), on_(!quiet && total > 1 && isatty(STDERR_FILENO)) {}
+    : total_(total), on_(!quiet && total > 1 && takes_escapes(STDERR_FILENO)) {}
 
 void Progress::step(bool worked) {
     ++done_;
@@ -31,16 +32,23 @@ void Progress::step(bool worked) {
 
 void Progress::show() {
     if (!on_ || done_ >= total_) return;
-    constexpr size_t width = 30;
-    const size_t full = width * done_ / total_;
-    const std::string bar = std::string(full, '#') + std::string(width - full, '.');
-    std::string left = "?";
+    char left[32] = "?", count[96], bar[32] = "";
     if (worked_ > 0) {
         const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start_;
-        left = clock_text(spent.count() / double(worked_) * double(total_ - done_));
+        clock_text(spent.count() / double(worked_) * double(total_ - done_), left);
     }
-    std::fprintf(stderr, "\r\033[K[%s] %zu of %zu, %s left", bar.c_str(), done_, total_,
-                 left.c_str());
+    std::snprintf(count, sizeof count, "%zu of %zu, %s left", done_, total_, left);
+    const int columns = int(terminal_size(STDERR_FILENO).width) - 1;
+    const int room = columns - int(std::strlen(count)) - 3;
+    if (room >= 5) {
+        const size_t width = size_t(std::min(room, 30));
+        std::memset(bar, '.', width);
+        std::memset(bar, '#', width * done_ / total_);
+        bar[width] = 0;
+        std::fprintf(stderr, "\r\033[K[%s] %s", bar, count);
+    } else {
+        std::fprintf(stderr, "\r\033[K%.*s", std::max(columns, 0), count);
+    }
     shown_ = true;
 }
 

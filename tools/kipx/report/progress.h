@@ -2,8 +2,8 @@
 //
 // Gives    Progress: counts what is done and draws bar, count and time left; hide() before anything
 //          else is printed.
-// Promises nothing is printed when stderr is no terminal, or quietly asked for. One thread at a
-//          time.
+// Promises nothing is printed when stderr is no terminal or a dumb one, or quietly asked for. The bar
+//          stays on its line in a terminal of any width. Takes no memory. One thread at a time.
 #pragma once
 
 #include <chrono>

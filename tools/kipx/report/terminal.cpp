@@ -1,8 +1,12 @@
 // terminal.cpp - see terminal.h.
 #include "report/terminal.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -26,18 +30,33 @@ Colour mean_colour(const Image &picture, uint32_t x0, uint32_t y0, uint32_t x1, 
 
 } // namespace
 
-bool is_terminal() { return isatty(STDOUT_FILENO); }
+bool takes_escapes(int descriptor) {
+    const char *kind = std::getenv("TERM");
+    return isatty(descriptor) && kind && std::strcmp(kind, "dumb") != 0;
+}
 
-void show(const Image &picture) {
-    if (!is_terminal() || picture.type() != KIPX_U8) return;
+bool takes_colours(int descriptor) {
+    const char *refused = std::getenv("NO_COLOR");
+    return takes_escapes(descriptor) && !(refused && *refused);
+}
+
+Extent terminal_size(int descriptor) {
     winsize window = {};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_col == 0) window.ws_col = 80;
-    uint32_t columns = std::min<uint32_t>(window.ws_col - 1u, picture.width());
+    if (ioctl(descriptor, TIOCGWINSZ, &window) != 0) return {80, 24};
+    return {window.ws_col ? window.ws_col : 80u, window.ws_row ? window.ws_row : 24u};
+}
+
+void show(const Image &picture, uint32_t lines_above) {
+    if (!takes_colours(STDOUT_FILENO) || picture.type() != KIPX_U8) return;
+    const Extent room = terminal_size(STDOUT_FILENO);
+    const uint32_t most =
+        room.height > lines_above + 1 ? std::min(room.height - lines_above - 1, 40u) : 0;
+    if (most < 4) return; // nothing could be made out
+    uint32_t columns = std::min(room.width - 1u, picture.width());
     uint32_t lines = uint32_t(uint64_t(columns) * picture.height() / picture.width() / 2);
-    if (lines > 40) {
-        lines = 40;
-        columns = uint32_t(
-            std::max<uint64_t>(uint64_t(lines) * 2 * picture.width() / picture.height(), 1));
+    if (lines > most) {
+        lines = most;
+        columns = uint32_t(uint64_t(lines) * 2 * picture.width() / picture.height());
     }
     columns = std::max(columns, 1u);
     lines = std::max(lines, 1u);
@@ -51,27 +70,24 @@ void show(const Image &picture) {
             const Colour upper = mean_colour(picture, x_of(i), y_of(y), x_of(i + 1), y_of(y + 1));
             const Colour lower =
                 mean_colour(picture, x_of(i), y_of(y + 1), x_of(i + 1), y_of(y + 2));
-            std::printf("\033[38;2;%u;%u;%um\033[48;2;%u;%u;%um\u2580", upper.red, upper.green,
-                        upper.blue, lower.red, lower.green, lower.blue);
+            fmt::print("\033[38;2;{};{};{}m\033[48;2;{};{};{}m\u2580", upper.red, upper.green,
+                       upper.blue, lower.red, lower.green, lower.blue);
         }
         std::printf("\033[0m\n");
     }
 }
 
-void Steps::head() const {
-    if (!quiet_) std::printf("%-24s %10s %10s  %s\n", "step", "time", "Mpixel/s", "");
+void Steps::say(const std::string &line) {
+    if (quiet_) return;
+    fmt::print("{}\n", line);
+    const uint32_t width = terminal_size(STDOUT_FILENO).width;
+    lines_ += line.empty() ? 1 : (uint32_t(line.size()) + width - 1) / width;
+    std::fflush(stdout);
 }
 
-void Steps::row(const std::string &name, double seconds, uint64_t pixels,
-                const std::string &note) const {
-    if (quiet_) return;
-    std::string rate = "-";
-    if (pixels > 0 && seconds > 0) {
-        char text[32];
-        std::snprintf(text, sizeof text, "%.0f", double(pixels) / seconds / 1e6);
-        rate = text;
-    }
-    std::printf("%-24s %7.2f ms %10s  %s\n", name.c_str(), seconds * 1e3, rate.c_str(),
-                note.c_str());
-    std::fflush(stdout);
+void Steps::row(const std::string &name, double seconds, uint64_t pixels, const std::string &note) {
+    if (lines_ == 0) say(fmt::format("{:<24} {:>10} {:>10}", "step", "time", "Mpixel/s"));
+    const bool rated = pixels > 0 && seconds > 0;
+    const std::string rate = rated ? fmt::format("{:.0f}", double(pixels) / seconds / 1e6) : "-";
+    say(fmt::format("{:<24} {:7.2f} ms {:>10}  {}", name, seconds * 1e3, rate, note));
 }

@@ -1,10 +1,9 @@
 // noise.h - random numbers, smooth noise and camera noise, in integers only.
 //
 // Gives    counter-based random words, lattice noise, Poisson and normal deviates.
-// Promises the same numbers on every machine and in every later version: pictures made with them
-// are
-//          pinned by their checksums. Every value depends on its key alone, so that rows may be
-//          made in any order.
+// Promises the same numbers on every machine and in every later version: pictures made with them are
+//          pinned by their checksums. Every value depends on its key alone, so that rows may be made
+//          in any order.
 #pragma once
 
 #include <cstdint>

@@ -259,37 +259,29 @@ namespace {
 
 constexpr int32_t read_noise = 6 * 16; // deviation, in sixteenths of a photon
 
-template<class Value> Image camera(const Image &light, uint32_t type, Value &&value) {
-    Image out({type, light.width(), light.height(), light.channels()});
+template<class Value> Image camera(const Image &light, Value &&value) {
+    Image out({KIPX_U8, light.width(), light.height(), light.channels()});
     const auto *in = light.as<uint16_t>();
     for (uint64_t i = 0; i < light.elements(); ++i) {
         const int32_t charge = std::clamp(value(i, int32_t(in[i])), 0, int32_t(UINT16_MAX));
-        if (type == KIPX_U16)
-            out.as<uint16_t>()[i] = uint16_t(charge);
-        else
-            out.data()[i] = uint8_t(std::min((charge + light_per_step / 2) / light_per_step, 255));
+        out.data()[i] = uint8_t(std::min((charge + light_per_step / 2) / light_per_step, 255));
     }
     return out;
 }
 
 } // namespace
 
-Image noisy_frame(const Image &light, uint64_t key, uint32_t type) {
+Image noisy_frame(const Image &light, uint64_t key) {
     const uint64_t start = mixed(key ^ 0x6672616D65);
-    return camera(light, type, [start](uint64_t i, int32_t expected) {
+    return camera(light, [start](uint64_t i, int32_t expected) {
         Random random(start + i);
         const int32_t arrived = photons(random, expected); // before the draw for the read-out
         return arrived * 16 + normal(random) * read_noise / 256;
     });
 }
 
-Image exposed(const Image &light, uint32_t type) {
-    return camera(light, type, [](uint64_t, int32_t expected) { return expected; });
+Image exposed(const Image &light) {
+    return camera(light, [](uint64_t, int32_t expected) { return expected; });
 }
 
-Image light_of(const Image &picture) {
-    Image out({KIPX_U16, picture.width(), picture.height(), picture.channels()});
-    for (uint64_t i = 0; i < picture.elements(); ++i)
-        out.as<uint16_t>()[i] = uint16_t(picture.data()[i] * light_per_step);
-    return out;
-}
+uint64_t frame_key(uint64_t seed, uint64_t number) { return mixed(seed) + number; }

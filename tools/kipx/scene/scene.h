@@ -2,7 +2,7 @@
 // nuclei and grain, and a camera with photon and read noise.
 //
 // Gives    Scene: the expected light, the illumination alone and the labels of the cells; and noisy
-//          frames of any expected light, also of that of a given picture.
+//          frames of any expected light.
 // Promises integer arithmetic only: the same bytes on every machine for the same options. A cell
 //          looks the same wherever rows are cut. Light is counted in sixteenths of a photon.
 // Costs    some 100 ns a pixel, and beside the result a band of rows and 80 bytes a cell.
@@ -24,8 +24,7 @@ class Scene {
 public:
     explicit Scene(const SceneOptions &options);
 
-    // Expected light, u16. labels, when given, becomes an s32 image: 0 background, else 1 to
-    // cells().
+    // Expected light, u16. labels, when given, becomes an s32 image: 0 background, else 1 to cells().
     Image light(Image *labels = nullptr) const;
     // The light where there is no cell, u16.
     Image illumination() const;
@@ -60,10 +59,9 @@ private:
     std::vector<uint32_t> row_starts_; // first cell of each row of slots, and the end
 };
 
-// A frame that the camera takes of u16 light with any number of channels. type is KIPX_U8 (a step
-// is 4 photons) or KIPX_U16 (a step is a sixteenth of a photon). key tells frames apart.
-Image noisy_frame(const Image &light, uint64_t key, uint32_t type);
+// A frame that the camera takes of u16 light: u8, a step is 4 photons. key tells frames apart.
+Image noisy_frame(const Image &light, uint64_t key);
 // The same without noise.
-Image exposed(const Image &light, uint32_t type);
-// The light that would give a u8 picture.
-Image light_of(const Image &picture);
+Image exposed(const Image &light);
+// The key of a frame of the scene with a seed.
+uint64_t frame_key(uint64_t seed, uint64_t number);
