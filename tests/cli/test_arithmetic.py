@@ -70,11 +70,12 @@ class Arithmetic(ProgramCase):
         np.testing.assert_array_equal(got, (np.trunc(a.astype("f8") / b) * 8).clip(0, 255))
         self.assertGreater(told, 0)
 
-    def test_both_switches_give_the_same(self):
+    def test_every_form_gives_the_same(self):
         a, b = numbers("u8", 7, (99, 301)), numbers("u8", 8, (99, 301))
-        results = [self.compute("mul", a, b, "--scale", "-3", "--simd", simd)[0] for simd in ("on", "off")]
-        np.testing.assert_array_equal(*results)
-        np.testing.assert_array_equal(results[0], np.rint(a.astype("f8") * b / 8).clip(0, 255))
+        results = [self.compute("mul", a, b, "--scale", "-3", *form)[0]
+                   for form in (("--simd", "on"), ("--simd", "off"), ("--set", "best"))]
+        for result in results:
+            np.testing.assert_array_equal(result, np.rint(a.astype("f8") * b / 8).clip(0, 255))
 
     def test_what_there_is_no_kernel_for(self):
         self.put("f.npy", numbers("f32", 3))

@@ -21,6 +21,7 @@ class App;
 
 struct Globals {
     bool simd = true;
+    int set = KIPX_SIMD_BEST; // of the vector forms, as kipx_set_simd takes it
     bool quiet = false;
     bool as_stored = false; // pictures are not turned
     uint64_t max_pixels = default_max_pixels;

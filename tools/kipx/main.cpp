@@ -100,6 +100,9 @@ int run(int count, char **arguments) {
     app.set_help_all_flag("--help-all", "Show the help of every command");
     add_choice(app, "--simd", globals.simd, {{"on", true}, {"off", false}},
                "Vector forms of the kernels; the results are the same");
+    add_choice(app, "--set", globals.set,
+               {{"best", KIPX_SIMD_BEST}, {"avx2", KIPX_SIMD_AVX2}, {"avx512", KIPX_SIMD_AVX512}},
+               "Instruction set of the vector forms");
     add_value(app, "--max-pixels", globals.max_pixels, whole(1, int64_t(1) << 32), "N",
               "Refuse image files with more pixels")
         ->capture_default_str();
@@ -108,7 +111,11 @@ int run(int count, char **arguments) {
     app.add_flag("-q,--quiet", globals.quiet, "Print nothing but errors");
     app.fallthrough();
     app.require_subcommand(0, 1);
-    app.parse_complete_callback([&] { kipx_set_simd(globals.simd); });
+    app.parse_complete_callback([&] {
+        kipx_set_simd(globals.simd ? globals.set : KIPX_SIMD_OFF);
+        if (globals.simd && globals.set != KIPX_SIMD_BEST && kipx_simd_set(0) != globals.set)
+            throw CLI::ValidationError("--set", "got a set that this processor does not have");
+    });
 #define KIPX_ADD_COMMAND(name) add_##name##_commands(app, globals);
     KIPX_COMMANDS(KIPX_ADD_COMMAND)
 #undef KIPX_ADD_COMMAND

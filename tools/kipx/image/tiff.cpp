@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstring>
+#include <fcntl.h>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -340,24 +341,26 @@ bool encode(TIFF *tiff, const Image &image, bool compress) {
     const int kind = !is_integer(image.type()) ? SAMPLEFORMAT_IEEEFP
                      : image.type() & 8        ? SAMPLEFORMAT_INT
                                                : SAMPLEFORMAT_UINT;
-    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, image.width());
-    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, image.height());
-    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, int(size_of(image.type()) * 8));
-    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, int(image.channels()));
-    TIFFSetField(tiff, TIFFTAG_SAMPLEFORMAT, kind);
-    TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC,
-                 image.channels() < 3 ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB);
-    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, rows);
-    if (compress) {
-        TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
-        TIFFSetField(tiff, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
-        TIFFSetField(tiff, TIFFTAG_ZIPQUALITY, 3);
-    }
-    if (image.channels() == 2 || image.channels() == 4) {
-        const uint16_t extra = EXTRASAMPLE_UNASSALPHA;
-        TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &extra);
-    }
+    const uint16_t extra = EXTRASAMPLE_UNASSALPHA;
+    const bool alpha = image.channels() == 2 || image.channels() == 4;
+    const int light = image.channels() < 3 ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB;
+    // A tag that finds no memory is refused; libtiff would go on without it, or with half a codec. One
+    // of its two ways to deflate is named, so that the bytes do not depend on which one it has.
+    const bool tagged =
+        TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, image.width()) &&
+        TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, image.height()) &&
+        TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, int(size_of(image.type()) * 8)) &&
+        TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, int(image.channels())) &&
+        TIFFSetField(tiff, TIFFTAG_SAMPLEFORMAT, kind) &&
+        TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) &&
+        TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, light) &&
+        TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, rows) &&
+        (!compress || (TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE) &&
+                       TIFFSetField(tiff, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL) &&
+                       TIFFSetField(tiff, TIFFTAG_ZIPQUALITY, 3) &&
+                       TIFFSetField(tiff, TIFFTAG_DEFLATE_SUBCODEC, DEFLATE_SUBCODEC_ZLIB))) &&
+        (!alpha || TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &extra));
+    if (!tagged) return false;
     for (uint32_t y = 0, strip = 0; y < image.height(); y += rows, ++strip) {
         const auto size = tmsize_t(std::min(rows, image.height() - y) * image.row_bytes());
         // libtiff takes a pointer to changeable bytes, and changes them only for the other byte
@@ -374,8 +377,10 @@ void write(const Image &image, const Sink &sink) {
     const int descriptor = dup(fileno(sink.file)); // the handle closes it
     const Handle tiff(TIFFFdOpen(descriptor, "file", large ? "w8" : "w"), TIFFClose);
     if (!tiff && descriptor >= 0) close(descriptor);
-    if (!tiff || !encode(tiff.get(), image, sink.compress && is_integer(image.type())))
-        sink.fail_encoding(std::string("TIFF: ") + last_error);
+    if (tiff && encode(tiff.get(), image, sink.compress && is_integer(image.type()))) return;
+    // What is incomplete is not to be written by closing it.
+    if (tiff) TIFFSetMode(tiff.get(), O_RDONLY);
+    sink.fail_encoding(std::string("TIFF: ") + last_error);
 }
 
 constexpr const char *endings[] = {".tif", ".tiff"};
