@@ -75,7 +75,7 @@ template<class T> void find_bins(u32 *bin, const void *src, size_t n, const BinR
         t = t > 0.0 ? t : 0.0; // NaN becomes 0, too, and is left out below
         t = t < last ? t : last;
         u32 b = static_cast<u32>(static_cast<s32>(t));
-        bin[i] = (x >= least) & (x <= most) ? b : none;
+        bin[i] = ((x >= least) & (x <= most)) ? b : none;
     }
 }
 
