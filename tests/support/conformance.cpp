@@ -151,12 +151,12 @@ private:
         for (uint32_t i = 0; i < op_.sources; ++i)
             f.src[i] = flat(placed_[sources_[i]], origins[1 + i]);
         kipx_pos mask_origin = {};
-        uint32_t mask_strides[3] = {};
+        uint32_t mask_strides[4] = {}; // the unused leading slot first
         if (op_.has_mask) {
             f.mask = flat(placed_.back(), mask_origin);
-            std::copy(f.mask.strides, f.mask.strides + 3, mask_strides);
-            if (args_.mask->shape().channels == 1) mask_strides[2] = 0;
-            f.mask.strides = mask_strides;
+            std::copy(f.mask.strides, f.mask.strides + 3, mask_strides + 1);
+            if (args_.mask->shape().channels == 1) mask_strides[3] = 0;
+            f.mask.strides = mask_strides + 1;
         }
         return op_.call(level_, args_, f);
     }
