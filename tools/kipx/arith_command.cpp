@@ -18,12 +18,12 @@
 
 namespace {
 
-using Function = decltype(&KipxAdd);
+using ArithFunction = decltype(&KipxAdd);
 
-struct Operation {
+struct ArithOperation {
     const char *name;
     const char *help;
-    Function wrap, saturate, sign; // the last two null where the operation has no such form
+    ArithFunction wrap, saturate, sign; // the last two null where the operation has no such form
     double (*exact)(double a, double b);
     int divisor;    // which source divides, 1 or 2; 0 for none
     bool truncates; // integers divided as integers, where a zero cannot be answered
@@ -36,7 +36,7 @@ double product(double a, double b) { return a * b; }
 double quotient(double a, double b) { return a / b; }
 double quotient_back(double a, double b) { return b / a; }
 
-const Operation operations[] = {
+const ArithOperation arith_operations[] = {
     {"add", "A + B", KipxAdd, KipxAddq, KipxAddsq, sum, 0, false},
     {"sub", "A - B", KipxSub, KipxSubq, KipxSubsq, difference, 0, false},
     {"rsub", "B - A", KipxRSub, KipxRSubq, KipxRSubsq, difference_back, 0, false},
@@ -51,7 +51,7 @@ const Operation operations[] = {
 
 enum class Overflow { saturate, wrap, sign };
 
-struct Arguments {
+struct ArithArguments {
     std::string a, b;
     Goal goal;
     int32_t scale = 0;
@@ -76,8 +76,8 @@ bool both_integers(const Image &a, const Image &b) {
 
 // The library's function: that of the form asked for, saturation where none was. Scaled and float
 // results, and those formed in floats, are saturated by the plain one.
-Function form_of(const Operation &operation, const Arguments &given, uint32_t type, const Image &a,
-                 const Image &b) {
+ArithFunction form_of(const ArithOperation &operation, const ArithArguments &given, uint32_t type,
+                      const Image &a, const Image &b) {
     const char *why = !operation.saturate    ? "always saturates"
                       : given.scale != 0     ? "saturates whenever there is a --scale"
                       : !is_integer(type)    ? "gives f32 here, which does not overflow"
@@ -111,7 +111,7 @@ Image computable(Image image, const std::string &path) {
 }
 
 // Asks the library whether it computes dst from a and b.
-bool has_kernel(Function form, uint32_t dst, uint32_t a, uint32_t b) {
+bool has_kernel(ArithFunction form, uint32_t dst, uint32_t a, uint32_t b) {
     Environment environment;
     const Image images[] = {Image({dst, 1, 1, 1}), Image({a, 1, 1, 1}), Image({b, 1, 1, 1})};
     const kipx_arr arrays[] = {images[0].arr(), images[1].arr(), images[2].arr()};
@@ -123,7 +123,8 @@ bool has_kernel(Function form, uint32_t dst, uint32_t a, uint32_t b) {
 
 // Brings the sources to types that there is a kernel for: as they are, else both in the narrowest
 // type that holds them.
-void match_types(const Operation &operation, Function form, uint32_t dst, Image &a, Image &b) {
+void match_types(const ArithOperation &operation, ArithFunction form, uint32_t dst, Image &a,
+                 Image &b) {
     if (has_kernel(form, dst, a.type(), b.type())) return;
     const int least = std::max(rank(a.type()), rank(b.type()));
     for (int i = least; i < int(std::size(compute_types)); ++i) {
@@ -148,7 +149,7 @@ Place place_of(const char *option, const std::optional<Place> &given, Place othe
 }
 
 // A zero in the part of the divisor that is used.
-void check_divisor(const Operation &operation, const Image &image, const std::string &path,
+void check_divisor(const ArithOperation &operation, const Image &image, const std::string &path,
                    Place at, const Shape &region) {
     if (!is_integer(image.type())) return;
     with_type(image.type(), [&](auto sample) {
@@ -165,12 +166,12 @@ void check_divisor(const Operation &operation, const Image &image, const std::st
     });
 }
 
-struct Job {
+struct ArithJob {
     Image a, b, result;
     Place at1, at2;
 };
 
-void load_sources(const Globals &globals, const Arguments &given, Job &job) {
+void load_sources(const Globals &globals, const ArithArguments &given, ArithJob &job) {
     std::error_code error;
     if (given.a == given.b && !std::filesystem::is_regular_file(given.a, error) &&
         (given.a == "-" || std::filesystem::exists(given.a, error)))
@@ -197,8 +198,8 @@ void load_sources(const Globals &globals, const Arguments &given, Job &job) {
 }
 
 // Loads the sources and lays out the result: the region that both of them cover.
-Job prepare(const Globals &globals, const Arguments &given) {
-    Job job;
+ArithJob prepare(const Globals &globals, const ArithArguments &given) {
+    ArithJob job;
     load_sources(globals, given, job);
     const Place corner = given.roi ? Place{given.roi->x, given.roi->y} : Place{};
     job.at1 = place_of("--at1", given.at1, corner, job.a, given.a);
@@ -216,7 +217,7 @@ Job prepare(const Globals &globals, const Arguments &given) {
 
 // Pixels of which a channel's exact result does not fit the result's type. A quotient by zero has a
 // result of its own and does not count.
-uint64_t beyond(const Operation &operation, const Job &job, const Arguments &given) {
+uint64_t beyond(const ArithOperation &operation, const ArithJob &job, const ArithArguments &given) {
     const uint32_t channels = job.result.channels();
     uint64_t out = 0;
     const auto row_of = [](auto sample, const Image &image, Place at, uint32_t y) {
@@ -252,10 +253,11 @@ uint64_t beyond(const Operation &operation, const Job &job, const Arguments &giv
     return out;
 }
 
-void run(const Globals &globals, const Operation &operation, const Arguments &given) {
+void run_arith(const Globals &globals, const ArithOperation &operation,
+               const ArithArguments &given) {
     check_goal(given.goal);
-    Job job = prepare(globals, given);
-    const Function form = form_of(operation, given, job.result.type(), job.a, job.b);
+    ArithJob job = prepare(globals, given);
+    const ArithFunction form = form_of(operation, given, job.result.type(), job.a, job.b);
     match_types(operation, form, job.result.type(), job.a, job.b);
     if (operation.truncates)
         check_divisor(operation, operation.divisor == 1 ? job.a : job.b,
@@ -279,9 +281,9 @@ void run(const Globals &globals, const Operation &operation, const Arguments &gi
 } // namespace
 
 void add_arith_commands(CLI::App &app, const Globals &globals) {
-    for (const Operation &operation : operations) {
+    for (const ArithOperation &operation : arith_operations) {
         CLI::App *command = app.add_subcommand(operation.name, operation.help);
-        auto given = std::make_shared<Arguments>();
+        auto given = std::make_shared<ArithArguments>();
         add_value(*command, "A", given->a, filled(), "", "First image file; - is standard input")
             ->required();
         add_value(*command, "B", given->b, filled(), "", "Second image file")->required();
@@ -309,6 +311,6 @@ void add_arith_commands(CLI::App &app, const Globals &globals) {
         command->footer(fmt::format("Example: kipx {} a.png b.png -o out.png --scale -1 --type u8\n"
                                     "How many pixels did not fit the type is told on stderr.",
                                     operation.name));
-        command->callback([&globals, &operation, given] { run(globals, operation, *given); });
+        command->callback([&globals, &operation, given] { run_arith(globals, operation, *given); });
     }
 }

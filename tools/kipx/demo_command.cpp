@@ -75,7 +75,7 @@ void prepare_folder(const DemoArguments &given) {
     Marker(demo_note(given.folder), nullptr).remove(true);
 }
 
-void run(const Globals &globals, const CLI::App &command, DemoArguments &given) {
+void run_demo(const Globals &globals, const CLI::App &command, DemoArguments &given) {
     for (const char *option : {"--frames", "--size", "--seed"})
         if (!given.image.empty() && command.count(option) > 0)
             fail("{}: got it with the picture '{}', expected it without IMAGE, for the scene alone",
@@ -124,5 +124,5 @@ void add_demo_commands(CLI::App &app, const Globals &globals) {
         "Example: kipx demo photo.jpg -o out\n"
         "Of the scene, where --max-area is not given, regions of up to 6000 pixels are\n"
         "found.");
-    command->callback([&globals, command, given] { run(globals, *command, *given); });
+    command->callback([&globals, command, given] { run_demo(globals, *command, *given); });
 }

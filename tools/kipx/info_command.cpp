@@ -10,7 +10,7 @@
 
 namespace {
 
-struct Arguments {
+struct InfoArguments {
     std::vector<std::string> paths;
     uint32_t page = 1;
 };
@@ -27,7 +27,7 @@ std::string remarks(const Picture &picture, const Extremes &range, bool as_store
     return out;
 }
 
-void run(const Globals &globals, const Arguments &given) {
+void run_info(const Globals &globals, const InfoArguments &given) {
     size_t name_width = 4;
     for (const std::string &path : given.paths) name_width = std::max(name_width, path.size());
     bool headed = false, failed = false;
@@ -59,12 +59,12 @@ void run(const Globals &globals, const Arguments &given) {
 
 void add_info_commands(CLI::App &app, const Globals &globals) {
     CLI::App *command = app.add_subcommand("info", "Sizes, types and values of image files");
-    auto given = std::make_shared<Arguments>();
+    auto given = std::make_shared<InfoArguments>();
     command->add_option("FILE", given->paths, "Image files; - is standard input")
         ->required()
         ->type_name("");
     add_page_option(*command, given->page);
     command->footer("Example: kipx info cells/*.tif\n"
                     "Least, greatest and mean value are those of the finite values of the page.");
-    command->callback([&globals, given] { run(globals, *given); });
+    command->callback([&globals, given] { run_info(globals, *given); });
 }

@@ -24,7 +24,7 @@ using Json = nlohmann::ordered_json;
 enum class Masks { none, runs, polygons };
 constexpr uint32_t all_pages = 0;
 
-struct Arguments {
+struct MserArguments {
     Selection selection;
     uint32_t jobs = 1, page = 1;
     bool resume = false, no_labels = false, no_overlay = false;
@@ -34,9 +34,9 @@ struct Arguments {
 };
 
 // What all images share. The hash of a file is asked for once, however many pages it has.
-struct Job {
+struct MserJob {
     const Globals &globals;
-    const Arguments &given;
+    const MserArguments &given;
     std::vector<Input> inputs;
     Picture mask;
     Json mask_record;
@@ -46,7 +46,7 @@ struct Job {
 };
 
 // Where the results of one image go, and of which kind: a suffix each.
-std::vector<std::string> suffixes(const Arguments &given) {
+std::vector<std::string> suffixes(const MserArguments &given) {
     std::vector<std::string> out = {".csv", ".json"};
     if (!given.no_labels) out.push_back(".labels.tif");
     if (!given.no_overlay) out.push_back(".overlay.png");
@@ -55,7 +55,7 @@ std::vector<std::string> suffixes(const Arguments &given) {
     return out;
 }
 
-std::string target(const Arguments &given, const std::string &name) {
+std::string target(const MserArguments &given, const std::string &name) {
     return (fs::path(given.selection.output) / name).string();
 }
 
@@ -84,7 +84,7 @@ std::vector<Input> with_pages(const Globals &globals, std::vector<Input> inputs)
 
 // Every image has files of its own, and none of them is an image that was given, or the mask: the
 // results would take its place while later images still need it.
-void check_targets(const Job &job) {
+void check_targets(const MserJob &job) {
     std::map<std::string, std::string> inputs;
     std::set<std::string> names;
     std::error_code error;
@@ -109,7 +109,7 @@ void check_targets(const Job &job) {
     check("all images", target(job.given, "summary.csv"));
 }
 
-Json record_of(Job &job, const std::string &path) {
+Json record_of(MserJob &job, const std::string &path) {
     {
         const std::lock_guard lock(job.mutex);
         if (const auto found = job.records.find(path); found != job.records.end())
@@ -121,8 +121,8 @@ Json record_of(Job &job, const std::string &path) {
 }
 
 // Everything that the results depend on.
-Json key_of(const Job &job, const Input &input, const Json &record) {
-    const Arguments &given = job.given;
+Json key_of(const MserJob &job, const Input &input, const Json &record) {
+    const MserArguments &given = job.given;
     Json out = Json::object();
     out["kipx"] = KIPX_VERSION;
     out["file"] = input.file;
@@ -185,10 +185,10 @@ const Image &shown(const Image &image, const GreyLevels &levels) {
     return image.type() == KIPX_U8 ? image : levels.image;
 }
 
-std::vector<std::string> write_results(const Job &job, const Input &input, const Picture &picture,
-                                       const GreyLevels &levels, const Finder &finder,
-                                       const Json &record) {
-    const Arguments &given = job.given;
+std::vector<std::string> write_results(const MserJob &job, const Input &input,
+                                       const Picture &picture, const GreyLevels &levels,
+                                       const Finder &finder, const Json &record) {
+    const MserArguments &given = job.given;
     const Origin origin{input.file, record.is_null() ? "" : record["sha256"].get<std::string>(),
                         input.page, picture.pages, picture.image.shape()};
     make_folder(fs::path(target(given, input.name)).parent_path().string());
@@ -208,8 +208,9 @@ std::vector<std::string> write_results(const Job &job, const Input &input, const
     return out;
 }
 
-Answer analyse(const Job &job, const Input &input, const Json &record, Marker &marker, Json &row) {
-    const Arguments &given = job.given;
+Answer analyse(const MserJob &job, const Input &input, const Json &record, Marker &marker,
+               Json &row) {
+    const MserArguments &given = job.given;
     const std::string &mask_name = given.settings.mask;
     const Picture picture = job.globals.read(input.path, input.page);
     const GreyLevels levels = grey_levels(picture.image, given.settings.levels, input.path);
@@ -231,7 +232,7 @@ Answer analyse(const Job &job, const Input &input, const Json &record, Marker &m
         true};
 }
 
-Answer work_on(Job &job, size_t index) {
+Answer work_on(MserJob &job, size_t index) {
     const Input &input = job.inputs[index];
     const std::string note = target(job.given, input.name + ".done");
     try {
@@ -256,7 +257,7 @@ Answer work_on(Job &job, size_t index) {
     }
 }
 
-void write_summary(const Job &job, const std::vector<std::exception_ptr> &failures) {
+void write_summary(const MserJob &job, const std::vector<std::exception_ptr> &failures) {
     static constexpr const char *columns[] = {"file",     "page",      "width",      "height",
                                               "channels", "type",      "regions",    "dark",
                                               "bright",   "area_mean", "area_median"};
@@ -282,18 +283,18 @@ void write_summary(const Job &job, const std::vector<std::exception_ptr> &failur
 }
 
 // Options that would do nothing are refused.
-void check_options(const CLI::App &command, const Arguments &given) {
+void check_options(const CLI::App &command, const MserArguments &given) {
     if (!given.no_overlay) return;
     for (const char *option : {"--ids", "--colours"})
         if (command.count(option) > 0)
             fail("{}: got it with --no-overlay, expected it with an overlay", option);
 }
 
-void run(const Globals &globals, const CLI::App &command, Arguments &given) {
+void run_mser(const Globals &globals, const CLI::App &command, MserArguments &given) {
     given.settings.settle(globals, command);
     check_options(command, given);
     check_folder(given.selection.output);
-    Job job{globals, given, gather_inputs(given.selection), {}, nullptr, {}, {}, {}};
+    MserJob job{globals, given, gather_inputs(given.selection), {}, nullptr, {}, {}, {}};
     if (given.page == all_pages)
         job.inputs = with_pages(globals, std::move(job.inputs));
     else
@@ -319,7 +320,7 @@ void run(const Globals &globals, const CLI::App &command, Arguments &given) {
     if (std::any_of(failures.begin(), failures.end(), failed)) throw AlreadyTold();
 }
 
-void add_result_options(CLI::App &command, Arguments &given) {
+void add_result_options(CLI::App &command, MserArguments &given) {
     add_choice(
         command, "--masks", given.masks,
         {{"none", Masks::none}, {"rle", Masks::runs}, {"polygons", Masks::polygons}},
@@ -337,7 +338,7 @@ void add_result_options(CLI::App &command, Arguments &given) {
 
 void add_mser_commands(CLI::App &app, const Globals &globals) {
     CLI::App *command = app.add_subcommand("mser", "Find the stable regions of images");
-    auto given = std::make_shared<Arguments>();
+    auto given = std::make_shared<MserArguments>();
     add_value(*command, "FILE", given->selection.files, filled(), "",
               "Image files, and folders of such; - is standard input")
         ->required();
@@ -379,5 +380,5 @@ void add_mser_commands(CLI::App &app, const Globals &globals) {
         "outer one is reported.\n"
         "Exit status: 0 when all images were worked on, 2 when arguments were wrong or an image\n"
         "was refused; the other images are worked on all the same.");
-    command->callback([&globals, command, given] { run(globals, *command, *given); });
+    command->callback([&globals, command, given] { run_mser(globals, *command, *given); });
 }

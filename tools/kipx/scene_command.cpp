@@ -10,7 +10,7 @@
 
 namespace {
 
-struct Arguments {
+struct SceneArguments {
     Goal goal;
     std::string truth, background;
     Extent size = {960, 640};
@@ -40,7 +40,7 @@ void check_outputs(const std::vector<Goal> &goals) {
     }
 }
 
-void run(const Globals &globals, const Arguments &given) {
+void run_scene(const Globals &globals, const SceneArguments &given) {
     const uint64_t pixels = uint64_t(given.size.width) * given.size.height;
     if (pixels > globals.max_pixels)
         fail("--size: got {}x{}, which is more than --max-pixels {}", given.size.width,
@@ -72,7 +72,7 @@ void run(const Globals &globals, const Arguments &given) {
 
 void add_scene_commands(CLI::App &app, const Globals &globals) {
     CLI::App *command = app.add_subcommand("scene", "Make a micrograph of cells with known truth");
-    auto given = std::make_shared<Arguments>();
+    auto given = std::make_shared<SceneArguments>();
     add_goal_options(*command, given->goal, "The picture");
     add_extent(*command, "--size", given->size, "Width and height");
     add_value(*command, "--seed", given->seed, whole(0, INT64_MAX), "N",
@@ -89,5 +89,5 @@ void add_scene_commands(CLI::App &app, const Globals &globals) {
     command->footer(
         "Example: kipx scene -o cells.png --size 1920x1080 --seed 7 --truth labels.tif\n"
         "The same options give the same bytes on every machine.");
-    command->callback([&globals, given] { run(globals, *given); });
+    command->callback([&globals, given] { run_scene(globals, *given); });
 }

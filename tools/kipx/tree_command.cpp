@@ -15,7 +15,7 @@ namespace {
 
 enum class Form { by_name, text, svg, json };
 
-struct Arguments {
+struct TreeArguments {
     std::string file, output = "-";
     Form form = Form::by_name;
     uint32_t depth = 8, page = 1;
@@ -23,7 +23,7 @@ struct Arguments {
     RegionSettings settings;
 };
 
-Form form_of(const Arguments &given) {
+Form form_of(const TreeArguments &given) {
     if (given.form != Form::by_name) return given.form;
     if (given.output == "-") return Form::text;
     const std::string ending = std::filesystem::path(given.output).extension().string();
@@ -33,7 +33,8 @@ Form form_of(const Arguments &given) {
          given.output);
 }
 
-std::string text_of(const std::vector<RegionTree> &trees, const Arguments &given, uint64_t extent) {
+std::string text_of(const std::vector<RegionTree> &trees, const TreeArguments &given,
+                    uint64_t extent) {
     const auto standard = int32_t(std::max<uint64_t>(extent / 1000, least_region));
     const int32_t smallest = given.smallest ? given.smallest : standard;
     std::string out;
@@ -45,7 +46,7 @@ std::string text_of(const std::vector<RegionTree> &trees, const Arguments &given
     return out;
 }
 
-void run(const Globals &globals, const CLI::App &command, Arguments &given) {
+void run_tree(const Globals &globals, const CLI::App &command, TreeArguments &given) {
     given.settings.settle(globals, command);
     given.settings.fast = true; // the same tree, and no lists of pixels beside it
     const Form form = form_of(given);
@@ -79,7 +80,7 @@ void run(const Globals &globals, const CLI::App &command, Arguments &given) {
 
 void add_tree_commands(CLI::App &app, const Globals &globals) {
     CLI::App *command = app.add_subcommand("tree", "Show the tree of nested regions of an image");
-    auto given = std::make_shared<Arguments>();
+    auto given = std::make_shared<TreeArguments>();
     add_value(*command, "FILE", given->file, filled(), "", "Image file; - is standard input")
         ->required();
     add_value(*command, "-o,--output", given->output, filled(), "OUT",
@@ -100,5 +101,5 @@ void add_tree_commands(CLI::App &app, const Globals &globals) {
         "Example: kipx tree cells.png -o tree.svg --polarity dark\n"
         "A line of the text is a branch: regions of which each has one other below it.\n"
         "Stable regions are told with the level at which they are and their number in tables.");
-    command->callback([&globals, command, given] { run(globals, *command, *given); });
+    command->callback([&globals, command, given] { run_tree(globals, *command, *given); });
 }

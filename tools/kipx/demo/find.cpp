@@ -91,7 +91,7 @@ Done check_pictures(State &state) {
             fmt::format("all {} pictures hold the same bytes", state.pictures.size())};
 }
 
-constexpr Step table[] = {
+constexpr Step steps_to_regions[] = {
     {"find stable regions", find_regions},
     {"measure them", measure},
     {"draw", draw},
@@ -101,7 +101,7 @@ constexpr Step table[] = {
 
 } // namespace
 
-const std::span<const Step> region_steps = table;
+const std::span<const Step> region_steps = steps_to_regions;
 
 std::string demo_note(const std::string &folder) {
     return (fs::path(folder) / "demo.done").string();

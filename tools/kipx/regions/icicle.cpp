@@ -104,9 +104,9 @@ void draw_axis(const Panel &panel) {
 
 // What XML does not take as it is; bytes that are no UTF-8 are replaced as JSON replaces them.
 std::string xml_text(const std::string &text) {
-    using Json = nlohmann::ordered_json;
+    const nlohmann::json held = text;
     const std::string sound =
-        Json::parse(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace));
+        nlohmann::json::parse(held.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
     std::string out;
     for (const char c : sound)
         if (c == '<')
