@@ -11,11 +11,11 @@ from support import PROGRAM, ProgramCase, blobs
 SHIM = os.environ.get("KIPX_SHIM")
 # Commands, and how many of their allocations are made to fail in all.
 COMMANDS = {
-    "add": (["add", "a.png", "b.tif", "-o", "out.png", "--scale", "-1"], 250),
-    "jpeg": (["sub", "a.jpg", "a.png", "-o", "out.jpg"], 60),
-    "info": (["info", "a.png", "b.tif", "c.npy"], 60),
-    "mser": (["mser", "a.png", "b.tif", "-o", "out", "--jobs", "2", "--masks", "polygons"], 250),
-    "tree": (["tree", "a.png", "-o", "out.svg"], 60),
+    "add": (["add", "a.png", "b.tif", "-o", "out.png", "--scale", "-1"], 120),
+    "jpeg": (["sub", "a.jpg", "a.png", "-o", "out.jpg"], 40),
+    "info": (["info", "a.png", "b.tif", "c.npy"], 40),
+    "mser": (["mser", "a.png", "b.tif", "-o", "out", "--jobs", "2", "--masks", "polygons"], 120),
+    "tree": (["tree", "a.png", "-o", "out.svg"], 40),
     "wrong": (["mser", "a.png", "-o", "out", "--delta", "x"], 40),
 }
 
