@@ -1,28 +1,12 @@
 // convert/border.h - what lies around a region when an array is continued beyond its edge.
 //
-// Gives    Border, the kinds; continued(), where an element beyond the edge is taken from;
-//          make_border(), which writes the frame around a region.
+// Gives    make_border(), which writes the frame around a region.
 #pragma once
 
-#include <kipx/convert.h>
-
+#include "core/border.h"
 #include "core/call.h"
 
 namespace kipx {
-
-enum class Border : uint32_t {
-    none = KIPX_BORDER_NONE,
-    constant = KIPX_BORDER_CONST,
-    replicate = KIPX_BORDER_REPLICATE,
-    wrap = KIPX_BORDER_WRAP,
-    reflect = KIPX_BORDER_REFLECT,
-    reflect101 = KIPX_BORDER_REFLECT101
-};
-bool border_of(uint32_t kind, Border &border);
-
-// Which of n elements stands at place i, any integer; -1 where none does: beyond the edge for none and
-// constant.
-int64_t continued(Border border, int64_t i, int64_t n);
 
 // A frame about the destination's region of a call.
 struct Frame {
