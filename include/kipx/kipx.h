@@ -7,6 +7,7 @@
 #include <kipx/convert.h>
 #include <kipx/env.h>
 #include <kipx/error.h>
+#include <kipx/filter.h>
 #include <kipx/geometry.h>
 #include <kipx/logic.h>
 #include <kipx/region.h>

@@ -7,6 +7,7 @@
 // stack, storages, heap and arrays as they were; at the end of each trial nothing is left.
 #include <kipx/arith.h>
 #include <kipx/fast_regions.h>
+#include <kipx/filter.h>
 #include <kipx/mser.h>
 #include <kipx/watershed.h>
 
@@ -44,6 +45,24 @@ template<auto function> void narrowed(Trial &trial) {
     };
     trial.call(call);
     EXPECT_EQ(call(), 0); // as if nothing had happened
+}
+
+// Over a window, from a source that shares bytes with the destination.
+template<uint32_t kind> void filtered(Trial &trial) {
+    Shape shape;
+    shape.width = 37, shape.height = 15;
+    GuardedArray array(shape);
+    Rng rng(1);
+    array.fill(rng);
+    kipx_arr src = *array.arr(), dst = src;
+    src.volume[2] = --dst.volume[2];
+    dst.base = array.address({0, 1, 0, 0});
+    trial.keeps(array);
+    auto call = [&] {
+        return KipxFilter(trial.xe(), 0, &src, &dst, nullptr, nullptr, kind, nullptr);
+    };
+    trial.call(call);
+    EXPECT_EQ(call(), 0);
 }
 
 // ---- trees --------------------------------------------------------------------------------------
@@ -236,6 +255,9 @@ template<bool fast, bool masked> void stable_regions(Trial &trial) {
 const Case cases[] = {
     {"add, narrowed", Needs::all, 1, narrowed<KipxAdd>},
     {"divide, narrowed", Needs::all, 1, narrowed<KipxDiv>},
+    {"minimum", Needs::all, 1, filtered<KIPX_FILTER_MIN>},
+    {"top-hat", Needs::all, 1, filtered<KIPX_FILTER_TOPHAT>},
+    {"mean", Needs::all, 1, filtered<KIPX_FILTER_BOX>},
     {"an environment on a stack of its own", Needs::all, 2,
      [](Trial &trial) {
          trial.call([] {

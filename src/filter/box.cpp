@@ -1,0 +1,64 @@
+// filter/box.cpp - the mean over rectangles.
+#include "filter/box.h"
+
+#include <algorithm>
+
+namespace kipx {
+namespace {
+
+constexpr size_t vector = 64, most_group = 16;
+
+uint64_t positions(const Window &w) { return uint64_t{w.height} * w.width; }
+
+const BoxLoops &loops_for(uint32_t type, const Window &w, Set set) {
+    const BoxLoops *loops = box_sets_of(set)[0].loops[type];
+    while (positions(w) > loops->most) ++loops;
+    return *loops;
+}
+
+size_t sums_size(const Sheet &s, const Window &w, const BoxLoops &loops) {
+    return (s.width + size_t{w.width} * s.step) * loops.sum_size + vector;
+}
+
+} // namespace
+
+bool BoxPass::has_type(uint32_t type) {
+    return type < 16 && box_sets_of(Set::baseline)[0].loops[type][0].along;
+}
+
+BoxPass::BoxPass(const Sheet &sheet, const Window &window, Set set)
+    : BoxPass(sheet, window, loops_for(sheet.src.type, window, set)) {}
+
+// Extra: a row of sums in the making, and the sums that windows share.
+BoxPass::BoxPass(const Sheet &sheet, const Window &window, const BoxLoops &loops)
+    : RingPass(window, std::min<size_t>(window.height, most_group), sheet.width * loops.sum_size,
+               2 * sums_size(sheet, window, loops)),
+      loops_(loops), n_(sheet.width), step_(sheet.step), width_(window.width),
+      count_(positions(window)) {
+    auto bytes = [&](size_t pixels) { return static_cast<ptrdiff_t>(pixels * sheet.step_bytes()); };
+    ptrdiff_t low = -bytes(window.column);
+    reach_ = {low, low + bytes(window.width - 1), 0, sheet.bytes(), vector};
+}
+
+const void *BoxPass::fill() const {
+    static constexpr uint64_t zero = 0;
+    return &zero;
+}
+
+void BoxPass::along(const Band &band, char *out, ptrdiff_t step) {
+    loops_.along({band, pieces(), vector, width_, step_, n_, extra(), out, step});
+}
+
+void BoxPass::down(const char *const *rows, size_t count, char *out, ptrdiff_t step) {
+    size_t sums = (n_ + width_ * step_) * loops_.sum_size + vector;
+    char *shared = extra() + sums / 64 * 64;
+    loops_.down({rows, height(), count, n_, shared, first_, out, step, count_});
+    first_ = false;
+}
+
+void BoxPass::rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) {
+    if (y == 0) first_ = true;
+    RingPass::rows(lines, y, rows, out, step);
+}
+
+} // namespace kipx

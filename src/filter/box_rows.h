@@ -1,0 +1,47 @@
+// filter/box_rows.h - what the row loops of the mean over rectangles take.
+//
+// Sums along every row, of windows doubled as often as it takes; then down the columns: integers by
+// a sum that gains a row and loses one, real numbers by sums that only gain (the rows that a group's
+// windows share, those above it, those below), so that nothing drifts and an infinity passes.
+#pragma once
+
+#include "core/sets.h"
+#include "core/window.h"
+
+namespace kipx {
+
+struct BoxAlong {
+    Band band;
+    Pieces pieces;
+    size_t vector;      // bytes of a vector of the pieces
+    size_t width, step; // of the window in pixels; elements of a pixel
+    size_t n;           // elements of a result row
+    char *sums;         // scratch: (n + width * step) sums
+    char *out;
+    ptrdiff_t out_step;
+};
+
+struct BoxDown {
+    const char *const *rows; // group + height - 1 of them
+    size_t height, group, n;
+    char *shared; // integers: sums of the rows that the last window shares with the next, n of them
+    bool first;   // there are none yet
+    char *out;
+    ptrdiff_t step;
+    uint64_t count; // positions of the window
+};
+
+struct BoxLoops {
+    void (*along)(const BoxAlong &);
+    void (*down)(const BoxDown &);
+    uint64_t most;   // positions whose sum cannot overflow
+    size_t sum_size; // bytes of a sum
+};
+
+inline constexpr size_t box_variants = 3;
+struct BoxSet {
+    BoxLoops loops[16][box_variants]; // by type code, narrow sums first
+};
+KIPX_SET_TABLES(BoxSet, box_sets, 1)
+
+} // namespace kipx
