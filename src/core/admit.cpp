@@ -128,8 +128,9 @@ bool take_part(const Shape &shape, const Given &given, Party &party) {
         if (!a && p.slot == slot_mask) continue;
         if (!a && p.slot == shape.stands_in) a = &anchor;
         if (!a || !fits(p.fit, *a, anchor)) return false;
-        // A source or a mask without planes of its own serves them all.
-        bool every_plane = shape.planes && p.slot != slot_dst && a->naxes == 3;
+        // A source or a mask without planes of its own serves them all, a source of one plane, too.
+        bool one_plane = p.fit == Fit::like && a->volume[0] == 1 && anchor.volume[0] != 1;
+        bool every_plane = shape.planes && p.slot != slot_dst && (a->naxes == 3 || one_plane);
         bool single = p.slot == slot_mask && channels_of(a->volume[3]) == 1;
         party.add(*a, p.slot, every_plane, single);
     }

@@ -11,6 +11,7 @@
 #include <kipx/types.h>
 
 #include "core/element.h"
+#include "core/run.h"
 
 struct KipxXE;
 
@@ -28,7 +29,7 @@ struct Operand {
 struct Call {
     KipxXE *xe;
     uint64_t flags;
-    Operand dst, src[3], mask;
+    Operand dst, src[most_sources], mask;
     uint32_t sources;
     uint32_t planes, height, width, channels;
     const void *params;  // what else the operation was given, as its family knows it

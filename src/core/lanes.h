@@ -89,6 +89,15 @@ inline void stream_line(void *to, const void *from) {
 #endif
 }
 
+// How many bytes ahead of the work lines are fetched: read ones, and written ones.
+inline constexpr size_t read_ahead = 2048, write_ahead = 1024;
+
+// Asks for the lines of so many bytes; they need not belong to an array. Inline for good: by its
+// prefetches alone the compiler would take a call for one without effect.
+template<size_t bytes> [[gnu::always_inline]] inline void prefetch_lines(const char *at) {
+    for (size_t i = 0; i < bytes; i += 64) __builtin_prefetch(at + i);
+}
+
 // dst[i] = element(a[i], b[i]). Streamed, four lines at a time are made in registers or the
 // first-level cache and written past it.
 template<class D, class A, class B, class Element>

@@ -7,8 +7,6 @@
 
 #include <kipx/planes.h>
 
-#include <initializer_list>
-
 #include "core/call.h"
 
 namespace kipx {
@@ -17,8 +15,11 @@ template<class Function> int32_t each_plane(const Call &call, Function &&functio
     for (uint32_t plane = 0; plane < call.planes; ++plane) {
         Call slice = call;
         slice.planes = 1;
-        for (Operand *o : {&slice.dst, &slice.src[0], &slice.src[1], &slice.src[2], &slice.mask})
-            if (o->at) o->at += plane * o->plane;
+        auto move = [=](Operand &o) {
+            if (o.at) o.at += plane * o.plane;
+        };
+        move(slice.dst), move(slice.mask);
+        for (uint32_t i = 0; i < slice.sources; ++i) move(slice.src[i]);
         if (int32_t code = function(slice); code < 0) return code;
     }
     return 0;

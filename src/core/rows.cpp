@@ -32,13 +32,13 @@ struct Sheet {
 // Where the rows of a sheet stand; a null mask for none.
 struct Cursor {
     char *dst;
-    const char *src[3];
+    const char *src[most_sources];
     const char *mask;
 };
 
 struct Buffers {
     alignas(line) char dst[run_length * widest];
-    alignas(line) char src[3][run_length * widest];
+    alignas(line) char src[most_sources][run_length * widest];
     alignas(line) char mask[run_length];
 };
 
@@ -71,10 +71,10 @@ Sheet sheet_of(const Call &c, const Rows &how, uint32_t repeat) {
     for (uint32_t i = 0; i < c.sources; ++i) {
         const Operand &s = c.src[i];
         dense &= adjacent(s), follow &= gapless(s, c.width);
-        if (s.period)
-            longest = std::min<size_t>(longest, s.length);
-        else
+        if (!s.period)
             bytes += s.size;
+        else if (!how.repeats)
+            longest = std::min<size_t>(longest, s.length);
         in_place |= s.at == c.dst.at;
     }
     follow &= gapless(c.mask, c.width / repeat);
@@ -150,26 +150,29 @@ void staged_row(const Sheet &s, const Cursor &at) {
         for (uint32_t i = 0; i < c.sources; ++i) {
             const Operand &o = c.src[i];
             if (adjacent(o)) continue;
+            size_t some = o.period && s.how.repeats ? std::min<size_t>(n, pattern_length) : n;
             stages_of(s.how.set)[stage_pack * stage_sizes + size_index(o.size)](
-                b.src[i], static_cast<const char *>(run.src[i]), nullptr, n, o.pixel);
+                b.src[i], static_cast<const char *>(run.src[i]), nullptr, some, o.pixel);
             run.src[i] = b.src[i];
         }
         char *to = whole ? at.dst + done * c.dst.size : b.dst;
         run.dst = s.how.convert ? s.how.middle : to;
         s.how.loop(run);
-        if (s.how.convert)
-            s.how.convert({to, {s.how.middle, nullptr, nullptr}, n, nullptr, Writing::cached});
+        if (s.how.convert) s.how.convert({to, {s.how.middle}, n, nullptr, Writing::cached});
         if (!whole) deliver(s, at, done, n, b);
     }
 }
 
 Cursor cursor_of(const Call &c) {
-    return {c.dst.at, {c.src[0].at, c.src[1].at, c.src[2].at}, c.mask.at};
+    Cursor at{c.dst.at, {}, c.mask.at};
+    for (uint32_t i = 0; i < c.sources; ++i) at.src[i] = c.src[i].at;
+    return at;
 }
 
 // Rows of adjacent elements, as they are: a call of the loop each.
 void plain_row(const Sheet &s, const Cursor &at) {
-    s.how.loop({at.dst, {at.src[0], at.src[1], at.src[2]}, s.width, s.how.params, Writing::cached});
+    const char *const(&src)[most_sources] = at.src;
+    s.how.loop({at.dst, {src[0], src[1], src[2], src[3]}, s.width, s.how.params, Writing::cached});
 }
 
 void work(const Sheet &s) {

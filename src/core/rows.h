@@ -23,6 +23,9 @@ inline constexpr uint32_t middle_length = 4096, run_length = 1024;
 struct Rows {
     RowLoop loop = nullptr;
     const void *params = nullptr;
+    // The loop takes repeating sources from their first pattern_length elements alone, in runs of
+    // any length.
+    bool repeats = false;
     // Narrowing: the loop writes elements of middle_size bytes into middle, which holds middle_length
     // of them, and convert brings them into the destination's type.
     RowLoop convert = nullptr;

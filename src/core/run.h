@@ -6,6 +6,13 @@
 
 namespace kipx {
 
+// Sources that an operation may have.
+inline constexpr uint32_t most_sources = 4;
+
+// Elements of a repeating row that a loop reads over and over, if it is of the kind that repeats for
+// itself: whole vectors, and whole pixels of 1 to 4 channels.
+inline constexpr uint32_t pattern_length = 192;
+
 // How a row loop is to write. streamed: dst is aligned to 64 bytes, n elements are whole lines of
 // 64 bytes, and the loop may write them past the cache; the rows see to their order with later
 // stores.
@@ -15,7 +22,7 @@ enum class Writing : uint32_t { cached, streamed };
 // the family's own.
 struct Run {
     void *dst;
-    const void *src[3];
+    const void *src[most_sources];
     size_t n;
     const void *params;
     Writing writing;

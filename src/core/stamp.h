@@ -12,6 +12,8 @@
 // What the tail of an argument list is called when it is handed on.
 #define KIPX_PASS_KIPX_TAIL_NONE
 #define KIPX_PASS_KIPX_TAIL_SCALED , scale, aux
+#define KIPX_PASS_KIPX_TAIL_COMPARED , cmpop
+#define KIPX_PASS_KIPX_TAIL_CHOSEN , cmpop, true_values, false_values
 
 #define KIPX_START(x) start_of(dims, x, x##_origin, x##_strides), x##_strides
 #define KIPX_FLAT(x) (Flat{x##_type, x, x##_strides})
@@ -30,30 +32,45 @@
     const Flat result = KIPX_FLAT(dst);                                                            \
     KIPX_ENTER_FLAT(&result, count, mask, record, worker, __VA_ARGS__)
 
+// Array and typed level alone, for families whose public functions take other arguments.
+#define KIPX_STAMP_FLAT_2(op, tail, record, worker)                                                \
+    KIPX_FLAT_LEVELS_2(op, (tail), (KIPX_PASS_##tail), record, worker)
+#define KIPX_STAMP_FLAT_C(op, tail, record, worker)                                                \
+    KIPX_FLAT_LEVELS_C(op, (tail), (KIPX_PASS_##tail), record, worker)
+
+// Tails bring commas of their own: parentheses carry them from macro to macro.
+#define KIPX_UNPACK(...) __VA_ARGS__
+#define KIPX_FLAT_LEVELS_2(op, tail, passed, record, worker)                                       \
+    KIPX_ARRAY_2(kipxa_##op, KIPX_UNPACK tail) {                                                   \
+        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src1_type,          \
+                           KIPX_START(src1), src2_type, KIPX_START(src2) KIPX_UNPACK passed);      \
+    }                                                                                              \
+    KIPX_TYPED_2(kipxa__##op, KIPX_UNPACK tail) {                                                  \
+        KIPX_ENTER(2, KIPX_NO_FLAT, record, worker, KIPX_FLAT(src1), KIPX_FLAT(src2));             \
+    }
+#define KIPX_FLAT_LEVELS_C(op, tail, passed, record, worker)                                       \
+    KIPX_ARRAY_C(kipxa_##op, KIPX_UNPACK tail) {                                                   \
+        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src_type,           \
+                           KIPX_START(src), values KIPX_UNPACK passed);                            \
+    }                                                                                              \
+    KIPX_TYPED_C(kipxa__##op, KIPX_UNPACK tail) {                                                  \
+        KIPX_ENTER(1, KIPX_NO_FLAT, record, worker, KIPX_FLAT(src));                               \
+    }
+
 #define KIPX_STAMP_2(op, Name, tail, shape, record, worker)                                        \
     KIPX_PUBLIC_2(Kipx##Name, tail) {                                                              \
         const auto given = record;                                                                 \
         return travel(shape, {xe, flags, {dst, src1, src2}, roi, {nullptr, src1At, src2At}},       \
                       &given, worker);                                                             \
     }                                                                                              \
-    KIPX_ARRAY_2(kipxa_##op, tail) {                                                               \
-        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src1_type,          \
-                           KIPX_START(src1), src2_type, KIPX_START(src2) KIPX_PASS_##tail);        \
-    }                                                                                              \
-    KIPX_TYPED_2(kipxa__##op, tail) {                                                              \
-        KIPX_ENTER(2, KIPX_NO_FLAT, record, worker, KIPX_FLAT(src1), KIPX_FLAT(src2));             \
-    }
+    KIPX_FLAT_LEVELS_2(op, (tail), (KIPX_PASS_##tail), record, worker)
 
 #define KIPX_STAMP_C(op, Name, tail, shape, record, worker)                                        \
     KIPX_PUBLIC_C(Kipx##Name, tail) {                                                              \
         const auto given = record;                                                                 \
         return travel(shape, {xe, flags, {dst, src}, roi, {nullptr, srcAt}}, &given, worker);      \
     }                                                                                              \
-    KIPX_ARRAY_C(kipxa_##op, tail) {                                                               \
-        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src_type,           \
-                           KIPX_START(src), values KIPX_PASS_##tail);                              \
-    }                                                                                              \
-    KIPX_TYPED_C(kipxa__##op, tail) { KIPX_ENTER(1, KIPX_NO_FLAT, record, worker, KIPX_FLAT(src)); }
+    KIPX_FLAT_LEVELS_C(op, (tail), (KIPX_PASS_##tail), record, worker)
 
 #define KIPX_STAMP_1(op, Name, tail, shape, record, worker)                                        \
     KIPX_PUBLIC_1(Kipx##Name, tail) {                                                              \

@@ -23,10 +23,10 @@ struct Placed {
     GuardedArray array;
     uint32_t row, column;
 
-    static Placed draw(Rng &rng, uint32_t type, uint32_t channels, uint32_t height,
-                       uint32_t width) {
+    static Placed draw(Rng &rng, uint32_t type, uint32_t channels, uint32_t height, uint32_t width,
+                       const Placed *like = nullptr) {
         const auto margin = [&] { return rng.one_in(2) ? 0 : static_cast<uint32_t>(rng.below(4)); };
-        const uint32_t row = margin(), column = margin();
+        const uint32_t row = like ? like->row : margin(), column = like ? like->column : margin();
         Shape s;
         s.type = type, s.channels = channels;
         s.height = height + row + margin(), s.width = width + column + margin();
@@ -89,14 +89,17 @@ private:
     void draw_arrays() {
         placed_.reserve(5);
         for (uint32_t i = 0; i <= op_.sources; ++i)
-            placed_.push_back(Placed::draw(rng_, args_.types[i], channels_, height_, width_));
+            placed_.push_back(Placed::draw(rng_, args_.types[i], channels_, height_, width_,
+                                           i == 1 && op_.one_place ? &placed_[0] : nullptr));
         if (op_.has_mask)
             placed_.push_back(
                 Placed::draw(rng_, KIPX_U8, rng_.one_in(2) ? 1 : channels_, height_, width_));
         for (Placed &p : placed_) p.array.fill(rng_, Values::any);
         // On a source of its own type, the destination is that very array.
         for (uint32_t i = 0; i < op_.sources && rng_.one_in(2); ++i)
-            if (args_.types[1 + i] == args_.types[0] && rng_.one_in(2)) dst_index_ = 1 + i;
+            if (args_.types[1 + i] == args_.types[0] && (i == 0 || !op_.one_place) &&
+                rng_.one_in(2))
+                dst_index_ = 1 + i;
         // And sometimes both sources are one array.
         const bool same = op_.sources > 1 && args_.types[1] == args_.types[2] && rng_.one_in(8);
         args_.dst = &dst().array;
@@ -170,7 +173,7 @@ private:
     // What the region must hold, from the contents before the call; and the sources as they are.
     void expect() {
         each_element([&](uint32_t y, uint32_t x, uint32_t c) {
-            uint64_t bits[3] = {};
+            uint64_t bits[4] = {0, 0, 0, dst().bits(y, x, c)};
             for (uint32_t i = 0; i < op_.sources; ++i) bits[i] = placed_[sources_[i]].bits(y, x, c);
             const bool open = !op_.has_mask ||
                               placed_.back().bits(y, x, args_.mask->shape().channels == 1 ? 0 : c);

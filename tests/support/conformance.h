@@ -62,7 +62,8 @@ struct FlatArguments {
     FlatOperand dst, src[3], mask;
 };
 
-// bits: the elements of the sources; channel counts from the destination's first one.
+// bits: the elements of the sources, and fourth what the destination held; channel counts from the
+// destination's first one.
 using Model = std::function<uint64_t(const Arguments &, uint32_t channel, const uint64_t *bits)>;
 
 struct Operation {
@@ -76,6 +77,7 @@ struct Operation {
     Model model{};
     std::function<void(Arguments &)> prepare = {}; // mends contents that no call may have
     bool flat_levels = true;
+    bool one_place = false; // the region lies in the first source where it does in the destination
 };
 
 inline void PrintTo(const Operation &operation, std::ostream *out) { *out << operation.name; }
