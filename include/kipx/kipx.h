@@ -4,6 +4,7 @@
 
 #include <kipx/arith.h>
 #include <kipx/array.h>
+#include <kipx/compare.h>
 #include <kipx/convert.h>
 #include <kipx/env.h>
 #include <kipx/error.h>

@@ -27,6 +27,8 @@
 
 #define KIPX_TAIL_NONE
 #define KIPX_TAIL_SCALED , int32_t scale, int32_t aux
+#define KIPX_TAIL_COMPARED , uint32_t cmpop
+#define KIPX_TAIL_CHOSEN , uint32_t cmpop, const double *true_values, const double *false_values
 
 #define KIPX_PUBLIC_2(name, ...)                                                                   \
     int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src1,            \
@@ -52,6 +54,16 @@
 #define KIPX_PUBLIC_R(name, ...)                                                                   \
     int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_arr *mask,            \
                  const kipx_site *roi, const kipx_pos *maskAt __VA_ARGS__)
+
+/* R: roi names the region of the first source and of the destination alike. It is a kipx_site where
+ * roi_extent is null; otherwise roi is four origin words (null: zeros), roi_extent four extent words. */
+#define KIPX_PUBLIC_2R(name, ...)                                                                  \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src1,            \
+                 const kipx_arr *src2, const void *roi, const uint32_t *roi_extent,                \
+                 const kipx_pos *src2_origin __VA_ARGS__)
+#define KIPX_PUBLIC_CR(name, ...)                                                                  \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src,             \
+                 const double *values, const void *roi, const uint32_t *roi_extent __VA_ARGS__)
 
 /* The operands of the flat levels. */
 #define KIPX_ARRAY_READ KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent

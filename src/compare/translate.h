@@ -1,0 +1,20 @@
+// compare/translate.h - bytes through tables of 256 entries.
+//
+// Gives    translate(), which looks every byte of a call's source up in the table of its channel.
+// Promises the same bytes on every instruction set. Source and destination may be the same place.
+// Costs    with AVX-512 the table stands in registers and the work goes at the speed of copying;
+//          elsewhere tables of up to three pieces, constant or passing the byte through, are worked
+//          out by comparisons, and other ones by steps of 16 entries (AVX2) or byte by byte.
+#pragma once
+
+#include <cstdint>
+
+#include "core/call.h"
+
+namespace kipx {
+
+// Elements of one byte, 1 to 4 channels; call.channels tables, one after the other. The call is used
+// up; its second source is overwritten.
+void translate(Call &call, const uint8_t *tables);
+
+} // namespace kipx
