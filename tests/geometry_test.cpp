@@ -214,23 +214,28 @@ TEST(GeometryExact, TurnsOfUnlikeNumbers) {
     }
 }
 
-// Correct rounding of areas: twice an area of whole numbers below 2^53 fits in 128 bits.
+// Correct rounding of areas: twice an area of whole numbers fits in 128 bits.
 TEST(GeometryExact, AreasAreRoundedOnce) {
     Rng rng(4);
     for (int round = 0; round < 3000; round++) {
-        const int64_t limit = int64_t{1} << rng.between(3, 52);
-        std::vector<V> p(rng.between(1, 9));
+        const bool single = round % 2;
+        const int64_t limit = int64_t{1} << rng.between(3, single ? 24 : 52);
+        std::vector<V> p(rng.between(1, 30));
+        std::vector<kipx_f2d_point> q(p.size());
         __int128 twice = 0;
         for (auto &v : p) v = {double(rng.between(-limit, limit)), double(rng.between(0, limit))};
         for (size_t i = 0; i < p.size(); i++) {
             const V a = p[i], b = p[(i + 1) % p.size()];
             twice += __int128(a.x) * __int128(b.y) - __int128(a.y) * __int128(b.x);
         }
-        const int power = static_cast<int>(rng.between(-400, 400));
+        const int power = static_cast<int>(single ? rng.between(-120, 60) : rng.between(-400, 400));
         for (auto &v : p) v = {std::ldexp(v.x, power), std::ldexp(v.y, power)};
+        kipx_f2d_points_from_r2d(q.data(), q.size(), p.data(), p.size());
         double area = 0;
-        kipx_r2d_polygon_signed_area(&area, p.data(), p.size());
-        ASSERT_EQ(area, std::ldexp(double(twice), 2 * power - 1));
+        ASSERT_EQ(single ? kipx_f2d_polygon_signed_area(&area, q.data(), q.size())
+                         : kipx_r2d_polygon_signed_area(&area, p.data(), p.size()),
+                  0);
+        ASSERT_EQ(area, std::ldexp(double(twice), 2 * power - 1)) << round;
     }
 }
 
@@ -447,14 +452,9 @@ TYPED_TEST(Geometry, SmallestCirclesAndRectangles) {
                 ASSERT_GE(turn(wide(quad.at[i]), wide(quad.at[(i + 1) % 4]), wide(p)), -close);
     }
     EXPECT_GT(noticed, 400);
-    typename F::Circle circle;
     typename F::RealQuad quad;
-    typename F::Point p = {5, 6}, bent[] = {{0, 0}, {4, 0}, {1, 1}, {0, 4}};
-    EXPECT_EQ(F::points_circle(&circle, &p, 1), 0);
-    EXPECT_TRUE(circle.x == 5 && circle.y == 6 && circle.radius == 0);
+    const typename F::Point bent[] = {{0, 0}, {4, 0}, {1, 1}, {0, 4}};
     EXPECT_EQ(F::polygon_least_rect(&quad, bent, 4), KIPX_EINVAL);
-    EXPECT_EQ(F::polygon_least_rect(&quad, &p, 1), 0);
-    EXPECT_TRUE(quad.at[0].x == 5 && quad.at[2].y == 6);
 }
 
 // ---- distances, rectangles ----
@@ -720,16 +720,13 @@ TYPED_TEST(Geometry, MapsFromPoints) {
         for (int i = 0; i < 3; i++)
             ASSERT_NEAR(double(apart(image[i], p[size_t(i) + 3])), 0, double(2e4 * tolerance<F>))
                 << round;
-        ASSERT_EQ(F::affine_rotate(&turned, -1, 0, &about), 0);
+        ASSERT_EQ(F::affine_rotate(&turned, 0, 8, &about), 0); // the x axis becomes the y axis
         ASSERT_EQ(F::points_map(image, 1, p.data(), 1, &turned), 1);
-        ASSERT_TRUE(image[0].x == 4 - p[0].x && image[0].y == -10 - p[0].y); // half a turn
+        ASSERT_TRUE(image[0].x == -3 - p[0].y && image[0].y == p[0].x - 7);
     }
     const typename F::Affine singular = {1, 2, 0, 2, 4, 0};
     typename F::Affine inverse;
     EXPECT_EQ(F::affine_invert(&inverse, &singular), KIPX_EINVAL);
-    EXPECT_EQ(F::affine_rotate(&inverse, 3, 4, nullptr), 0);
-    EXPECT_NEAR(inverse.xx, 0.6, 1e-7);
-    EXPECT_NEAR(inverse.yx, 0.8, 1e-7);
 }
 
 } // namespace

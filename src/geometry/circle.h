@@ -88,47 +88,65 @@ inline Support support_with(const Support &old, Vector p) {
     return best;
 }
 
+// Squared distances of points from a place, a block at a time.
+template<class Form> class Reach {
+public:
+    static constexpr size_t block = 64;
+    Reach(const Frame<Form> &frame, const typename Form::Point *points, Vector from)
+        : frame_(frame), points_(points), from_(from) {}
+
+    double square(size_t i) const {
+        const Vector v = frame_.local(points_[i]) - from_;
+        return dot(v, v);
+    }
+    // The greatest of the squares from start to end, a block at most.
+    double most(size_t start, size_t end) const {
+        constexpr size_t lanes = 8;
+        double squares[block], far[lanes] = {};
+        for (size_t i = start; i < end; i++) squares[i - start] = square(i);
+        for (size_t i = end - start; i % lanes; i++) squares[i] = 0;
+        for (size_t i = 0; i < end - start; i += lanes)
+            for (size_t lane = 0; lane < lanes; lane++)
+                far[lane] = squares[i + lane] > far[lane] ? squares[i + lane] : far[lane];
+        double most = far[0];
+        for (const double s : far) most = s > most ? s : most;
+        return most;
+    }
+
+private:
+    const Frame<Form> &frame_;
+    const typename Form::Point *points_;
+    Vector from_;
+};
+
+// Calls visit (start, end, greatest square) for every block.
+template<class Form, class Visit> void each_block(const Reach<Form> &reach, size_t n, Visit visit) {
+    for (size_t start = 0; start < n; start += reach.block) {
+        const size_t end = start + reach.block < n ? start + reach.block : n;
+        visit(start, end, reach.most(start, end));
+    }
+}
+
 struct Far {
     size_t index;
     double square;
 };
 
-// The point furthest from the centre, the first of several.
-template<class Form>
-Far furthest(const Frame<Form> &frame, const typename Form::Point *points, size_t n,
-             Vector centre) {
-    constexpr size_t block = 64, lanes = 8;
-    const auto square = [&](size_t i) {
-        const Vector v = frame.local(points[i]) - centre;
-        return dot(v, v);
-    };
-    double most = -1;
-    size_t where = 0;
-    for (size_t start = 0; start < n; start += block) {
-        const size_t end = start + block < n ? start + block : n;
-        double far[lanes] = {};
-        size_t i = start;
-        for (; i + lanes <= end; i += lanes)
-            for (size_t lane = 0; lane < lanes; lane++) {
-                const double s = square(i + lane);
-                far[lane] = s > far[lane] ? s : far[lane];
-            }
-        for (; i < end; i++) {
-            const double s = square(i);
-            far[0] = s > far[0] ? s : far[0];
-        }
-        for (const double s : far)
-            if (s > most) most = s, where = start;
-    }
-    while (square(where) < most) where++;
-    return {where, most};
+// The point furthest away, the first of several.
+template<class Form> Far furthest(const Reach<Form> &reach, size_t n) {
+    Far far = {0, -1};
+    each_block(reach, n, [&](size_t start, size_t, double most) {
+        if (most > far.square) far = {start, most};
+    });
+    while (reach.square(far.index) < far.square) far.index++;
+    return far;
 }
 
 template<class Form>
 Support smallest_circle(const Frame<Form> &frame, const typename Form::Point *points, size_t n) {
     Support circle = support_with({}, frame.local(points[0]));
     for (;;) {
-        const Far far = furthest(frame, points, n, circle.centre);
+        const Far far = furthest(Reach<Form>(frame, points, circle.centre), n);
         if (far.square <= circle.square) return circle;
         const Support larger = support_with(circle, frame.local(points[far.index]));
         if (larger.square <= circle.square) return circle;
@@ -146,14 +164,21 @@ int32_t points_circle(typename Form::Circle *circle, const typename Form::Point 
     if (!bounds<Form>(points, n, box)) return KIPX_EINVAL;
     const Frame<Form> frame(box);
     const Support found = smallest_circle(frame, points, n);
-    // The radius is taken from the centre as it is stored, and goes up until every point is within.
+    // The radius is taken from the centre as it is stored, and goes up until every point is within. Only
+    // those can be beyond it that are as far as the furthest one but for rounding.
     const auto centre = place_in<Form>(box, found.centre);
-    const double radius =
-        frame.global(std::sqrt(furthest(frame, points, n, frame.local(centre)).square));
+    const Vector from = frame.local(centre);
+    const Reach<Form> reach(frame, points, from);
+    const double most = equal(from, found.centre) ? found.square : furthest(reach, n).square;
+    const double near = most * (1 - 0x1p-40);
+    const double radius = frame.global(std::sqrt(most));
     typename Form::Circle result = {centre.x, centre.y, static_cast<typename Form::Real>(radius)};
-    for (size_t i = 0; i < n; i++)
-        while (finite(result.radius) && position(result, points[i]) == KIPX_OUTSIDE)
-            result.radius = next_up(result.radius);
+    each_block(reach, n, [&](size_t start, size_t end, double furthest_here) {
+        if (furthest_here < near || !finite(result.radius)) return;
+        for (size_t i = start; i < end; i++)
+            while (reach.square(i) >= near && position(result, points[i]) == KIPX_OUTSIDE)
+                result.radius = next_up(result.radius);
+    });
     *circle = result;
     return 0;
 }

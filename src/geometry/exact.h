@@ -61,6 +61,12 @@ inline Twofold difference_of_products(double a, double b, double c, double d) {
     return two_product(a, b) - two_product(c, d);
 }
 
+// The sum of two, its tail rounded.
+inline Twofold rounded_sum(Twofold a, Twofold b) {
+    const Twofold sum = two_sum(a.value, b.value);
+    return {sum.value, sum.tail + (a.tail + b.tail)};
+}
+
 // A sum that keeps what rounding dropped, to be added at the end. Of n terms whose amounts sum to s it is
 // wrong by n^2 2^-105 s at most.
 class Compensated {

@@ -127,6 +127,12 @@ inline double length(Vector v) {
     return std::sqrt(dot(small, small)) / scale;
 }
 
+// Distance of local points: there neither overflow nor underflow matters.
+inline double span(Vector a, Vector b) {
+    const Vector v = b - a;
+    return std::sqrt(dot(v, v));
+}
+
 // Sign of the turn a, b, c. Exact.
 template<class Point> int turn(const Point &a, const Point &b, const Point &c) {
     if constexpr (std::is_integral_v<decltype(a.x)>) {
@@ -172,8 +178,8 @@ bool bounds(const typename Form::Point *points, size_t n, typename Form::Rect &b
 }
 
 // Coordinates relative to a corner of a box and, where they are very large or small, scaled by a power
-// of two. Local coordinates of double points have lost 2^-53 of the box at most, those of
-// the others nothing.
+// of two. Local coordinates of real points have lost 2^-53 of the box at most, those of
+// whole numbers nothing.
 template<class Form> class Frame {
 public:
     explicit Frame(const typename Form::Rect &box) {

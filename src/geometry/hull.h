@@ -117,6 +117,7 @@ size_t survivors(typename Form::Point *out, const typename Form::Point *points, 
         out[some] = clean(p);
         some += !inside.rect_holds(p);
     }
+    if (some < 512) return some; // sorted as fast as looked at
     for (size_t i = 0; i < some; i++) {
         const auto p = out[i];
         out[left] = p;
@@ -209,17 +210,40 @@ int32_t points_hull(typename Form::Point *hull, size_t capacity, const typename 
 
 // ---- the least rectangle ----
 
-// Corner vertices of a convex polygon in a positive turn, relative to a frame; any index goes.
+// The vertices of a convex polygon in a positive turn, over and over, relative to a frame.
 template<class Form> struct Turning {
     const Frame<Form> &frame;
     const typename Form::Point *vertices;
     size_t n;
     bool reversed;
 
-    Vector at(size_t i) const {
-        i = i >= n ? i - n : i; // below 2 n
+    Vector at(size_t i) const { // i below 3 n
+        for (int round = 0; round < 2; round++) i = i >= n ? i - n : i;
         return frame.local(vertices[reversed ? n - 1 - i : i]);
     }
+};
+
+// A vertex and the edge that leaves it.
+template<class Form> class Caliper {
+public:
+    explicit Caliper(const Turning<Form> &polygon) : polygon_(polygon) { go_to(0); }
+    void go_to(size_t i) {
+        i_ = i;
+        at_ = polygon_.at(i);
+        next_ = polygon_.at(i + 1);
+    }
+    void step() {
+        at_ = next_;
+        next_ = polygon_.at(++i_ + 1);
+    }
+    size_t index() const { return i_; }
+    Vector at() const { return at_; }
+    Vector edge() const { return next_ - at_; }
+
+private:
+    const Turning<Form> &polygon_;
+    size_t i_ = 0;
+    Vector at_, next_;
 };
 
 // A rectangle on an edge: from its first vertex along the edge from least to most, and so high, all
@@ -236,23 +260,22 @@ inline double plain_cross(Vector a, Vector b) { return a.x * b.y - a.y * b.x; }
 // move on as the edge does.
 template<class Form> OnEdge least_on_edge(const Turning<Form> &polygon) {
     const size_t n = polygon.n;
-    size_t right = 1, top = 1, left = 1;
-    OnEdge best = {polygon.at(0), {0, 0}, 0, 0, 0, HUGE_VAL};
-    for (size_t i = 0; i < n; i++) {
-        const Vector from = polygon.at(i), edge = polygon.at(i + 1) - from;
+    Caliper<Form> base(polygon), right(polygon), top(polygon), left(polygon);
+    OnEdge best = {base.at(), {0, 0}, 0, 0, 0, HUGE_VAL};
+    for (size_t i = 0; i < n; i++, base.step()) {
+        const Vector from = base.at(), edge = base.edge();
         if (equal(edge, Vector{0, 0})) continue;
-        const auto step = [&](size_t k) { return polygon.at(k + 1) - polygon.at(k); };
-        right = std::max(right, i + 1);
-        while (right + 1 < i + n && dot(edge, step(right)) >= 0) right++;
-        top = std::max(top, right);
-        while (top + 1 < i + n && plain_cross(edge, step(top)) >= 0) top++;
-        left = std::max(left, top);
-        while (left < i + n && dot(edge, step(left)) <= 0) left++;
+        if (right.index() < i + 1) right.go_to(i + 1);
+        while (right.index() + 1 < i + n && dot(edge, right.edge()) >= 0) right.step();
+        if (top.index() < right.index()) top.go_to(right.index());
+        while (top.index() + 1 < i + n && plain_cross(edge, top.edge()) >= 0) top.step();
+        if (left.index() < top.index()) left.go_to(top.index());
+        while (left.index() < i + n && dot(edge, left.edge()) <= 0) left.step();
         OnEdge rect = {from,
                        edge,
-                       dot(edge, polygon.at(left) - from),
-                       dot(edge, polygon.at(right) - from),
-                       plain_cross(edge, polygon.at(top) - from),
+                       dot(edge, left.at() - from),
+                       dot(edge, right.at() - from),
+                       plain_cross(edge, top.at() - from),
                        0};
         rect.area = (rect.most - rect.least) * rect.high / dot(edge, edge);
         if (rect.area < best.area) best = rect;
@@ -260,14 +283,13 @@ template<class Form> OnEdge least_on_edge(const Turning<Form> &polygon) {
     return best;
 }
 
-// For a convex polygon of at least one vertex with finite coordinates.
+// For a convex polygon of at least one vertex with finite coordinates; reversed: in a negative turn.
 template<class Form>
-typename Form::RealQuad least_rect(const typename Form::Point *vertices, size_t n) {
+typename Form::RealQuad least_rect(const typename Form::Point *vertices, size_t n, bool reversed) {
     typename Form::Rect box;
     bounds<Form>(vertices, n, box);
     const Frame<Form> frame(box);
-    const OnEdge r =
-        least_on_edge(Turning<Form>{frame, vertices, n, signed_area<Form>(vertices, n).sign < 0});
+    const OnEdge r = least_on_edge(Turning<Form>{frame, vertices, n, reversed});
     const double square = dot(r.edge, r.edge);
     const Vector normal = {-r.edge.y, r.edge.x};
     // Products before quotients: corners that are representable come out exactly more often.
@@ -286,11 +308,11 @@ typename Form::RealQuad least_rect(const typename Form::Point *vertices, size_t 
 template<class Form>
 int32_t polygon_least_rect(typename Form::RealQuad *quad, const typename Form::Point *vertices,
                            size_t n) {
-    if (!given(quad) || !given_array(vertices, n) || !all_finite<Form>(vertices, n))
-        return KIPX_EINVAL;
+    if (!given(quad) || !given_array(vertices, n)) return KIPX_EINVAL;
     if (n == 0) return KIPX_EEMPTY;
-    if (!convex(vertices, n)) return KIPX_EINVAL;
-    *quad = least_rect<Form>(vertices, n);
+    typename Form::Rect box;
+    if (!bounds<Form>(vertices, n, box) || !convex(vertices, n)) return KIPX_EINVAL;
+    *quad = least_rect<Form>(vertices, n, signed_area<Form>(vertices, n).sign < 0);
     return 0;
 }
 
@@ -300,7 +322,7 @@ int32_t points_least_rect(typename Form::RealQuad *quad, typename Form::Point *h
     if (!given(quad)) return KIPX_EINVAL;
     const int32_t count = points_hull<Form>(hull, capacity, points, n);
     if (count == 0) return KIPX_EEMPTY;
-    if (count > 0) *quad = least_rect<Form>(hull, static_cast<size_t>(count));
+    if (count > 0) *quad = least_rect<Form>(hull, static_cast<size_t>(count), false);
     return count;
 }
 

@@ -25,13 +25,20 @@ inline Nearest nearest_to_origin(Vector a, Vector b) {
     return {reach / square, std::fabs(cross(a, b)) / std::sqrt(square)};
 }
 
+// Is p on the segment? Exact.
+template<class Point> bool on_segment(const Point &a, const Point &b, const Point &p) {
+    const bool beside = (p.x < a.x && p.x < b.x) || (p.x > a.x && p.x > b.x) ||
+                        (p.y < a.y && p.y < b.y) || (p.y > a.y && p.y > b.y);
+    return !beside && turn(a, b, p) == 0;
+}
+
 template<class Form>
 int32_t point_distance(double *distance, const typename Form::Point *a,
                        const typename Form::Point *b) {
     if (!given(distance) || !good(a, b)) return KIPX_EINVAL;
     const typename Form::Point both[] = {*a, *b};
     const auto frame = frame_of<Form>(both, 2);
-    *distance = frame.global(length(frame.local(*b) - frame.local(*a)));
+    *distance = frame.global(span(frame.local(*a), frame.local(*b)));
     return 0;
 }
 
@@ -51,7 +58,7 @@ int32_t segment_distance(double *distance, const typename Form::Point *a,
     const auto frame = frame_of<Form>(all, 3);
     const Vector origin = frame.local(*p);
     const auto nearest = nearest_to_origin(frame.local(*a) - origin, frame.local(*b) - origin);
-    *distance = frame.global(nearest.distance);
+    *distance = on_segment(*a, *b, *p) ? 0 : frame.global(nearest.distance);
     return 0;
 }
 

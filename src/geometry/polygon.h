@@ -10,6 +10,19 @@ template<class Point, class Edge> void each_edge(const Point *vertices, size_t n
     for (size_t i = 0, before = n - 1; i < n; before = i++) edge(vertices[before], vertices[i]);
 }
 
+// Sum of term (a, b, lane) over the edges, as four interleaved sums, so that none waits for another.
+template<class Point, class Term> Compensated edge_sum(const Point *vertices, size_t n, Term term) {
+    Compensated sums[4];
+    if (n == 0) return {};
+    size_t i = 0;
+    for (; i + 4 < n; i += 4)
+        for (int k = 0; k < 4; k++) sums[k].add(term(vertices[i + k], vertices[i + k + 1], k));
+    for (; i + 1 < n; i++) sums[0].add(term(vertices[i], vertices[i + 1], 0));
+    sums[1].add(term(vertices[n - 1], vertices[0], 1));
+    for (int k = 1; k < 4; k++) sums[0].add(sums[k].both());
+    return sums[0];
+}
+
 template<class Form> bool all_finite(const typename Form::Point *points, size_t n) {
     typename Form::Rect box;
     return integer<Form> || n == 0 || bounds<Form>(points, n, box);
@@ -39,32 +52,37 @@ template<class Form> SignedArea exact_area(const typename Form::Point *vertices,
     }
 }
 
-// The sum with an error bound first: where both ends of what it may be round alike, that is the result.
+// The sum with an error bound first: where both ends of what it may be round alike, that is the result. Not
+// so where coordinates are not finite, of which the sum is neither.
 template<class Form> SignedArea signed_area(const typename Form::Point *vertices, size_t n) {
     if constexpr (!integer<Form>) {
-        Compensated sum;
-        double size = 0;
-        each_edge(vertices, n, [&](auto a, auto b) {
-            const Twofold add = two_product(a.x, b.y), take = two_product(-a.y, b.x);
-            sum.add(add);
-            sum.add(take);
-            size += std::fabs(add.value) + std::fabs(take.value);
+        const auto product = [](double a, double b) {
+            return unbounded<Form> ? two_product(a, b) : Twofold{a * b, 0};
+        };
+        double sizes[4] = {};
+        const auto sum = edge_sum(vertices, n, [&](auto a, auto b, int lane) {
+            const Twofold add = product(a.x, b.y), take = product(a.y, b.x);
+            sizes[lane] += std::fabs(add.value) + std::fabs(take.value);
+            return rounded_sum(add, -take);
         });
-        // 4 n terms; twice the bound for what is rounded here.
+        // n terms, each once rounded; many times the bound, for what is rounded here, too.
+        const double size = (sizes[0] + sizes[1]) + (sizes[2] + sizes[3]);
         const double error = size * 0x1p-100 * (double(n) * double(n)) + 0x1p-1000;
         const auto [value, tail] = sum.both();
         const double low = value + (tail - error), high = value + (tail + error);
         const bool alike = low >= high && std::fabs(low) > 0x1p-900 && size < 0x1p900;
         if (alike) return {low / 2, low > 0 ? 1 : -1};
+        if (!all_finite<Form>(vertices, n)) return {NAN, 0};
     }
     return exact_area<Form>(vertices, n);
 }
 
 template<class Form>
 int32_t polygon_signed_area(double *area, const typename Form::Point *vertices, size_t n) {
-    if (!given(area) || !given_array(vertices, n) || !all_finite<Form>(vertices, n))
-        return KIPX_EINVAL;
-    *area = signed_area<Form>(vertices, n).value;
+    if (!given(area) || !given_array(vertices, n)) return KIPX_EINVAL;
+    const double found = signed_area<Form>(vertices, n).value;
+    if (std::isnan(found)) return KIPX_EINVAL;
+    *area = found;
     return 0;
 }
 
@@ -77,15 +95,19 @@ int32_t polygon_area(double *area, const typename Form::Point *vertices, size_t 
 
 template<class Form>
 int32_t polygon_perimeter(double *perimeter, const typename Form::Point *vertices, size_t n) {
-    typename Form::Rect box = {};
-    if (!given(perimeter) || !given_array(vertices, n) ||
-        (n > 0 && !bounds<Form>(vertices, n, box)))
-        return KIPX_EINVAL;
-    const Frame<Form> frame(box);
-    Compensated sum;
-    each_edge(vertices, n,
-              [&](auto a, auto b) { sum.add(length(frame.local(b) - frame.local(a))); });
-    *perimeter = frame.global(sum.total());
+    if (!given(perimeter) || !given_array(vertices, n)) return KIPX_EINVAL;
+    double whole =
+        edge_sum(vertices, n, [](auto a, auto b, int) { return span(wide(a), wide(b)); }).total();
+    if constexpr (!integer<Form>) {
+        if (!(whole < 0x1p500) && !all_finite<Form>(vertices, n)) return KIPX_EINVAL;
+        // Squares have overflowed, or too many of them underflowed.
+        if (unbounded<Form> && !(whole > 0x1p-400 && whole < 0x1p500))
+            whole = edge_sum(vertices, n, [](auto a, auto b, int) {
+                        return length(wide(b) - wide(a));
+                    }).total();
+        if (std::isnan(whole)) whole = HUGE_VAL;
+    }
+    *perimeter = whole;
     return 0;
 }
 
@@ -95,7 +117,7 @@ Vector outline_centroid(const Frame<Form> &frame, const typename Form::Point *ve
     Compensated whole, x, y;
     each_edge(vertices, n, [&](auto p, auto q) {
         const Vector a = frame.local(p), b = frame.local(q);
-        const double weight = length(b - a);
+        const double weight = span(a, b);
         whole.add(weight);
         x.add(weight * (0.5 * (a.x + b.x)));
         y.add(weight * (0.5 * (a.y + b.y)));
@@ -220,7 +242,9 @@ int32_t polygon_border_distance(double *distance, const typename Form::Point *ve
         const auto found = nearest_to_origin(frame.local(a) - origin, frame.local(b) - origin);
         least = found.distance < least ? found.distance : least;
     });
-    *distance = frame.global(least);
+    // Local coordinates of real numbers are rounded, which must not move a point off the outline.
+    const bool on_it = !integer<Form> && position(vertices, n, *p) == KIPX_BORDER;
+    *distance = on_it ? 0 : frame.global(least);
     return 0;
 }
 
