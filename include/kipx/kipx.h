@@ -12,6 +12,7 @@
 #include <kipx/geometry.h>
 #include <kipx/logic.h>
 #include <kipx/region.h>
+#include <kipx/resize.h>
 #include <kipx/shape.h>
 #include <kipx/sort.h>
 #include <kipx/stats.h>

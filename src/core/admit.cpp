@@ -190,6 +190,10 @@ int32_t travel(const Shape &shape, const Given &given, const void *params, Worke
     Call call;
     if (int32_t code = admit(shape, given, call)) return code;
     call.params = params;
+    return work_admitted(call, worker);
+}
+
+int32_t work_admitted(Call &call, Worker worker) {
     if (!call.shared) return worker(call);
     // Sizes that no kernel works with say nothing about shared bytes: types have the first word.
     call.flags = (call.flags | KIPX_FLAG_PREPARE) & ~KIPX_FLAG_PROBE;

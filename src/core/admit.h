@@ -68,6 +68,9 @@ int32_t admit(const Shape &shape, const Given &given, Call &call);
 // even where bytes are shared.
 using Worker = int32_t (*)(Call &call);
 
+// What is left to do for an admitted call.
+int32_t work_admitted(Call &call, Worker worker);
+
 int32_t travel(const Shape &shape, const Given &given, const void *params, Worker worker);
 
 } // namespace kipx

@@ -13,9 +13,6 @@ namespace kipx {
 namespace {
 
 constexpr size_t widest = 8;
-// Bytes of all operands from which the destination is written past the cache: about half of the
-// last-level cache of the machines that this was measured on.
-constexpr uint64_t streaming_bytes = 16u << 20;
 constexpr size_t line = 64;
 
 // A plane's worth of rows of one channel each, once channels and rows are folded.
