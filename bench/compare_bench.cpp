@@ -1,8 +1,8 @@
 // compare_bench.cpp - comparisons, thresholds and tables of bytes: one contest per row and size.
 //
 // The peer's call is the one that computes the same: its comparisons and thresholds give 255 and 0,
-// too; its threshold of f32 stays f32.
-#include <kipx/compare.h>
+// too; its threshold of f32 stays f32; its mean of a neighbourhood is rounded, and goes on at edges.
+#include <kipx/threshold.h>
 
 #include "support/contest.h"
 
@@ -89,6 +89,28 @@ void register_row(const std::string &name, const Row &row, Size size) {
         {type_size(row.dst), type_size(row.src), row.kind == Row::arrays ? type_size(row.src) : 0});
 }
 
+// Thresholds that are found, or made from neighbourhoods.
+void register_method(const std::string &name, kipx_thhmethod method, Size size) {
+    Contest contest("compare", name, size);
+    contest.kipx([=] {
+        const KipxThresholdContext context{method,  KIPX_CMPOP_GREATER, nullptr, nullptr,
+                                           nullptr, {15, 15, {}, 0}};
+        return KipxThreshold(environment(), 0, image(KIPX_U8, size, 0), image(KIPX_U8, size, 1),
+                             nullptr, nullptr, &context, nullptr, nullptr);
+    });
+#if defined(KIPX_BENCH_OPENCV)
+    contest.peer("OpenCV", [=] {
+        cv::Mat src = mat(image(KIPX_U8, size, 1)), dst = mat(image(KIPX_U8, size, 0));
+        if (method == KIPX_THH_OTSU)
+            cv::threshold(src, dst, 0, 255, cv::THRESH_OTSU);
+        else
+            cv::adaptiveThreshold(src, dst, 255, cv::ADAPTIVE_THRESH_MEAN_C, cv::THRESH_BINARY, 15,
+                                  0);
+    });
+#endif
+    contest.limit({1, 1});
+}
+
 void register_table(Size size) {
     Contest contest("compare", "256-entry table", size);
     contest.kipx([=] {
@@ -116,6 +138,8 @@ void register_contests() {
     for (Size size : all_sizes) {
         for (const Row &row : rows) register_row(row.name, row, size);
         register_table(size);
+        register_method("Otsu u8", KIPX_THH_OTSU, size);
+        register_method("blur 15 u8", KIPX_THH_BLUR, size);
     }
     register_row("call compare u8", rows[0], {8, 8});
     register_row("call compareC u8", rows[3], {8, 8});

@@ -16,6 +16,7 @@
 #include <kipx/shape.h>
 #include <kipx/sort.h>
 #include <kipx/stats.h>
+#include <kipx/threshold.h>
 #include <kipx/types.h>
 #include <kipx/version.h>
 
