@@ -3,8 +3,11 @@
 #include <kipx/arith.h>
 #include <kipx/array.h>
 #include <kipx/logic.h>
+#include <kipx/unary.h>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -165,18 +168,39 @@ Operation complement() {
     Operation o{.name = "not", .sources = 1};
     for (uint32_t t : {1u, 2u, 3u, 4u, 9u, 10u, 11u, 12u}) o.types.push_back({t, t, 0, 0});
     o.call = [](Level level, const Arguments &a, const FlatArguments &f) {
-        const FlatOperand &d = f.dst, &x = f.src[0];
-        if (level == Level::whole)
-            return KipxNot(a.xe, a.flags, a.dst->arr(), a.source(0), a.roi, a.at[0]);
-        if (level == Level::array)
-            return kipxa_not(a.xe, a.flags, f.dims, f.extent, d.type, d.base, d.origin, d.strides,
-                             x.type, x.base, x.origin, x.strides);
-        return kipxa__not(a.xe, a.flags, f.dims, f.extent, d.type, d.start, d.strides, x.type,
-                          x.start, x.strides);
+        return Levels1<>{KipxNot, kipxa_not, kipxa__not}(level, a, f);
     };
     o.model = [](const Arguments &a, uint32_t, const uint64_t *bits) {
         return ~bits[0] & UINT64_MAX >> (64 - 8 * element_size(a.types[0]));
     };
+    return o;
+}
+
+// The reversed difference with a zero, of which -0 turns the sign of zeros as well. Real numbers saturate
+// either way.
+Operation negation(bool saturating) {
+    const auto &f = all_functions();
+    const auto with_zero = [&](const char *name) {
+        size_t i = 0;
+        while (std::string(f[i].name) != name) i++;
+        return with_constant(i);
+    };
+    const auto real = [](const Types &t) { return is_real(t[0]) || is_real(t[1]); };
+    Operation o = with_zero("rsub");
+    o.name = saturating ? "negateq" : "negate", o.has_values = false;
+    o.call = [=](Level level, const Arguments &a, const FlatArguments &flat) {
+        const Levels1<int32_t, int32_t> levels[] = {{KipxNegate, kipxa_negate, kipxa__negate},
+                                                    {KipxNegateq, kipxa_negateq, kipxa__negateq}};
+        return levels[saturating](level, a, flat, a.scale, 77);
+    };
+    o.prepare = [](Arguments &a) { a.values.assign(a.values.size(), -0.0); };
+    if (!saturating) return o;
+    const Operation q = with_zero("rsubq");
+    o.model = [=, wraps = o.model](const Arguments &a, uint32_t channel, const uint64_t *bits) {
+        return (real(a.types) ? wraps : q.model)(a, channel, bits);
+    };
+    o.types.erase(std::remove_if(o.types.begin(), o.types.end(), std::not_fn(real)), o.types.end());
+    std::copy_if(q.types.begin(), q.types.end(), std::back_inserter(o.types), std::not_fn(real));
     return o;
 }
 
@@ -189,6 +213,7 @@ std::vector<Operation> all_operations() {
     for (size_t i = 0; i < std::size(logic_entries); i++)
         for (bool constant : {false, true}) all.push_back(logic(i, constant));
     all.push_back(complement());
+    for (bool saturating : {false, true}) all.push_back(negation(saturating));
     return all;
 }
 

@@ -113,7 +113,7 @@ KIPX_API int32_t kipx_binary(uint32_t code, KipxXE *xe, uint64_t flags, const ki
                              const kipx_pos *src1At, const kipx_pos *src2At, int32_t scale,
                              int32_t aux);
 
-/* The same for the constant forms, which share the codes. */
+/* The same for the constant forms, which share the codes; "sigm" 0x7369676d is KipxSigmoidAlpha. */
 KIPX_API int32_t kipx_constant(uint32_t code, KipxXE *xe, uint64_t flags, const kipx_arr *dst,
                                const kipx_arr *src, const double *values, const kipx_site *roi,
                                const kipx_pos *srcAt, int32_t scale, int32_t aux);

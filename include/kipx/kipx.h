@@ -18,6 +18,7 @@
 #include <kipx/stats.h>
 #include <kipx/threshold.h>
 #include <kipx/types.h>
+#include <kipx/unary.h>
 #include <kipx/version.h>
 
 #endif

@@ -4,6 +4,7 @@
 //          two lists; the work itself is typed_arith.cpp's and the row loops'.
 #include <kipx/arith.h>
 #include <kipx/array.h>
+#include <kipx/unary.h>
 
 #include "arith/arith_shapes.h"
 #include "arith/typed_arith.h"
@@ -108,6 +109,8 @@ int32_t kipx_constant(uint32_t code, KipxXE *xe, uint64_t flags, const kipx_arr 
 #define KIPX_SIGNED_CONSTANT_CASE(op, Name, base, code) KIPX_CONSTANT_CASE(op, Name, , code, )
         KIPX_BINARY_OPS(KIPX_CONSTANT_CASE)
         KIPX_BINARY_SIGNED_OPS(KIPX_SIGNED_CONSTANT_CASE)
+    case 0x7369676d: // "sigm"
+        return KipxSigmoidAlpha(xe, flags, dst, src, values, roi, srcAt, scale, aux);
     default:
         return KIPX_EINVAL;
     }

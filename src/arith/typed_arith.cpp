@@ -110,6 +110,8 @@ uint32_t constant_type(uint32_t source, const double *values, uint32_t channels)
 
 } // namespace
 
+double scale_factor(int32_t exponent) { return make_scale(exponent).factor; }
+
 int32_t work_kernel(uint32_t kernel, Call &c) {
     if (no_work_asked(c)) return no_work_answer(c);
     return work_chosen(c, {kernel, nullptr, 0});

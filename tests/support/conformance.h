@@ -135,6 +135,27 @@ template<class... Tail> struct LevelsC {
     }
 };
 
+template<class... Tail> struct Levels1 {
+    int32_t (*whole)(KipxXE *, uint64_t, const kipx_arr *, const kipx_arr *, const kipx_site *,
+                     const kipx_pos *, Tail...);
+    int32_t (*array)(KipxXE *, uint64_t, kipx_dims, const uint32_t *, uint32_t, void *,
+                     const uint32_t *, const uint32_t *, uint32_t, const void *, const uint32_t *,
+                     const uint32_t *, Tail...);
+    int32_t (*typed)(KipxXE *, uint64_t, kipx_dims, const uint32_t *, uint32_t, void *,
+                     const uint32_t *, uint32_t, const void *, const uint32_t *, Tail...);
+    int32_t operator()(Level level, const Arguments &a, const FlatArguments &f,
+                       Tail... tail) const {
+        const FlatOperand &d = f.dst, &x = f.src[0];
+        if (level == Level::whole)
+            return whole(a.xe, a.flags, a.dst->arr(), a.source(0), a.roi, a.at[0], tail...);
+        if (level == Level::array)
+            return array(a.xe, a.flags, f.dims, f.extent, d.type, d.base, d.origin, d.strides,
+                         x.type, x.base, x.origin, x.strides, tail...);
+        return typed(a.xe, a.flags, f.dims, f.extent, d.type, d.start, d.strides, x.type, x.start,
+                     x.strides, tail...);
+    }
+};
+
 } // namespace kipx::test
 
 #endif

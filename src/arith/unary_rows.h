@@ -1,0 +1,37 @@
+// arith/unary_rows.h - the row loops of exponential, logarithm and sigmoid, and their tables.
+//
+// A run is worked off in blocks: read as f64, worked on in place, written in its type. f32 to f32 has
+// loops of its own where f32 is precise enough.
+#pragma once
+
+#include "core/run.h"
+#include "core/sets.h"
+
+namespace kipx {
+
+inline constexpr size_t unary_block = 256;
+
+enum class UnaryOp : uint32_t { negate, exponential, logarithm, sigmoid, precise_sigmoid };
+inline constexpr uint32_t unary_op_count = 5;
+// In this order: u8, s16, s32, f32, f64.
+inline constexpr uint32_t unary_type_count = 5;
+
+struct UnaryLoops {
+    void (*read[unary_type_count])(double *to, const void *from, size_t at, size_t n);
+    // alpha: as many numbers as there are values, for the sigmoid.
+    void (*work[unary_op_count])(double *values, const double *alpha, size_t n);
+    void (*write[unary_type_count])(void *to, const double *from, size_t at, size_t n,
+                                    double factor);
+    RowLoop single_exponential, single_logarithm, by_blocks;
+};
+KIPX_SET_TABLES(UnaryLoops, unary_loops, 1)
+
+// What the loops find at params.
+struct UnaryWay {
+    void (*read)(double *to, const void *from, size_t at, size_t n);
+    void (*work)(double *values, const double *alpha, size_t n);
+    void (*write)(void *to, const double *from, size_t at, size_t n, double factor);
+    double factor;
+};
+
+} // namespace kipx
