@@ -3,7 +3,6 @@
 #include <kipx/filter.h>
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 
 #include <gtest/gtest.h>
@@ -19,42 +18,15 @@ namespace {
 constexpr uint32_t types[] = {KIPX_U8,  KIPX_S16, KIPX_S32, KIPX_F32,
                               KIPX_U16, KIPX_S8,  KIPX_U32, KIPX_F64};
 
-struct Element {
-    int height, width, row, column;
-};
-
-Element element_of(const kipx_seshape *given, const Region &r) {
+Footprint element_of(const kipx_seshape *given, const Region &r) {
     kipx_seshape s = {};
     if (given) s = *given;
     const uint32_t extent[] = {1, static_cast<uint32_t>(r.height), static_cast<uint32_t>(r.width)};
     kipx_seshape_adjust_$I(&s, extent);
-    return {s.volume[1], s.volume[2], s.anchor[1], s.anchor[2]};
+    return {s.volume[1], s.volume[2], s.anchor[1], s.anchor[2], {}};
 }
 
-double neutral(uint32_t type, bool smallest) {
-    if (type == KIPX_F32) return smallest ? FLT_MAX : -FLT_MAX;
-    if (type == KIPX_F64) return smallest ? DBL_MAX : -DBL_MAX;
-    return static_cast<double>(smallest ? highest(type) : lowest(type));
-}
-
-Plane extreme(uint32_t type, bool smallest, const Plane &src, const Region &r, const Element &e) {
-    Plane out{r.height, r.width, std::vector<double>(static_cast<size_t>(r.height) * r.width)};
-    for (int y = 0; y < r.height; y++)
-        for (int x = 0; x < r.width; x++) {
-            double m = neutral(type, smallest);
-            for (int i = 0; i < e.height; i++)
-                for (int j = 0; j < e.width; j++) {
-                    const int sy = r.y + y - e.row + i, sx = r.x + x - e.column + j;
-                    if (!src.has(sy, sx)) continue;
-                    const double v = src.at(sy, sx);
-                    if (smallest ? v < m : v > m) m = v;
-                }
-            out.at(y, x) = m;
-        }
-    return out;
-}
-
-Plane mean(uint32_t type, uint32_t border, const Plane &src, const Region &r, const Element &e) {
+Plane mean(uint32_t type, uint32_t border, const Plane &src, const Region &r, const Footprint &e) {
     Plane out{r.height, r.width, std::vector<double>(static_cast<size_t>(r.height) * r.width)};
     for (int y = 0; y < r.height; y++)
         for (int x = 0; x < r.width; x++) {
@@ -70,44 +42,10 @@ Plane mean(uint32_t type, uint32_t border, const Plane &src, const Region &r, co
     return out;
 }
 
-Plane minus(uint32_t type, const Plane &a, const Plane &b) {
-    Plane out = a;
-    for (size_t i = 0; i < a.values.size(); i++)
-        out.values[i] = stored(type, static_cast<long double>(a.values[i]) - b.values[i]);
-    return out;
-}
-
-Plane part(const Plane &src, const Region &r) {
-    Plane out{r.height, r.width, {}};
-    for (int y = 0; y < r.height; y++)
-        for (int x = 0; x < r.width; x++) out.values.push_back(src.at(r.y + y, r.x + x));
-    return out;
-}
-
 Plane model(uint32_t type, uint32_t kind, uint32_t border, const Plane &src, const Region &r,
-            const Element &e) {
-    const Region all{0, 0, r.height, r.width};
-    auto twice = [&](bool first) {
-        return extreme(type, !first, extreme(type, first, src, r, e), all, e);
-    };
-    switch (kind) {
-    case KIPX_FILTER_MIN:
-        return extreme(type, true, src, r, e);
-    case KIPX_FILTER_MAX:
-        return extreme(type, false, src, r, e);
-    case KIPX_FILTER_BOX:
-        return mean(type, border, src, r, e);
-    case KIPX_FILTER_OPEN:
-        return twice(true);
-    case KIPX_FILTER_CLOSE:
-        return twice(false);
-    case KIPX_FILTER_TOPHAT:
-        return minus(type, part(src, r), twice(true));
-    case KIPX_FILTER_BOTHAT:
-        return minus(type, twice(false), part(src, r));
-    default:
-        return part(src, r);
-    }
+            const Footprint &e) {
+    if (kind == KIPX_FILTER_BOX) return mean(type, border, src, r, e);
+    return morphology(type, kind % 100, src, r, e);
 }
 
 bool subtracts(uint32_t type) { return type == KIPX_U8 || type == KIPX_S16 || type == KIPX_S32; }

@@ -11,6 +11,7 @@
 #include <kipx/filter.h>
 #include <kipx/geometry.h>
 #include <kipx/logic.h>
+#include <kipx/morph.h>
 #include <kipx/region.h>
 #include <kipx/resize.h>
 #include <kipx/shape.h>

@@ -66,8 +66,9 @@ uint32_t sheet_count(const Call &c) { return c.planes * (folds(c) ? 1 : c.channe
 
 Sheet sheet(const Call &c, uint32_t index) {
     bool all = folds(c), single = c.mask.at && c.mask.channel == 0;
-    Sheet s{c.dst, c.src[0], c.mask, c.height, c.width, 1, 1};
+    Sheet s{c.dst, c.src[0], c.mask, c.height, c.width, 1, 0, 1};
     uint32_t plane = all ? index : index / c.channels, channel = all ? 0 : index % c.channels;
+    s.channel = channel;
     for (Operand *o : {&s.dst, &s.src, &s.mask}) {
         if (o->at) o->at += plane * o->plane + channel * o->channel;
         if (all) o->pixel = o->channel;

@@ -30,6 +30,7 @@ struct Sheet {
     Operand dst, src, mask; // pixel is the step from element to element
     size_t height, width;   // width in elements
     uint32_t step;          // elements of a pixel
+    uint32_t channel;       // of the first element of a row
     uint32_t repeat;        // elements that a mask byte stands for
     size_t bytes() const { return width * src.size; }
     size_t step_bytes() const { return size_t{step} * src.size; }

@@ -44,11 +44,13 @@ bool finish_by(Difference difference, uint32_t type, Finish &finish) {
     }
 }
 
-bool beyond_memory(const Call &call, const Window &w) {
+bool beyond_memory(const Call &call, const Window &w, size_t ring_rows) {
     constexpr double widest_sum = 16, most = 0x1p60;
     double rows = 0.0 + w.height + w.above + call.height + w.below + 2 * most_rows;
     double columns = 0.0 + w.width + w.left + call.width + w.right;
-    return rows * columns * call.planes * call.channels * widest_sum > most;
+    return rows * static_cast<double>(ring_rows) * columns * call.planes * call.channels *
+               widest_sum >
+           most;
 }
 
 Sheet tile_of(const Sheet &sheet, size_t from, size_t end) {
@@ -97,8 +99,8 @@ void Finisher::done(size_t y, size_t n) const {
         const char *made = rows_ + i * pitch_;
         char *to = drain_.place(y) + static_cast<ptrdiff_t>(i) * drain_.step();
         finish_.loop({set_, to, made, finish_.second ? made + most_ * pitch_ : nullptr,
-                      finish_.source ? source_row(y + i) : nullptr, sheet_.width, sheet_.step,
-                      finish_.params});
+                      finish_.source ? source_row(y + i) : nullptr, sheet_.width, sheet_.src.type,
+                      sheet_.step, sheet_.channel, finish_.params});
     }
     drain_.done(y, n);
 }

@@ -21,7 +21,7 @@ struct FinishRow {
     void *dst;
     const void *made, *second, *source; // second: by a second maker; null where they are not wanted
     size_t n;                           // elements
-    uint32_t step;                      // elements of a pixel
+    uint32_t type, step, channel;       // step: elements of a pixel; channel: of the first
     const void *params;
 };
 struct Finish {
@@ -153,7 +153,8 @@ template<class Maker, class Make> struct Tile {
 };
 
 // Whether what a call takes is more than there can be, so that sums of sizes do not overflow.
-bool beyond_memory(const Call &call, const Window &window);
+// rows: of the ring for one of the source.
+bool beyond_memory(const Call &call, const Window &window, size_t rows = 1);
 
 // make (sheet, window, role) gives a pass.
 template<class Maker, class Make>

@@ -2,6 +2,7 @@
 #include "support/window_case.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstring>
 #include <sstream>
@@ -40,13 +41,79 @@ double stored(uint32_t type, long double value) {
     return static_cast<double>(std::clamp(nearbyintl(value), low, high));
 }
 
+namespace {
+
+double neutral(uint32_t type, bool smallest) {
+    if (type == KIPX_F32) return smallest ? FLT_MAX : -FLT_MAX;
+    if (type == KIPX_F64) return smallest ? DBL_MAX : -DBL_MAX;
+    return static_cast<double>(smallest ? highest(type) : lowest(type));
+}
+
+Plane extreme(uint32_t type, bool smallest, const Plane &src, const Region &r, const Footprint &e) {
+    Plane out{r.height, r.width, std::vector<double>(static_cast<size_t>(r.height) * r.width)};
+    for (int y = 0; y < r.height; y++)
+        for (int x = 0; x < r.width; x++) {
+            double m = neutral(type, smallest);
+            for (int i = 0; i < e.height; i++)
+                for (int j = 0; j < e.width; j++) {
+                    const int sy = r.y + y - e.row + i, sx = r.x + x - e.column + j;
+                    if (!e.has(i, j) || !src.has(sy, sx)) continue;
+                    const double v = src.at(sy, sx);
+                    if (smallest ? v < m : v > m) m = v;
+                }
+            out.at(y, x) = m;
+        }
+    return out;
+}
+
+Plane minus(uint32_t type, const Plane &a, const Plane &b) {
+    Plane out = a;
+    for (size_t i = 0; i < a.values.size(); i++)
+        out.values[i] = stored(type, static_cast<long double>(a.values[i]) - b.values[i]);
+    return out;
+}
+
+Plane part(const Plane &src, const Region &r) {
+    Plane out{r.height, r.width, {}};
+    for (int y = 0; y < r.height; y++)
+        for (int x = 0; x < r.width; x++) out.values.push_back(src.at(r.y + y, r.x + x));
+    return out;
+}
+
+} // namespace
+
+Plane morphology(uint32_t type, uint32_t op, const Plane &src, const Region &r,
+                 const Footprint &e) {
+    auto twice = [&](bool first) {
+        return extreme(type, !first, extreme(type, first, src, r, e), {0, 0, r.height, r.width}, e);
+    };
+    switch (op) {
+    case 3:
+        return extreme(type, true, src, r, e);
+    case 4:
+        return extreme(type, false, src, r, e);
+    case 5:
+        return twice(false);
+    case 6:
+        return twice(true);
+    case 7:
+        return minus(type, twice(false), part(src, r));
+    case 8:
+        return minus(type, part(src, r), twice(true));
+    case 9:
+        return minus(type, extreme(type, false, src, r, e), extreme(type, true, src, r, e));
+    default:
+        return part(src, r);
+    }
+}
+
 std::string try_window(Rng &rng, const WindowCase &c) {
     const Place place = static_cast<Place>(rng.below(3));
     Shape s;
     s.type = c.type;
     s.width = 1 + static_cast<uint32_t>(rng.below(c.most_width));
     s.height = 1 + static_cast<uint32_t>(rng.below(c.most_height));
-    s.channels = 1 + static_cast<uint32_t>(rng.below(c.most_channels));
+    s.channels = c.channels[rng.below(c.channels.size())];
     s.layout = rng.pick(all_layouts), s.edge = rng.one_in(2) ? Edge::first : Edge::last;
     s.shift = rng.below(3) * element_size(c.type);
     if (rng.one_in(4)) s.naxes = 4, s.planes = 1 + static_cast<uint32_t>(rng.below(3));
@@ -61,7 +128,7 @@ std::string try_window(Rng &rng, const WindowCase &c) {
     Shape ms = s;
     ms.type = KIPX_U8, ms.layout = rng.pick(all_layouts);
     if (rng.one_in(2)) ms.naxes = 3;
-    if (rng.one_in(2)) ms.channels = 1;
+    if (c.single_mask && rng.one_in(2)) ms.channels = 1;
     GuardedArray mask(ms);
     mask.for_each([&](At at) { mask.set_integer(at, rng.one_in(3) ? 0 : rng.between(1, 255)); });
 

@@ -35,8 +35,10 @@ struct Region {
 struct WindowCase {
     uint32_t type = KIPX_U8;
     Values values = Values::any;
-    uint32_t most_width = 90, most_height = 24, most_channels = 4;
-    double tolerance = 0; // of the largest absolute value; 0: the same bits
+    uint32_t most_width = 90, most_height = 24;
+    std::vector<uint32_t> channels{1, 2, 3, 4};
+    bool single_mask = true; // a mask of one channel serves them all
+    double tolerance = 0;    // of the largest absolute value; 0: the same bits
     // dst is null in place; mask and roi may be null. The region is what the call is about.
     std::function<int32_t(KipxXE *xe, const kipx_arr *src, const kipx_arr *dst,
                           const kipx_arr *mask, const kipx_site *roi, const Region &region)>
@@ -50,6 +52,18 @@ std::string try_window(Rng &rng, const WindowCase &c);
 
 // The value that a store of the type gives: nearest even, saturated.
 double stored(uint32_t type, long double value);
+
+// A structuring element; no members for a solid one.
+struct Footprint {
+    int height = 1, width = 1, row = 0, column = 0;
+    std::vector<unsigned char> members;
+    bool has(int y, int x) const {
+        return members.empty() || members[static_cast<size_t>(y) * width + x] != 0;
+    }
+};
+// What an operation of kipx/morph.h gives, by loops over every member.
+Plane morphology(uint32_t type, uint32_t op, const Plane &src, const Region &region,
+                 const Footprint &element);
 
 } // namespace kipx::test
 
