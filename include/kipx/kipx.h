@@ -14,6 +14,7 @@
 #include <kipx/morph.h>
 #include <kipx/region.h>
 #include <kipx/resize.h>
+#include <kipx/sepfilter.h>
 #include <kipx/shape.h>
 #include <kipx/sort.h>
 #include <kipx/stats.h>

@@ -1,0 +1,54 @@
+// filter/sep_rows.h - what the row loops of separable filters take.
+//
+// Weighted sums along every row, into a ring; weighted sums of those rows down the columns. Integers
+// are defined by sums in binary64. Bytes are summed in binary32 where that gives the same: always,
+// if the weights are such that no step rounds; else wherever the sum lies further from a tie than
+// both can be off, and the few elements that do not are made again in binary64 from the source rows,
+// which lie in the ring behind the sums.
+#pragma once
+
+#include "core/sets.h"
+#include "core/window.h"
+
+namespace kipx {
+
+struct SepAlong {
+    Band band;
+    Pieces pieces;
+    size_t vector;      // bytes of a vector of the pieces
+    size_t width, step; // of the window in pixels; elements of a pixel
+    size_t n;           // elements of a result row
+    const double *weights;
+    char *wide; // scratch: n + width * step sums
+    char *out;
+    ptrdiff_t out_step;
+    size_t kept; // where in a row of the ring the source's elements go; 0: nowhere
+};
+
+struct SepDown {
+    const char *const *rows; // group + height - 1 of them
+    size_t height, group, n;
+    const double *weights;
+    char *out;
+    ptrdiff_t step;
+    // For elements that are made again.
+    size_t kept, width, pixel; // pixel: elements of one
+    const double *column_weights;
+    double margin; // how far a sum may be off
+};
+
+struct SepLoops {
+    void (*along)(const SepAlong &);
+    void (*down)(const SepDown &);
+    size_t sum_size;
+};
+
+// binary64 for all; binary32 for bytes that are exact in it, and for bytes that are looked after;
+// f32 has its own.
+enum SepVariant : uint32_t { sep_plain, sep_short, sep_guarded, sep_variants };
+struct SepSet {
+    SepLoops loops[16][sep_variants]; // by type code
+};
+KIPX_SET_TABLES(SepSet, sep_sets, 1)
+
+} // namespace kipx
