@@ -9,6 +9,7 @@
 #include <kipx/env.h>
 #include <kipx/error.h>
 #include <kipx/filter.h>
+#include <kipx/firefly.h>
 #include <kipx/geometry.h>
 #include <kipx/logic.h>
 #include <kipx/morph.h>

@@ -7,8 +7,10 @@
 // stack, storages, heap and arrays as they were; at the end of each trial nothing is left.
 #include <kipx/arith.h>
 #include <kipx/fast_regions.h>
-#include <kipx/filter.h>
+#include <kipx/firefly.h>
+#include <kipx/morph.h>
 #include <kipx/mser.h>
+#include <kipx/sepfilter.h>
 #include <kipx/watershed.h>
 
 #include "trial.h"
@@ -48,7 +50,8 @@ template<auto function> void narrowed(Trial &trial) {
 }
 
 // Over a window, from a source that shares bytes with the destination.
-template<uint32_t kind> void filtered(Trial &trial) {
+using Arrays = const kipx_arr *;
+template<int32_t (*function)(KipxXE *, Arrays src, Arrays dst)> void filtered(Trial &trial) {
     Shape shape;
     shape.width = 37, shape.height = 15;
     GuardedArray array(shape);
@@ -58,11 +61,27 @@ template<uint32_t kind> void filtered(Trial &trial) {
     src.volume[2] = --dst.volume[2];
     dst.base = array.address({0, 1, 0, 0});
     trial.keeps(array);
-    auto call = [&] {
-        return KipxFilter(trial.xe(), 0, &src, &dst, nullptr, nullptr, kind, nullptr);
-    };
+    auto call = [&] { return function(trial.xe(), &src, &dst); };
     trial.call(call);
     EXPECT_EQ(call(), 0);
+}
+
+template<uint32_t kind> int32_t filter(KipxXE *xe, Arrays src, Arrays dst) {
+    return KipxFilter(xe, 0, src, dst, nullptr, nullptr, kind, nullptr);
+}
+template<uint32_t op> int32_t morph(KipxXE *xe, Arrays src, Arrays dst) {
+    static unsigned char members[9] = {0, 1, 0, 1, 1, 1, 0, 1, 0};
+    kipx_strel cross{};
+    cross.anchor[1] = cross.anchor[2] = 1;
+    cross.mask.volume[1] = cross.mask.volume[2] = 3;
+    cross.mask.strides[1] = 3, cross.mask.strides[2] = 1, cross.mask.base = members;
+    return KipxMorphop(xe, 0, src, dst, nullptr, nullptr, op, &cross);
+}
+int32_t gauss(KipxXE *xe, Arrays src, Arrays dst) {
+    return KipxGaussianFilter(xe, 0, src, dst, nullptr, nullptr, nullptr, nullptr);
+}
+int32_t fireflies(KipxXE *xe, Arrays src, Arrays dst) {
+    return KipxFirefly(xe, 0, src, dst, nullptr, nullptr, 1);
 }
 
 // ---- trees --------------------------------------------------------------------------------------
@@ -255,9 +274,13 @@ template<bool fast, bool masked> void stable_regions(Trial &trial) {
 const Case cases[] = {
     {"add, narrowed", Needs::all, 1, narrowed<KipxAdd>},
     {"divide, narrowed", Needs::all, 1, narrowed<KipxDiv>},
-    {"minimum", Needs::all, 1, filtered<KIPX_FILTER_MIN>},
-    {"top-hat", Needs::all, 1, filtered<KIPX_FILTER_TOPHAT>},
-    {"mean", Needs::all, 1, filtered<KIPX_FILTER_BOX>},
+    {"minimum", Needs::all, 1, filtered<filter<KIPX_FILTER_MIN>>},
+    {"top-hat", Needs::all, 1, filtered<filter<KIPX_FILTER_TOPHAT>>},
+    {"mean", Needs::all, 1, filtered<filter<KIPX_FILTER_BOX>>},
+    {"erosion by a cross", Needs::all, 2, filtered<morph<KIPX_MORPH_ERODE>>},
+    {"top-hat by a cross", Needs::all, 2, filtered<morph<KIPX_MORPH_TOPHAT>>},
+    {"Gaussian", Needs::all, 2, filtered<gauss>},
+    {"fireflies", Needs::all, 2, filtered<fireflies>},
     {"an environment on a stack of its own", Needs::all, 2,
      [](Trial &trial) {
          trial.call([] {
