@@ -3,7 +3,11 @@
 // The peer's borders are ours: beyond the image nothing counts for minimum and maximum, and the
 // nearest pixel does for means. Its means of even sums round the other way, its hats and openings are
 // made of whole images.
-#include <kipx/filter.h>
+#include <kipx/morph.h>
+#include <kipx/sepfilter.h>
+
+#include <memory>
+#include <vector>
 
 #include "support/contest.h"
 
@@ -97,6 +101,98 @@ void register_row(const Row &row, Size size) {
     contest.limit({bytes, bytes});
 }
 
+// ---- elements of any form ----
+
+struct ElementRow {
+    const char *name;
+    uint32_t op, type;
+    int side;
+    bool disk; // else a cross
+};
+constexpr ElementRow element_rows[] = {
+    {"erode u8 cross 3", KIPX_MORPH_ERODE, KIPX_U8, 3, false},
+    {"erode u8 disk 7", KIPX_MORPH_ERODE, KIPX_U8, 7, true},
+    {"erode u8 disk 15", KIPX_MORPH_ERODE, KIPX_U8, 15, true},
+    {"erode f32 disk 15", KIPX_MORPH_ERODE, KIPX_F32, 15, true},
+    {"open u8 disk 15", KIPX_MORPH_OPEN, KIPX_U8, 15, true},
+};
+
+struct Element {
+    std::vector<unsigned char> members;
+    kipx_strel strel{};
+    explicit Element(const ElementRow &row) : members(size_t(row.side) * row.side) {
+        const int n = row.side, middle = n / 2;
+        for (int y = 0; y < n; ++y)
+            for (int x = 0; x < n; ++x) {
+                const int dy = y - middle, dx = x - middle;
+                const bool in = row.disk ? 4 * (dy * dy + dx * dx) <= n * n : dy == 0 || dx == 0;
+                members[size_t(y) * n + x] = in;
+            }
+        strel.anchor[1] = strel.anchor[2] = middle;
+        kipx_arr &m = strel.mask;
+        m.naxes = 3, m.type = KIPX_U8, m.base = members.data();
+        m.volume[0] = m.volume[3] = m.strides[2] = m.strides[3] = 1;
+        m.volume[1] = m.volume[2] = m.strides[1] = uint32_t(n);
+    }
+};
+
+void register_element(const ElementRow &row, Size size) {
+    Contest contest("filter", row.name, size);
+    const auto element = std::make_shared<const Element>(row);
+    contest.kipx([=] {
+        return KipxMorphop(environment(), 0, image(row.type, size, 1), image(row.type, size, 0),
+                           nullptr, nullptr, row.op, &element->strel);
+    });
+#if defined(KIPX_BENCH_OPENCV)
+    contest.peer("OpenCV", [=] {
+        const cv::Mat mask(row.side, row.side, CV_8U,
+                           const_cast<unsigned char *>(element->members.data()));
+        cv::Mat dst = mat(image(row.type, size, 0));
+        cv::morphologyEx(mat(image(row.type, size, 1)), dst,
+                         row.op == KIPX_MORPH_OPEN ? cv::MORPH_OPEN : cv::MORPH_ERODE, mask);
+    });
+#endif
+    contest.limit({type_size(row.type), type_size(row.type)});
+}
+
+// ---- weighted sums ----
+
+struct SumRow {
+    const char *name;
+    uint32_t type;
+    int side;
+    bool gauss; // else weights of no particular kind
+};
+constexpr SumRow sum_rows[] = {
+    {"gauss u8 3", KIPX_U8, 3, true},   {"gauss u8 5", KIPX_U8, 5, true},
+    {"gauss u8 7", KIPX_U8, 7, true},   {"gauss u8 15", KIPX_U8, 15, true},
+    {"gauss f32 5", KIPX_F32, 5, true}, {"separable u8 5", KIPX_U8, 5, false},
+};
+constexpr double weights[] = {0.11, 0.27, 0.31, 0.2, 0.11};
+
+void register_sum(const SumRow &row, Size size) {
+    Contest contest("filter", row.name, size);
+    contest.kipx([=] {
+        kipx_sepkernel kernel{{}, {nullptr, weights, weights}};
+        __kipx_seshape__$g2(&kernel.shape, row.side, row.side);
+        const kipx_arr *src = image(row.type, size, 1), *dst = image(row.type, size, 0);
+        return row.gauss ? KipxGaussianFilter(environment(), 0, src, dst, nullptr, nullptr,
+                                              &kernel.shape, nullptr)
+                         : KipxSepFilter(environment(), 0, src, dst, nullptr, nullptr, &kernel);
+    });
+#if defined(KIPX_BENCH_OPENCV)
+    contest.peer("OpenCV", [=] {
+        cv::Mat dst = mat(image(row.type, size, 0)), src = mat(image(row.type, size, 1));
+        const cv::Mat w(1, 5, CV_64F, const_cast<double *>(weights));
+        if (row.gauss)
+            cv::GaussianBlur(src, dst, {row.side, row.side}, 0, 0, cv::BORDER_REPLICATE);
+        else
+            cv::sepFilter2D(src, dst, -1, w, w, {-1, -1}, 0, cv::BORDER_REPLICATE);
+    });
+#endif
+    contest.limit({type_size(row.type), type_size(row.type)});
+}
+
 // What a call costs when there is next to nothing to do: descriptors and headers are kept.
 void register_small_call() {
     constexpr Size size{8, 8};
@@ -122,7 +218,10 @@ void register_contests() {
 #if defined(KIPX_BENCH_OPENCV)
     cv::setNumThreads(1);
 #endif
-    for (Size size : all_sizes)
+    for (Size size : all_sizes) {
         for (const Row &row : rows) register_row(row, size);
+        for (const ElementRow &row : element_rows) register_element(row, size);
+        for (const SumRow &row : sum_rows) register_sum(row, size);
+    }
     register_small_call();
 }
