@@ -5,6 +5,8 @@
 //          over them become vectors and every form gives the same bits. Errors are below one unit in the
 //          last place.
 //
+// Inline for good: a loop that calls one of them does not become vectors.
+//
 // Coefficients are those of Chebyshev fits of the functions named beside them.
 #pragma once
 
@@ -22,7 +24,7 @@ template<> struct Real<f32> {
     static constexpr f32 log2_e = 0x1.715476p0f;
     static constexpr f32 ln2_high = 0x1.62e4p-1f, ln2_low = 0x1.7f7d1cp-20f; // the first of 15 bits
     // (e^r - 1 - r) / r^2
-    static f32 exp_tail(f32 r) {
+    [[gnu::always_inline]] static f32 exp_tail(f32 r) {
         f32 q = 0x1.a12a42p-13f;
         q = q * r + 0x1.6d4920p-10f;
         q = q * r + 0x1.1110dfp-7f;
@@ -31,7 +33,7 @@ template<> struct Real<f32> {
         return q * r + 0.5f;
     }
     // ln (1 + f) - k ln 2, both numbers small; from (ln (1 + f) - f + f^2 / 2) / f^3
-    static f32 log_of(f32 f, f32 k) {
+    [[gnu::always_inline]] static f32 log_of(f32 f, f32 k) {
         const f32 z = f * f;
         f32 p = 0x1.1d8ebep-4f;
         p = p * f - 0x1.d635e4p-4f;
@@ -54,7 +56,7 @@ template<> struct Real<f64> {
     static constexpr f64 least = -746, most = 710, normal = 0x1p-1022;
     static constexpr f64 log2_e = 0x1.71547652b82fep0;
     static constexpr f64 ln2_high = 0x1.62e42feep-1, ln2_low = 0x1.a39ef35793c76p-33; // of 32 bits
-    static f64 exp_tail(f64 r) {
+    [[gnu::always_inline]] static f64 exp_tail(f64 r) {
         f64 q = 0x1.1f7340dbc337ep-29;
         q = q * r + 0x1.af4e554377204p-26;
         q = q * r + 0x1.27e4db46cddd1p-22;
@@ -68,7 +70,7 @@ template<> struct Real<f64> {
         return q * r + 0.5;
     }
     // By s = f / (2 + f), of which ln (1 + f) = 2 s + s^3 p (s^2).
-    static f64 log_of(f64 f, f64 k) {
+    [[gnu::always_inline]] static f64 log_of(f64 f, f64 k) {
         const f64 s = f / (2 + f), z = s * s, half = 0.5 * f * f;
         f64 p = 0x1.2b6688a387e03p-3;
         p = p * z + 0x1.39fd392179a95p-3;
@@ -85,10 +87,12 @@ template<class T> typename Real<T>::Bits bits_of(T x) {
     return __builtin_bit_cast(typename Real<T>::Bits, x);
 }
 template<class T> T of_bits(typename Real<T>::Bits bits) { return __builtin_bit_cast(T, bits); }
-template<class T> T whole(T x) { return (x + Real<T>::round) - Real<T>::round; }
+template<class T> [[gnu::always_inline]] inline T whole(T x) {
+    return (x + Real<T>::round) - Real<T>::round;
+}
 
 // 2^k for a whole number in the range of exponents.
-template<class T> T power_of_two(T k) {
+template<class T> [[gnu::always_inline]] inline T power_of_two(T k) {
     return of_bits<T>((bits_of(k + Real<T>::round) << Real<T>::digits) + bits_of(T{1}));
 }
 
@@ -96,14 +100,15 @@ template<class T> T power_of_two(T k) {
 template<class T> struct Exponential {
     T y, k;
     // 2^k in two steps, since it may lie below all normal numbers or above all numbers.
-    T scaled(T x) const {
+    [[gnu::always_inline]] inline T scaled(T x) const {
         const T half = whole(k * T{0.5});
         return x * power_of_two(half) * power_of_two(k - half);
     }
 };
 
 // rest: a part of x that is below its last digit, or no such part.
-template<class T, class Rest> Exponential<T> exponential_parts(T x, Rest rest) {
+template<class T, class Rest>
+[[gnu::always_inline]] inline Exponential<T> exponential_parts(T x, Rest rest) {
     using R = Real<T>;
     const T clipped = x < R::least ? R::least : x > R::most ? R::most : x; // NaN passes
     const T k = whole(clipped * R::log2_e);
@@ -114,12 +119,12 @@ template<class T, class Rest> Exponential<T> exponential_parts(T x, Rest rest) {
     return {r + more, k};
 }
 
-template<class T> T exponential(T x) {
+template<class T> [[gnu::always_inline]] inline T exponential(T x) {
     const auto e = exponential_parts(x, nullptr);
     return e.scaled(1 + e.y);
 }
 
-template<class T> T logarithm(T x) {
+template<class T> [[gnu::always_inline]] inline T logarithm(T x) {
     using R = Real<T>;
     using Bits = typename R::Bits;
     constexpr T up = T{static_cast<T>(u64{1} << R::digits)};
@@ -140,7 +145,7 @@ template<class T> T logarithm(T x) {
 }
 
 // 1 / (1 + e^-t), by e^-|t|, which does not overflow.
-inline f64 sigmoid(f64 x, f64 alpha) {
+[[gnu::always_inline]] inline f64 sigmoid(f64 x, f64 alpha) {
     const f64 t = x * alpha, e = exponential(t < 0 ? t : -t);
     return (t < 0 ? e : 1) / (1 + e);
 }
@@ -151,12 +156,12 @@ struct Pair {
     f64 high, low;
 };
 // a + b exactly, of numbers of which the first is not the smaller one.
-inline Pair sum(f64 a, f64 b) {
+[[gnu::always_inline]] inline Pair sum(f64 a, f64 b) {
     const f64 high = a + b;
     return {high, (a - high) + b};
 }
 // a * b exactly, unless something overflows or underflows.
-inline Pair product(f64 a, f64 b) {
+[[gnu::always_inline]] inline Pair product(f64 a, f64 b) {
     const auto top = [](f64 x) {
         const f64 c = x * 0x8000001p0;
         return c - (c - x);
@@ -167,7 +172,7 @@ inline Pair product(f64 a, f64 b) {
 
 // The same to the last bit but one: the product with alpha, e^-|t| and the quotient carry what rounding
 // leaves off.
-inline f64 precise_sigmoid(f64 x, f64 alpha) {
+[[gnu::always_inline]] inline f64 precise_sigmoid(f64 x, f64 alpha) {
     // A product that counts is small: a large factor lends its size to the other one.
     const bool large = x > 0x1p900 || x<-0x1p900, steep = alpha> 0x1p900 || alpha < -0x1p900;
     const f64 lend = large == steep ? 1 : large ? 0x1p-200 : 0x1p200;
