@@ -2,6 +2,7 @@
 #include <kipx/stats.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -9,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/conformance.h"
 #include "support/environment.h"
 #include "support/guarded.h"
 
@@ -27,6 +29,7 @@ struct Sample {
     std::optional<kipx_site> roi;
     kipx_pos mask_at{};
     std::vector<std::vector<double>> values; // of the region's channels
+    std::vector<std::vector<At>> places;     // of these, from the region's first pixel
 
     static Shape draw_shape(Rng &rng, uint32_t type) {
         Shape s;
@@ -67,13 +70,14 @@ struct Sample {
             rectangle(0, 0, static_cast<int32_t>(s.width), static_cast<int32_t>(s.height));
         if (roi) site = *roi;
         int32_t first_x = INT32_MAX, first_y = 0, first_channel = 8;
+        values.clear(), places.clear();
         src.for_each([&](At at) { // where the region clipped to the array begins
             if (!contains(site, at) || first_x != INT32_MAX) return;
             first_x = static_cast<int32_t>(at.x), first_y = static_cast<int32_t>(at.y);
             first_channel = static_cast<int32_t>(at.channel);
         });
         for (uint32_t c = static_cast<uint32_t>(first_channel); c < s.channels; c++)
-            values.emplace_back();
+            values.emplace_back(), places.emplace_back();
         src.for_each([&](At at) {
             if (!contains(site, at)) return;
             if (mask) {
@@ -83,7 +87,10 @@ struct Sample {
                      mask->planes() == 1 ? 0 : at.plane};
                 if (m.x >= mask->shape().width || mask->integer(m) == 0) return;
             }
-            values[at.channel - static_cast<uint32_t>(first_channel)].push_back(src.real(at));
+            const size_t c = at.channel - static_cast<uint32_t>(first_channel);
+            values[c].push_back(src.real(at));
+            places[c].push_back({at.y - static_cast<uint32_t>(first_y),
+                                 at.x - static_cast<uint32_t>(first_x), 0, at.plane});
         });
     }
     bool empty() const {
@@ -100,16 +107,16 @@ class Statistics : public testing::TestWithParam<uint32_t> {};
 TEST_P(Statistics, ExtremaAreThoseOfTheNumbers) {
     Rng rng(GetParam());
     int empty = 0;
-    for (int trial = 0; trial < 300; trial++) {
+    for (int trial = 0; trial < 200; trial++) {
         Sample s(rng, GetParam(), rng.one_in(2) ? Values::any : Values::finite);
         if (rng.one_in(8)) s.src.fill_integer(0); // zeros of either sign
         if (is_real(GetParam()) && rng.one_in(8))
             s.src.for_each([&](At at) { s.src.set_real(at, rng.one_in(2) ? 0.0 : -0.0); });
         if (is_real(GetParam()) && rng.one_in(8))
             s.src.for_each([&](At at) { s.src.set_real(at, nan_value); });
-        s.values.clear(), s.gather();
-        for (int32_t simd : {0, 1}) {
-            SimdSwitch form(simd);
+        s.gather();
+        for (int32_t set : all_sets()) {
+            SimdSwitch form(set);
             kipx_vrange found[4] = {{7, 7}, {7, 7}, {7, 7}, {7, 7}};
             const int32_t code =
                 KipxMinmax(nullptr, 0, s.src.arr(), s.mask_arr(), s.site(), &s.mask_at, found);
@@ -156,7 +163,7 @@ TEST_P(Statistics, HistogramsCountEveryValueInItsBin) {
     Rng rng(GetParam() + 50);
     Environment xe;
     const uint32_t type = GetParam();
-    for (int trial = 0; trial < 300; trial++) {
+    for (int trial = 0; trial < 200; trial++) {
         Sample s(rng, type, rng.one_in(2) ? Values::any : Values::small);
         const uint32_t n = static_cast<uint32_t>(s.values.size());
         kipx_vrange ranges[4];
@@ -171,36 +178,128 @@ TEST_P(Statistics, HistogramsCountEveryValueInItsBin) {
             bins[c] = rng.one_in(3) ? static_cast<int32_t>(values)
                                     : static_cast<int32_t>(rng.below(2500));
         }
-        kipx_histogram h[4] = {}, again[4] = {};
-        ASSERT_EQ(__kipx_histogram__$n$xe(h, n, ranges, bins, type, xe), 0);
-        ASSERT_EQ(__kipx_histogram__$n$xe(again, n, ranges, bins, type, xe), 0);
+        std::vector<std::array<kipx_histogram, 4>> made(all_sets().size()); // one set-up per set
+        for (auto &h : made)
+            ASSERT_EQ(__kipx_histogram__$n$xe(h.data(), n, ranges, bins, type, xe), 0);
         const bool limited = rng.one_in(2) && !std::isnan(ranges[0].low + ranges[1].low +
                                                           ranges[2].low + ranges[3].low);
         const kipx_vrange *limits = limited ? ranges : nullptr;
-        for (int32_t simd : {0, 1}) {
-            SimdSwitch form(simd);
+        for (size_t i = 0; i < made.size(); i++) {
+            SimdSwitch form(all_sets()[i]);
             const int32_t code = KipxHistogram(nullptr, 0, s.src.arr(), s.mask_arr(), s.site(),
-                                               &s.mask_at, limits, simd ? again : h);
+                                               &s.mask_at, limits, made[i].data());
             ASSERT_TRUE(code == 0 || (code == KIPX_EEMPTY && s.empty()));
         }
         for (uint32_t c = 0; c < n; c++) {
-            std::vector<uint32_t> must(static_cast<size_t>(h[c].bins));
+            std::vector<uint32_t> must(static_cast<size_t>(made[0][c].bins));
             int32_t total = 0;
             for (double v : s.values[c])
-                if (int64_t bin = model_bin(h[c], limits ? ranges + c : nullptr, v); bin >= 0)
+                if (int64_t bin = model_bin(made[0][c], limits ? ranges + c : nullptr, v); bin >= 0)
                     must[static_cast<size_t>(bin)]++, total++;
-            for (const kipx_histogram &is : {h[c], again[c]}) {
-                ASSERT_EQ(is.total, total) << s.src.shape();
-                ASSERT_EQ(std::vector<uint32_t>(is.counts, is.counts + is.bins), must)
+            for (const auto &h : made) {
+                ASSERT_EQ(h[c].total, total) << s.src.shape();
+                ASSERT_EQ(std::vector<uint32_t>(h[c].counts, h[c].counts + h[c].bins), must)
                     << s.src.shape();
             }
         }
-        kipx_hist_fini_$n$xe(again, n, xe), kipx_hist_fini_$n$xe(h, n, xe);
+        while (!made.empty()) kipx_hist_fini_$n$xe(made.back().data(), n, xe), made.pop_back();
     }
 }
 
-constexpr uint32_t kernel_types[] = {1, 2, 3, 9, 10, 11, 13, 14};
-INSTANTIATE_TEST_SUITE_P(Type, Statistics, testing::ValuesIn(kernel_types),
+// Exact for integers; near the exact sum for floating types, and the same bits in every set and layout.
+TEST_P(Statistics, SumsAndMeansAreThoseOfTheNumbers) {
+    Rng rng(GetParam() + 100);
+    for (int trial = 0; trial < 200; trial++) {
+        Sample s(rng, GetParam(), Values::finite);
+        if (is_real(GetParam())) // sums that binary64 can hold
+            s.src.for_each([&](At at) {
+                s.src.set_real(at,
+                               (rng.unit() - 0.4) * std::exp2(static_cast<double>(rng.below(40))));
+            });
+        s.gather();
+        Shape other = s.src.shape();
+        other.layout = other.layout == Layout::planar ? Layout::packed : Layout::planar;
+        GuardedArray elsewhere(other);
+        elsewhere.copy_from(s.src);
+        double first[3][4] = {};
+        bool have_first = false;
+        for (int32_t set : all_sets())
+            for (const GuardedArray *array : {&s.src, &elsewhere}) {
+                SimdSwitch form(set);
+                double found[3][4] = {};
+                const int32_t sum_code =
+                    KipxSum(nullptr, 0, array->arr(), s.mask_arr(), s.site(), &s.mask_at, found[0]);
+                const int32_t mean_code = KipxMean(nullptr, 0, array->arr(), s.mask_arr(), s.site(),
+                                                   &s.mask_at, found[1], found[2]);
+                ASSERT_EQ(sum_code, s.empty() ? KIPX_EEMPTY : 0);
+                ASSERT_EQ(mean_code, sum_code);
+                if (!have_first) std::memcpy(first, found, sizeof found), have_first = true;
+                ASSERT_EQ(std::memcmp(found, first, sizeof found), 0)
+                    << "set " << set << " " << array->shape();
+            }
+        for (size_t c = 0; c < s.values.size() && !s.empty(); c++) {
+            const long double n = static_cast<long double>(s.values[c].size());
+            long double sum = 0, size = 0, squares = 0;
+            for (double v : s.values[c])
+                sum += static_cast<long double>(v), size += std::fabs(static_cast<long double>(v));
+            for (double v : s.values[c])
+                squares += (static_cast<long double>(v) - sum / n) *
+                           (static_cast<long double>(v) - sum / n);
+            if (!is_real(GetParam())) {
+                ASSERT_EQ(first[0][c], static_cast<double>(sum));
+                ASSERT_EQ(first[1][c], static_cast<double>(sum) / static_cast<double>(n));
+            }
+            ASSERT_NEAR(first[0][c], static_cast<double>(sum), static_cast<double>(size) * 1e-14);
+            ASSERT_NEAR(first[2][c], static_cast<double>(std::sqrt(squares / n)),
+                        static_cast<double>(size / n) * 1e-12);
+        }
+    }
+}
+
+TEST_P(Statistics, BoxesCountWhatStandsInARelation) {
+    Rng rng(GetParam() + 150);
+    for (int trial = 0; trial < 200; trial++) {
+        Sample s(rng, GetParam(), rng.one_in(2) ? Values::any : Values::small);
+        if (s.empty()) continue;
+        const int32_t relation = 3 + static_cast<int32_t>(rng.below(6));
+        double values[4];
+        for (double &v : values) {
+            const auto &all = s.values[0];
+            v = rng.one_in(2)   ? all[rng.below(all.size())]
+                : rng.one_in(8) ? nan_value
+                : rng.one_in(8) ? infinity
+                                : static_cast<double>(rng.between(-9, 9));
+            if (rng.one_in(2)) v += rng.one_in(2) ? 0.5 : -1e-9;
+        }
+        std::vector<kipx_site> boxes(1 + rng.below(5));
+        for (kipx_site &b : boxes)
+            b = random_rectangle(rng, s.src.shape().width, s.src.shape().height);
+        if (s.src.planes() > 1) boxes[0].origin[0] = 1, boxes[0].extent[0] = 1;
+        const bool whole = rng.one_in(4);
+        if (whole) boxes = {rectangle(0, 0, INT32_MAX, INT32_MAX)};
+        for (int32_t set : all_sets()) {
+            SimdSwitch form(set);
+            std::vector<uint64_t> counts(boxes.size() * s.values.size(), 99);
+            ASSERT_EQ(KipxCountRelBox(nullptr, 0, s.src.arr(), s.mask_arr(), s.site(), &s.mask_at,
+                                      relation | 0x70, values, whole ? nullptr : boxes.data(),
+                                      static_cast<uint32_t>(boxes.size()), counts.data()),
+                      0);
+            for (size_t b = 0; b < boxes.size(); b++)
+                for (size_t c = 0; c < s.values.size(); c++) {
+                    uint64_t must = 0;
+                    for (size_t i = 0; i < s.values[c].size(); i++) {
+                        const double v = s.values[c][i], w = values[c];
+                        const bool holds[] = {v == w, v<w, v <= w, v> w, v >= w, v != w};
+                        must += contains(boxes[b], s.places[c][i]) && holds[relation - 3];
+                    }
+                    ASSERT_EQ(counts[b * s.values.size() + c], must)
+                        << "relation " << relation << " to " << values[c];
+                }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Type, Statistics, testing::ValuesIn(all_types),
                          [](const auto &p) { return type_name(p.param); });
 
 TEST(Histogram, IsSetUpByTypeRangeAndBins) {
@@ -270,6 +369,22 @@ TEST(StatisticsCalls, RefuseWithoutWriting) {
               KIPX_EINVAL);
     EXPECT_EQ(KipxMinmax(nullptr, 0, src.arr(), nullptr, nullptr, nullptr, nullptr), KIPX_EINVAL);
     EXPECT_EQ(KipxMinmax(nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr), KIPX_EINVAL);
+    double out[4];
+    uint64_t found[4];
+    EXPECT_EQ(KipxSum(nullptr, 0, src.arr(), nullptr, nullptr, nullptr, nullptr), KIPX_EINVAL);
+    EXPECT_EQ(KipxMean(nullptr, 0, src.arr(), nullptr, nullptr, nullptr, nullptr, nullptr),
+              KIPX_EINVAL);
+    EXPECT_EQ(KipxMean(nullptr, 0, src.arr(), nullptr, nullptr, nullptr, nullptr, out), 0);
+    EXPECT_EQ(out[0], 0);
+    const auto boxes = [&](int32_t relation, const double *values, uint32_t n, uint64_t *counts) {
+        return KipxCountRelBox(nullptr, 0, src.arr(), nullptr, nullptr, nullptr, relation, values,
+                               nullptr, n, counts);
+    };
+    for (int32_t relation : {0, 1, 2, 9, 15})
+        EXPECT_EQ(boxes(relation, out, 1, found), KIPX_EINVAL);
+    EXPECT_EQ(boxes(3, nullptr, 1, found), KIPX_EINVAL);
+    EXPECT_EQ(boxes(3, out, 2, found), KIPX_EINVAL);
+    EXPECT_EQ(boxes(3, out, 1, nullptr), KIPX_EINVAL);
     src.arr()->type = KIPX_U64;
     EXPECT_EQ(answer(good), KIPX_ENOTSUP);
     src.arr()->type = 6;

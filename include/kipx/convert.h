@@ -1,8 +1,8 @@
-/* kipx/convert.h - copying, filling and continuing arrays.
+/* kipx/convert.h - copying, filling, converting and continuing arrays.
  *
- * Gives    fills with a value per channel, copies, both under a mask; copies that continue an array
- *          beyond its edges; and the conversion of single values and ranges of values to an element
- *          type.
+ * Gives    fills with a value per channel, copies, both under a mask; conversion of
+ *          element types, with scale and shift; copies that continue an array beyond its edges; and
+ *          the conversion of single values and ranges of values to an element type.
  * Promises a number goes into an integer type to the nearest one, ties to the even one, and where
  *          that leaves the type's range to the end of the range; NaN gives 0. f32 keeps what it can
  *          hold of it.
@@ -13,7 +13,7 @@
  *   xe      the environment; may be null where no scratch is needed
  *   flags   KIPX_FLAG_*
  *   dst     result, of 1 to 4 channels and of 3 or 4 axes
- *   src     source of the destination's element type and channels; it has as many axes as dst, or 3
+ *   src     source of the destination's channels, and but for conversion its element type; it has as many axes as dst, or 3
  *           against 4, and then every plane of dst gets the same. As many planes as dst, or 1; where
  *           borders are made, any number
  *   mask    u8, of one channel or as many as dst; as many axes as dst, or 3 against 4. Elements of
@@ -24,8 +24,8 @@
  *           where their regions start (null: at their origin)
  *
  * and return 0 or a negative code with nothing written. What is worked on is the smallest of what roi
- * and the arrays leave. All element types with a size are taken, codes 1 to 4 and 9 to 14. The flat
- * levels take 2 or 3 axes.
+ * and the arrays leave. But for conversion all element types with a size are taken, codes 1 to 4 and 9
+ * to 14. The flat levels take 2 or 3 axes.
  */
 #ifndef KIPX_CONVERT_H
 #define KIPX_CONVERT_H
@@ -61,16 +61,30 @@ KIPX_DECLARE_SHAPE(0M, fill_xm, FillEx, KIPX_TAIL_NONE);
 KIPX_DECLARE_SHAPE(1, copy, Copy, KIPX_TAIL_NONE);
 KIPX_DECLARE_SHAPE(1M, copy_xm, CopyEx, KIPX_TAIL_NONE);
 
+/* ---- conversion ---- */
+
+/* Every element times `scale` plus `shift`, into the destination's element type: to nearest, ties to
+ * even, saturated, NaN to 0 in integers and to the quiet NaN without a sign in floating types. Product
+ * and sum are formed and rounded in binary64. A scale of 1 with a shift of 0 leaves values as they are,
+ * and elements of one type bit by bit. Every pair of u8, u16, u32, s8, s16, s32, f32 and f64; another
+ * valid type is KIPX_ENOTSUP. The source may be the destination itself where both have elements of one
+ * size, as in arithmetic; any other sharing of bytes is KIPX_EINVAL. */
+#define KIPX_TAIL_CONVERT , double scale, double shift
+KIPX_DECLARE_SHAPE(1, convert, Convert, KIPX_TAIL_CONVERT);
+/* The same with a scale and a shift per channel of the region; null scales are 1, null shifts 0. */
+#define KIPX_TAIL_VCONVERT , const double *scales, const double *shifts
+KIPX_DECLARE_SHAPE(1, vconvert, VConvert, KIPX_TAIL_VCONVERT);
+
 /* ---- borders ---- */
 
 /* How an array goes on beyond its edges; the low four bits count. An array a b c d goes on as */
 enum {
-    KIPX_BORDER_NONE = 0,       /* nothing is written there */
-    KIPX_BORDER_CONST = 3,      /* v v | a b c d | v v   one value per channel */
-    KIPX_BORDER_REPLICATE = 4,  /* a a | a b c d | d d */
-    KIPX_BORDER_WRAP = 5,       /* c d | a b c d | a b */
-    KIPX_BORDER_REFLECT = 6,    /* b a | a b c d | d c */
-    KIPX_BORDER_REFLECT101 = 7  /* c b | a b c d | c b */
+    KIPX_BORDER_NONE = 0,      /* nothing is written there */
+    KIPX_BORDER_CONST = 3,     /* v v | a b c d | v v   one value per channel */
+    KIPX_BORDER_REPLICATE = 4, /* a a | a b c d | d d */
+    KIPX_BORDER_WRAP = 5,      /* c d | a b c d | a b */
+    KIPX_BORDER_REFLECT = 6,   /* b a | a b c d | d c */
+    KIPX_BORDER_REFLECT101 = 7 /* c b | a b c d | c b */
 };
 
 /* "nul-border", "const-border", "replicate-border", "wrap-border", "reflect-border",

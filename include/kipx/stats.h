@@ -1,8 +1,10 @@
-/* kipx/stats.h - histograms and extrema of arrays, channel by channel.
+/* kipx/stats.h - histograms, extrema, sums and counts of arrays, channel by channel.
  *
- * Gives    KipxHistogram, which counts values in bins; KipxMinmax, the least and the greatest value.
- * Promises the same bits on every processor. Elements outside the mask, and NaN, are passed over.
- * Costs    one pass over the region, no scratch.
+ * Gives    KipxHistogram, which counts values in bins; KipxMinmax, the least and the greatest value;
+ *          KipxSum and KipxMean, with the deviation; KipxCountRelBox, which counts in boxes.
+ * Promises the same bits on every processor and for every layout. Elements outside the mask are passed
+ *          over.
+ * Costs    one pass over the region, no scratch; deviations take a second pass.
  * Owner    everything is the caller's; a histogram's counts are scratch of the environment where
  *          __kipx_histogram__$n$xe set it up.
  *
@@ -71,10 +73,41 @@ KIPX_DECLARE_SHAPE(R, histogram, Histogram, KIPX_TAIL_HISTOGRAM);
 
 /* ---- extrema ---- */
 
-/* The least and the greatest value of each channel; zeros are +0. A channel that holds nothing but
+/* The least and the greatest value of each channel; zeros are +0, and NaN is passed over. A channel that holds nothing but
  * NaN gives NaN for both. A mask without a pixel in the region is KIPX_EEMPTY. */
 #define KIPX_TAIL_RANGES , kipx_vrange *ranges
 KIPX_DECLARE_SHAPE(R, minmax, Minmax, KIPX_TAIL_RANGES);
+
+/* ---- sums ---- */
+
+/* The sum of each channel. Of integers it is exact in 64 bits and then rounded once to binary64; of
+ * floating elements it is formed in binary64 in one fixed order, in pairs, so that its error grows with
+ * the logarithm of their number. NaN makes it NaN. A mask without a pixel in the region is
+ * KIPX_EEMPTY. */
+#define KIPX_TAIL_SUMS , double *sums
+KIPX_DECLARE_SHAPE(R, sum, Sum, KIPX_TAIL_SUMS);
+/* The mean of each channel, its sum divided by its number of elements, and the standard deviation: the
+ * root of the mean squared distance from the mean. Either may be null. */
+#define KIPX_TAIL_MEANS , double *means, double *deviations
+KIPX_DECLARE_SHAPE(R, mean, Mean, KIPX_TAIL_MEANS);
+
+/* ---- counts in boxes ---- */
+
+/* Counts the elements that stand in a relation to their channel's value, in each of n boxes.
+ *
+ *   relation  3 equal to it, 4 less, 5 less or equal, 6 greater, 7 greater or equal, 8 not equal; the low
+ *             four bits count. The numbers are compared as they are: below 2.5 are 2 and less. NaN is
+ *             not equal to anything and in no other relation. Another relation is KIPX_EINVAL
+ *   values    one per channel
+ *   boxes     origins count from the region's first pixel; what lies outside the region is not counted,
+ *             channel entries are not read, and with 3 axes a box has one plane. Null: the region, and n
+ *             is 1 then. Boxes may overlap
+ *   counts    n times as many as there are channels, box by box. An empty box has zeros
+ */
+#define KIPX_TAIL_BOXES                                                                            \
+    , int32_t relation, const double *values, const kipx_site *boxes, uint32_t n_boxes,            \
+        uint64_t *counts
+KIPX_DECLARE_SHAPE(R, countrelbox, CountRelBox, KIPX_TAIL_BOXES);
 
 KIPX_END
 

@@ -92,7 +92,7 @@ int32_t choose(ArithOp op, Call &c, Choice &choice) {
     choice = {find_arith(op, middle, c.src[0].type, c.src[1].type), nullptr, element_size(middle)};
     if (choice.kernel == arith_kernel_count) return KIPX_ENOTSUP;
     if (!narrow) return 0;
-    choice.convert = convert_row_for(c.dst.type, middle, active_set(c.flags));
+    choice.convert = narrow_row_for(c.dst.type, middle, active_set(c.flags));
     return choice.convert ? 0 : KIPX_ENOTSUP;
 }
 

@@ -1,22 +1,92 @@
-// convert/convert.cpp - the choice of a conversion.
+// convert/convert.cpp - conversion, from the public functions down to the rows.
 #include "convert/convert.h"
 
+#include <kipx/convert.h>
+
+#include "convert/constants.h"
 #include "convert/convert_rows.h"
-#include "core/element.h"
+#include "core/rows.h"
+#include "core/stamp.h"
 
 namespace kipx {
 
 RowLoop convert_row_for(uint32_t dst_type, uint32_t src_type, Set set) {
-    const RowLoop *rows = convert_rows_of(set);
-    switch (kernel_key(0, dst_type, src_type)) {
-#define KIPX_CASE(D, S)                                                                            \
-    case kernel_key(0, KIPX_CODE_##D, KIPX_CODE_##S):                                              \
-        return rows[convert_##D##S];
-        KIPX_CONVERT_PAIRS(KIPX_CASE)
-#undef KIPX_CASE
-    default:
-        return nullptr;
-    }
+    const uint32_t d = numeric_type_of(dst_type), s = numeric_type_of(src_type);
+    if (d == numeric_type_count || s == numeric_type_count) return nullptr;
+    return convert_rows_of(set)[d * numeric_type_count + s];
 }
 
+RowLoop narrow_row_for(uint32_t dst_type, uint32_t src_type, Set set) {
+    if (src_type == KIPX_F32 && dst_type == KIPX_S8) return convert_rows_of(set)[narrow_f32_s8];
+    if (src_type == KIPX_F32 && dst_type == KIPX_S16) return convert_rows_of(set)[narrow_f32_s16];
+    return convert_row_for(dst_type, src_type, set);
+}
+
+namespace {
+
+constexpr Shape one_array{.anchor = slot_dst,
+                          .sources = 1,
+                          .partners = 1,
+                          .partner = {{slot_src1, Fit::like, Meet::rest}},
+                          .stands_in = slot_count,
+                          .planes = true,
+                          .overlap = false,
+                          .most_channels = 4,
+                          .no_rows = KIPX_EEMPTY};
+
+// What a conversion is given: numbers for all channels, or an array of one per channel.
+struct ConversionGiven {
+    double scale = 1, shift = 0;
+    const double *scales = nullptr, *shifts = nullptr;
+    ConversionGiven(double factor, double summand) : scale(factor), shift(summand) {}
+    ConversionGiven(const double *factors, const double *summands)
+        : scales(factors), shifts(summands) {}
+    bool plain() const { return scale == 1 && shift == 0 && !scales && !shifts; }
+};
+
+void convert(Call &c, const ConversionGiven &given) {
+    constexpr double ones[] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1}, zeros[15] = {};
+    Rows how;
+    how.set = active_set(c.flags);
+    how.loop = convert_row_for(c.dst.type, c.src[0].type, how.set);
+    if (given.plain()) return rows(c, how);
+    const bool by_channel = given.scales || given.shifts;
+    const Scaling scaling = {convert_row_for(KIPX_F64, c.src[0].type, how.set),
+                             convert_row_for(c.dst.type, KIPX_F64, how.set),
+                             c.src[0].size,
+                             c.dst.size,
+                             by_channel,
+                             given.scale,
+                             given.shift};
+    how.loop = convert_rows_of(how.set)[convert_scaled], how.params = &scaling;
+    if (!by_channel) return rows(c, how);
+    Constants scales(KIPX_F64, given.scales ? given.scales : ones, c);
+    Constants shifts(KIPX_F64, given.shifts ? given.shifts : zeros, c);
+    c.src[1] = scales.operand(), c.src[2] = shifts.operand(), c.sources = 3;
+    rows(c, how);
+}
+
+int32_t work_conversion(Call &c) {
+    if (!element_valid(c.dst.type) || !element_valid(c.src[0].type)) return KIPX_EINVAL;
+    if (!convert_row_for(c.dst.type, c.src[0].type, Set::baseline)) return KIPX_ENOTSUP;
+    if (c.channels == 0) return KIPX_EINVAL;
+    if (no_work_asked(c)) return no_work_answer(c);
+    if (c.height == 0 || c.width == 0) return 0;
+    if (!c.dst.at || !c.src[0].at) return KIPX_EINVAL;
+    convert(c, *static_cast<const ConversionGiven *>(c.params));
+    return 0;
+}
+
+} // namespace
 } // namespace kipx
+
+using namespace kipx;
+
+extern "C" {
+#define KIPX_PASS_KIPX_TAIL_CONVERT , scale, shift
+#define KIPX_PASS_KIPX_TAIL_VCONVERT , scales, shifts
+KIPX_STAMP_1(convert, Convert, KIPX_TAIL_CONVERT, one_array, ConversionGiven(scale, shift),
+             work_conversion)
+KIPX_STAMP_1(vconvert, VConvert, KIPX_TAIL_VCONVERT, one_array, ConversionGiven(scales, shifts),
+             work_conversion)
+}

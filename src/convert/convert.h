@@ -1,8 +1,6 @@
-// convert/convert.h - conversion of values from one element type to another.
+// convert/convert.h - conversion of values from one element type to another, as row loops.
 //
-// Gives    convert_row_for(): the row loop for a pair of types, for core/rows.h.
-// Promises to nearest with ties to even, saturated; NaN to the smallest value, 0 for unsigned
-//          types.
+// Promises to nearest with ties to even, saturated.
 #pragma once
 
 #include "core/run.h"
@@ -10,7 +8,9 @@
 
 namespace kipx {
 
-// Null when the pair has no conversion.
+// NaN to 0 in integers. Null when a type is not numeric.
 RowLoop convert_row_for(uint32_t dst_type, uint32_t src_type, Set set);
+// As narrowing arithmetic converts: NaN to the smallest value.
+RowLoop narrow_row_for(uint32_t dst_type, uint32_t src_type, Set set);
 
 } // namespace kipx

@@ -5,19 +5,82 @@
 namespace kipx::KIPX_SET {
 namespace {
 
+// To nearest, saturated, NaN to 0. Whole numbers of 2^31 and more go through the signed ones.
+template<class D, class S> D rounded(S x) {
+    if constexpr (same<D, u32>) {
+        constexpr f64 half = 0x1p31, high = 0xffffffffp0;
+        f64 wide = static_cast<f64>(x);
+        f64 clipped = wide > 0.0 ? wide : 0.0; // NaN compares false
+        clipped = nearest(clipped < high ? clipped : high);
+        return static_cast<u32>(static_cast<s32>(clipped - half)) ^ 0x80000000u;
+    } else {
+        D y = round_saturate<D>(x);
+        return Range<D>::low == 0 || x == x ? y : D{0};
+    }
+}
+
+// Between integers: both ends of what the types share are numbers of the source's.
+template<class D, class S> D clipped(S x) {
+    constexpr s64 d_low = Range<D>::low, s_low = Range<S>::low, d_high = Range<D>::high,
+                  s_high = Range<S>::high;
+    constexpr S low = static_cast<S>(d_low > s_low ? d_low : s_low);
+    constexpr S high = static_cast<S>(d_high < s_high ? d_high : s_high);
+    S raised = x < low ? low : x;
+    return static_cast<D>(raised > high ? high : raised);
+}
+
+template<class D, class S> D converted(S x) {
+    if constexpr (same<D, S>)
+        return x;
+    else if constexpr (floating<D> && floating<S>)
+        return one_nan(static_cast<D>(x));
+    else if constexpr (floating<D>)
+        return static_cast<D>(x);
+    else if constexpr (floating<S>)
+        return rounded<D>(x);
+    else
+        return clipped<D>(x);
+}
+
 template<class D, class S> void row(Run run) {
+    row_of_elements<D, S, S>(run.dst, run.src[0], run.src[0], run.n,
+                             run.writing == Writing::streamed,
+                             [](S x, S) { return converted<D>(x); });
+}
+
+template<class D> void narrow(Run run) {
     KIPX_INDEPENDENT
-    for (size_t i = 0; i < run.n; ++i) {
-        if constexpr (floating<S>)
-            store(run.dst, i, round_saturate<D>(load<S>(run.src[0], i)));
-        else
-            store(run.dst, i, saturate<D>(s32{load<S>(run.src[0], i)}));
+    for (size_t i = 0; i < run.n; ++i)
+        store(run.dst, i, round_saturate<D>(load<f32>(run.src[0], i)));
+}
+
+// x * scale + shift in binary64, each rounded, block by block.
+void scaled(Run run) {
+    const Scaling &s = *static_cast<const Scaling *>(run.params);
+    constexpr size_t block = 512;
+    alignas(64) f64 wide[block];
+    for (size_t done = 0; done < run.n; done += block) {
+        size_t n = run.n - done < block ? run.n - done : block;
+        const char *from = static_cast<const char *>(run.src[0]) + done * s.src_size;
+        s.widen({wide, {from, nullptr, nullptr}, n, nullptr, Writing::cached});
+        if (s.by_channel) {
+            KIPX_INDEPENDENT
+            for (size_t i = 0; i < n; ++i)
+                wide[i] =
+                    wide[i] * load<f64>(run.src[1], done + i) + load<f64>(run.src[2], done + i);
+        } else {
+            const f64 scale = s.scale, shift = s.shift;
+            for (size_t i = 0; i < n; ++i) wide[i] = wide[i] * scale + shift;
+        }
+        char *to = static_cast<char *>(run.dst) + done * s.dst_size;
+        s.narrow({to, {wide, nullptr, nullptr}, n, nullptr, Writing::cached});
     }
 }
 
 } // namespace
 
 #define KIPX_ROW(D, S) row<D, S>,
-extern const RowLoop convert_rows[convert_kernel_count] = {KIPX_CONVERT_PAIRS(KIPX_ROW)};
+extern const RowLoop convert_rows[convert_row_count] = {KIPX_NUMERIC_PAIRS(KIPX_ROW) narrow<s8>,
+                                                        narrow<s16>, scaled};
 
 } // namespace kipx::KIPX_SET

@@ -68,6 +68,6 @@ template<class T> void row(FoldRun run) {
 } // namespace
 
 #define KIPX_ROW(T) row<T>,
-extern const FoldLoop extreme_rows[stats_type_count] = {KIPX_STATS_TYPES(KIPX_ROW)};
+extern const FoldLoop extreme_rows[numeric_type_count] = {KIPX_NUMERIC_TYPES(KIPX_ROW)};
 
 } // namespace kipx::KIPX_SET

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "core/fold.h"
+#include "core/numeric.h"
 #include "core/sets.h"
-#include "stats/element_types.h"
 
 namespace kipx {
 
@@ -12,6 +12,6 @@ struct Extremes {
     double low, high;
 };
 
-KIPX_SET_TABLES(FoldLoop, extreme_rows, stats_type_count)
+KIPX_SET_TABLES(FoldLoop, extreme_rows, numeric_type_count)
 
 } // namespace kipx

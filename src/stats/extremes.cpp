@@ -17,7 +17,7 @@ int32_t find_extremes(Call &call, kipx_vrange *ranges) {
     for (Extremes &s : states) s = {infinity, -infinity};
     Folding how;
     how.set = active_set(call.flags);
-    how.loop = extreme_rows_of(how.set)[stats_type_of(call.src[0].type)];
+    how.loop = extreme_rows_of(how.set)[numeric_type_of(call.src[0].type)];
     how.states = states, how.state_size = sizeof *states;
     how.blocks = false, how.interleaved = true;
     const Taken taken = fold(call, how);

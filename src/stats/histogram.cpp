@@ -114,7 +114,7 @@ void count_by_bin(Call &call, const BinRule *rules, kipx_histogram *histograms) 
     }
     Folding how;
     how.set = active_set(call.flags);
-    how.loop = histogram_rows_of(how.set)[count_bins + stats_type_of(call.src[0].type)];
+    how.loop = histogram_rows_of(how.set)[count_bins + numeric_type_of(call.src[0].type)];
     how.states = states, how.state_size = sizeof *states;
     how.blocks = false, how.interleaved = false;
     fold(call, how);

@@ -103,6 +103,6 @@ template<class T> void bins(FoldRun run) {
 
 #define KIPX_ROW(T) bins<T>,
 extern const FoldLoop histogram_rows[histogram_row_count] = {bytes, bytes_of_channels,
-                                                             KIPX_STATS_TYPES(KIPX_ROW)};
+                                                             KIPX_NUMERIC_TYPES(KIPX_ROW)};
 
 } // namespace kipx::KIPX_SET

@@ -6,8 +6,8 @@
 #pragma once
 
 #include "core/fold.h"
+#include "core/numeric.h"
 #include "core/sets.h"
-#include "stats/element_types.h"
 
 namespace kipx {
 
@@ -43,7 +43,7 @@ struct BinCounts {
 
 // Of the table of loops; one loop per type begins at count_bins.
 inline constexpr uint32_t count_bytes = 0, count_bytes_of_channels = 1, count_bins = 2;
-inline constexpr uint32_t histogram_row_count = count_bins + stats_type_count;
+inline constexpr uint32_t histogram_row_count = count_bins + numeric_type_count;
 KIPX_SET_TABLES(FoldLoop, histogram_rows, histogram_row_count)
 
 } // namespace kipx

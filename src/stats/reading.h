@@ -6,7 +6,7 @@
 
 #include "core/admit.h"
 #include "core/fold.h"
-#include "stats/element_types.h"
+#include "core/numeric.h"
 
 namespace kipx {
 
@@ -24,7 +24,7 @@ inline constexpr Shape one_reading{.anchor = slot_src1,
 // the operation has been given all that it needs besides its arrays.
 inline int32_t admit_reading(const Call &c, bool complete) {
     if (!element_valid(c.src[0].type)) return KIPX_EINVAL;
-    if (stats_type_of(c.src[0].type) == stats_type_count) return KIPX_ENOTSUP;
+    if (numeric_type_of(c.src[0].type) == numeric_type_count) return KIPX_ENOTSUP;
     if (c.channels < 1 || c.channels > fold_channels || !complete) return KIPX_EINVAL;
     if (no_work_asked(c)) return no_work_answer(c);
     if (c.height == 0 || c.width == 0) return KIPX_EEMPTY;
