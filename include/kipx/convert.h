@@ -1,8 +1,8 @@
 /* kipx/convert.h - copying, filling, converting and continuing arrays.
  *
- * Gives    fills with a value per channel, copies, both under a mask; conversion of
- *          element types, with scale and shift; copies that continue an array beyond its edges; and
- *          the conversion of single values and ranges of values to an element type.
+ * Gives    fills with a value per channel, copies, both under a mask; conversion of element types, with
+ *          scale and shift; copies that continue an array beyond its edges; and the conversion of
+ *          single values and ranges of values to an element type.
  * Promises a number goes into an integer type to the nearest one, ties to the even one, and where
  *          that leaves the type's range to the end of the range; NaN gives 0. f32 keeps what it can
  *          hold of it.
@@ -13,9 +13,9 @@
  *   xe      the environment; may be null where no scratch is needed
  *   flags   KIPX_FLAG_*
  *   dst     result, of 1 to 4 channels and of 3 or 4 axes
- *   src     source of the destination's channels, and but for conversion its element type; it has as many axes as dst, or 3
- *           against 4, and then every plane of dst gets the same. As many planes as dst, or 1; where
- *           borders are made, any number
+ *   src     source of the destination's channels and, but for conversion, its element type; it has as
+ *           many axes as dst, or 3 against 4, and then every plane of dst gets the same. As many
+ *           planes as dst, or 1; where borders are made, any number
  *   mask    u8, of one channel or as many as dst; as many axes as dst, or 3 against 4. Elements of
  *           dst are written where it is not 0. Null writes all
  *   values  one per channel of the region
@@ -65,13 +65,15 @@ KIPX_DECLARE_SHAPE(1M, copy_xm, CopyEx, KIPX_TAIL_NONE);
 
 /* Every element times `scale` plus `shift`, into the destination's element type: to nearest, ties to
  * even, saturated, NaN to 0 in integers and to the quiet NaN without a sign in floating types. Product
- * and sum are formed and rounded in binary64. A scale of 1 with a shift of 0 leaves values as they are,
- * and elements of one type bit by bit. Every pair of u8, u16, u32, s8, s16, s32, f32 and f64; another
- * valid type is KIPX_ENOTSUP. The source may be the destination itself where both have elements of one
- * size, as in arithmetic; any other sharing of bytes is KIPX_EINVAL. */
+ * and sum are formed and rounded in binary64; a shift of 0 adds nothing, so that -0 stays. With a scale
+ * of 1 and a shift of 0 the values themselves are converted, and elements of one type are copied bit by
+ * bit. Every pair of u8, u16, u32, s8, s16, s32, f32 and f64; another valid type is KIPX_ENOTSUP. The
+ * source may be the destination itself where both have elements of one size, as in arithmetic; any
+ * other sharing of bytes is KIPX_EINVAL. */
 #define KIPX_TAIL_CONVERT , double scale, double shift
 KIPX_DECLARE_SHAPE(1, convert, Convert, KIPX_TAIL_CONVERT);
-/* The same with a scale and a shift per channel of the region; null scales are 1, null shifts 0. */
+/* The same with a scale and a shift per channel of the region; null scales are 1, null shifts 0, and
+ * where both are null this is KipxConvert with 1 and 0. */
 #define KIPX_TAIL_VCONVERT , const double *scales, const double *shifts
 KIPX_DECLARE_SHAPE(1, vconvert, VConvert, KIPX_TAIL_VCONVERT);
 

@@ -73,8 +73,8 @@ KIPX_DECLARE_SHAPE(R, histogram, Histogram, KIPX_TAIL_HISTOGRAM);
 
 /* ---- extrema ---- */
 
-/* The least and the greatest value of each channel; zeros are +0, and NaN is passed over. A channel that holds nothing but
- * NaN gives NaN for both. A mask without a pixel in the region is KIPX_EEMPTY. */
+/* The least and the greatest value of each channel; zeros are +0, and NaN is passed over. A channel that
+ * holds nothing but NaN gives NaN for both. A mask without a pixel in the region is KIPX_EEMPTY. */
 #define KIPX_TAIL_RANGES , kipx_vrange *ranges
 KIPX_DECLARE_SHAPE(R, minmax, Minmax, KIPX_TAIL_RANGES);
 

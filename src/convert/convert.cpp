@@ -44,8 +44,11 @@ struct ConversionGiven {
     bool plain() const { return scale == 1 && shift == 0 && !scales && !shifts; }
 };
 
+// -0 for 0: the one number that, added, leaves all others as they are, -0 too.
+double summand_of(double shift) { return shift == 0 ? -0.0 : shift; }
+
 void convert(Call &c, const ConversionGiven &given) {
-    constexpr double ones[] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1}, zeros[15] = {};
+    constexpr uint32_t most_channels = 15;
     Rows how;
     how.set = active_set(c.flags);
     how.loop = convert_row_for(c.dst.type, c.src[0].type, how.set);
@@ -57,11 +60,15 @@ void convert(Call &c, const ConversionGiven &given) {
                              c.dst.size,
                              by_channel,
                              given.scale,
-                             given.shift};
+                             summand_of(given.shift)};
     how.loop = convert_rows_of(how.set)[convert_scaled], how.params = &scaling;
     if (!by_channel) return rows(c, how);
-    Constants scales(KIPX_F64, given.scales ? given.scales : ones, c);
-    Constants shifts(KIPX_F64, given.shifts ? given.shifts : zeros, c);
+    double factors[most_channels], summands[most_channels];
+    for (uint32_t i = 0; i < c.channels; ++i) {
+        factors[i] = given.scales ? given.scales[i] : 1;
+        summands[i] = given.shifts ? summand_of(given.shifts[i]) : -0.0;
+    }
+    Constants scales(KIPX_F64, factors, c), shifts(KIPX_F64, summands, c);
     c.src[1] = scales.operand(), c.src[2] = shifts.operand(), c.sources = 3;
     rows(c, how);
 }

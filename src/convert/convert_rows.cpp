@@ -66,11 +66,11 @@ void scaled(Run run) {
         if (s.by_channel) {
             KIPX_INDEPENDENT
             for (size_t i = 0; i < n; ++i)
-                wide[i] =
-                    wide[i] * load<f64>(run.src[1], done + i) + load<f64>(run.src[2], done + i);
+                wide[i] = one_nan(wide[i] * load<f64>(run.src[1], done + i) +
+                                  load<f64>(run.src[2], done + i));
         } else {
             const f64 scale = s.scale, shift = s.shift;
-            for (size_t i = 0; i < n; ++i) wide[i] = wide[i] * scale + shift;
+            for (size_t i = 0; i < n; ++i) wide[i] = one_nan(wide[i] * scale + shift);
         }
         char *to = static_cast<char *>(run.dst) + done * s.dst_size;
         s.narrow({to, {wide, nullptr, nullptr}, n, nullptr, Writing::cached});
