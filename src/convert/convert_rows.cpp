@@ -5,6 +5,9 @@
 namespace kipx::KIPX_SET {
 namespace {
 
+// One NaN for all: which one survives an operation, and its sign, differ between processors.
+template<class T> T with_one_nan(T x) { return x == x ? x : static_cast<T>(__builtin_nan("")); }
+
 // To nearest, saturated, NaN to 0. Whole numbers of 2^31 and more go through the signed ones.
 template<class D, class S> D rounded(S x) {
     if constexpr (same<D, u32>) {
@@ -33,7 +36,7 @@ template<class D, class S> D converted(S x) {
     if constexpr (same<D, S>)
         return x;
     else if constexpr (floating<D> && floating<S>)
-        return one_nan(static_cast<D>(x));
+        return with_one_nan(static_cast<D>(x));
     else if constexpr (floating<D>)
         return static_cast<D>(x);
     else if constexpr (floating<S>)
@@ -66,11 +69,11 @@ void scaled(Run run) {
         if (s.by_channel) {
             KIPX_INDEPENDENT
             for (size_t i = 0; i < n; ++i)
-                wide[i] = one_nan(wide[i] * load<f64>(run.src[1], done + i) +
-                                  load<f64>(run.src[2], done + i));
+                wide[i] = with_one_nan(wide[i] * load<f64>(run.src[1], done + i) +
+                                       load<f64>(run.src[2], done + i));
         } else {
             const f64 scale = s.scale, shift = s.shift;
-            for (size_t i = 0; i < n; ++i) wide[i] = one_nan(wide[i] * scale + shift);
+            for (size_t i = 0; i < n; ++i) wide[i] = with_one_nan(wide[i] * scale + shift);
         }
         char *to = static_cast<char *>(run.dst) + done * s.dst_size;
         s.narrow({to, {wide, nullptr, nullptr}, n, nullptr, Writing::cached});

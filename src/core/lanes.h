@@ -119,9 +119,6 @@ inline void row_of_elements(void *dst, const void *a, const void *b, size_t n, b
         store(dst, i, static_cast<D>(element(load<A>(a, i), load<B>(b, i))));
 }
 
-// One NaN for all: which operand's NaN survives an operation, and its sign, differ between processors.
-template<class T> inline T one_nan(T x) { return x == x ? x : static_cast<T>(__builtin_nan("")); }
-
 // Nearest integer of |x| < 2^51.
 inline f64 nearest(f64 x) { return (x + 0x1.8p52) - 0x1.8p52; }
 
