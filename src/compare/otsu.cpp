@@ -60,7 +60,7 @@ int32_t work_otsu(Call &c) {
 
 int32_t admit_otsu(const Call &c) {
     if (!element_valid(c.src[0].type)) return KIPX_EINVAL;
-    if (stats_type_of(c.src[0].type) == stats_type_count) return KIPX_ENOTSUP;
+    if (numeric_type_of(c.src[0].type) == numeric_type_count) return KIPX_ENOTSUP;
     if (c.channels < 1 || c.channels > fold_channels || !selected_channels(c)) return KIPX_EINVAL;
     const uint64_t rows = uint64_t{c.planes} * c.height;
     return rows <= INT32_MAX && rows * c.width <= INT32_MAX ? 0 : KIPX_EINVAL;
