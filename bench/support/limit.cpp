@@ -88,7 +88,8 @@ void move_bytes(Move move, Traffic traffic, size_t pixels, unsigned char *write,
                       move == Move::streamed);
         return loops.fence();
     }
-    const bool whole = even && copies == 1 && streams.reads == 1;
+    const bool alone = streams.reads == 0 || (traffic.write == 0 && streams.reads == 1);
+    const bool whole = alone || (even && copies == 1 && streams.reads == 1);
     const size_t block = whole ? pixels : 2048;
     for (size_t at = 0; at < pixels; at += block) {
         const size_t n = std::min(block, pixels - at);
