@@ -268,7 +268,7 @@ struct GatherCase {
 };
 constexpr GatherCase gather_cases[] = {
     {"default", Set::all, 0, true},
-    {"default, for lack of a chain of its own", Set::all, KIPX_WTS_FAST, true},
+    {"default, for lack of a chain of its own", Set::all, KIPX_FLAG_FAST, true},
     {"default, moments", Set::moments, 0, true},
     {"default, pixels", Set::pixels, 0, true},
     {"default, updates of one kind", Set::updates_only, 0, true},
@@ -276,9 +276,9 @@ constexpr GatherCase gather_cases[] = {
     {"default, no lazymerge", Set::no_lazymerge, 0, true},
     {"moment chain", Set::moments, 0x200000, true},
     {"moment chain", Set::moments, 0x400000, true},
-    {"general", Set::all, KIPX_WTS_GENERAL, false},
-    {"general before fast", Set::pixels, KIPX_WTS_GENERAL | KIPX_WTS_FAST, false},
-    {"general, no merge", Set::no_merge, KIPX_WTS_GENERAL, true},
+    {"general", Set::all, KIPX_FLAG_GENERAL_BUILDER, false},
+    {"general before fast", Set::pixels, KIPX_FLAG_GENERAL_BUILDER | KIPX_FLAG_FAST, false},
+    {"general, no merge", Set::no_merge, KIPX_FLAG_GENERAL_BUILDER, true},
 };
 
 // Gathers regions in random order, some alone first, some twice; returns the first fault.
@@ -325,7 +325,7 @@ TEST(Gathering, IsTheUnionOfPixels) {
 TEST(Gathering, TheGeneralChainMergesStatesAtOnce) {
     Rng rng(3);
     tally = {};
-    Scene scene(Set::all, KIPX_WTS_GENERAL);
+    Scene scene(Set::all, KIPX_FLAG_GENERAL_BUILDER);
     const size_t root = scene.grow(rng, 25);
     EXPECT_EQ(tally.merges, 24);
     EXPECT_EQ(tally.lazymerges, 0);
@@ -374,7 +374,7 @@ TEST(Gathering, ARegionThatNoNodeLeadsTo) {
 }
 
 TEST(Gathering, RefusesWhatCannotBe) {
-    Scene scene(Set::pixels, KIPX_WTS_FAST);
+    Scene scene(Set::pixels, KIPX_FLAG_FAST);
     Rng rng(2);
     scene.grow(rng, 5);
     KipxWTSregion *list[2] = {scene.model[0].region, nullptr};

@@ -166,9 +166,6 @@ KIPX_API void __KipxWTSPF__ongather__(void *state, const KipxWTSregion *region);
 
 #define KIPX_TAG_WTSL UINT32_C(0x7774736C)
 
-#define KIPX_WTS_GENERAL UINT64_C(0x100000) /* flag bit 20: states are merged as regions merge */
-#define KIPX_WTS_FAST UINT64_C(0x600000)    /* flag bits 21, 22: the fast flood */
-
 /* context is the flood's level-set context, fixed up. */
 typedef void *(*KipxWTSallocate)(KipxSTB *builder, size_t size, size_t alignment);
 typedef int32_t (*KipxWTSconfigure)(KipxSTB *builder, KipxWTSLSC *context, uint64_t flags,

@@ -44,6 +44,10 @@ enum {
 #define KIPX_FLAG_PLAIN UINT64_C(0x2)       /* kernels in their plain form, whatever the switch says */
 #define KIPX_FLAG_PROBE UINT64_C(0x1000000) /* check everything, then answer KIPX_EAGAIN */
 
+/* Flag bits that floods, and builders that listen to them, know beside those. */
+#define KIPX_FLAG_GENERAL_BUILDER UINT64_C(0x100000) /* states are merged as regions merge */
+#define KIPX_FLAG_FAST UINT64_C(0x600000)            /* either bit: the fast flood */
+
 /* Number of axes in the low 4 bits; number of unused leading slots in bits 4-7. */
 typedef uint32_t kipx_dims;
 

@@ -47,9 +47,6 @@
 
 KIPX_BEGIN
 
-#define KIPX_FLAG_FAST UINT64_C(0x600000)            /* either bit: the fast flood */
-#define KIPX_FLAG_GENERAL_BUILDER UINT64_C(0x100000) /* the builder's general interface */
-
 #define KIPX_CODE_WTSH UINT32_C(0x77747368)
 #define KIPX_CODE_WTSX UINT32_C(0x77747378)
 

@@ -52,8 +52,8 @@ constexpr Chain moment_chain = chain_with(update_moments, update2D_moments, merg
 constexpr Chain pixel_chain = chain_with(update_area, update_area, merge_links);
 
 const Chain *choose_chain(const KipxWTSLSC &context, uint64_t flags) {
-    if (flags & KIPX_WTS_GENERAL) return &general_chain;
-    if ((flags & KIPX_WTS_FAST) && context.count == 1) {
+    if (flags & KIPX_FLAG_GENERAL_BUILDER) return &general_chain;
+    if ((flags & KIPX_FLAG_FAST) && context.count == 1) {
         uint32_t magic = context.descriptors[0].magic;
         if (magic == KIPX_WTSMF_MAGIC) return &moment_chain;
         if (magic == KIPX_WTSPF_MAGIC) return &pixel_chain;

@@ -331,7 +331,7 @@ const Case cases[] = {
          });
      }},
     {"gathering", Needs::most, 10, gathering<0>},
-    {"gathering, general chain", Needs::most, 10, gathering<KIPX_WTS_GENERAL>},
+    {"gathering, general chain", Needs::most, 10, gathering<KIPX_FLAG_GENERAL_BUILDER>},
     {"flood", Needs::most, 5, flood<false, false>},
     {"flood, masked", Needs::most, 5, flood<false, true>},
     {"fast flood", Needs::all, 4, flood<true, false>},
