@@ -13,6 +13,7 @@
 #include <exception>
 #include <new>
 #include <numeric>
+#include <string_view>
 
 namespace {
 
@@ -88,7 +89,8 @@ int refuse(const CLI::App &app, const CLI::ParseError &error) {
     std::string text = error.what();
     if (dynamic_cast<const CLI::ExtrasError *>(&error)) text = unexpected(app, command);
     if (dynamic_cast<const CLI::ArgumentMismatch *>(&error) && text.find(" missing") != text.npos)
-        text = text.substr(0, text.find(':')) + ": got no value, expected one";
+        text = fmt::format("{}: got no value, expected one",
+                           std::string_view(text).substr(0, text.find(':')));
     const std::string help = &command == &app ? "" : command.get_name() + " ";
     return complain(fmt::format("{}; `kipx {}--help` tells how", text, help).c_str());
 }
