@@ -19,7 +19,7 @@ constexpr uint32_t most_channels = 4;
 void mark(uint8_t *table, int32_t first, int32_t last, uint8_t bias) {
     for (int32_t half : {0, 128}) {
         int32_t from = std::max(first, half), to = std::min(last, half + 127);
-        if (from <= to) std::memset(table + (from ^ bias), 255, static_cast<size_t>(to - from + 1));
+        if (from <= to) std::memset(table + (from ^ bias), 255, static_cast<size_t>(to - from) + 1);
     }
 }
 
@@ -117,7 +117,7 @@ int32_t kipx_mkcmpxlatab2(uint8_t *tables, uint32_t cmpop1, uint32_t cmpop2, con
     uint8_t vector1[16], vector2[16];
     int32_t code = kipx_mkifillvalv16(vector1, KIPX_U8, values1, channels);
     if (code == 0) code = kipx_mkifillvalv16(vector2, KIPX_U8, values2, channels);
-    if (code < 0) return code;
+    if (code != 0) return code;
     return make_tables(tables, {cmpop1, cmpop2, vector1, vector2, true_values, false_values, 0},
                        channels);
 }

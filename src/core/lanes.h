@@ -67,8 +67,8 @@ inline constexpr size_t vector_bytes = 32;
 #else
 inline constexpr size_t vector_bytes = 16;
 #endif
-template<class T> struct VectorOf { typedef T type __attribute__((vector_size(vector_bytes))); };
-template<class T> using Vector = typename VectorOf<T>::type;
+template<class T> struct VectorOf { typedef T Type __attribute__((vector_size(vector_bytes))); };
+template<class T> using Vector = typename VectorOf<T>::Type;
 // From element i on; no alignment is needed.
 template<class T> inline Vector<T> load_vector(const void *row, size_t i) {
     Vector<T> v;

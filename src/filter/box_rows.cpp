@@ -79,12 +79,14 @@ template<> struct Mean<u8, u16> {
     u32 shift;
     bool exact;
     explicit Mean(const BoxDown &b)
-        : other(b), half(static_cast<u16>(b.count / 2)), count(static_cast<u16>(b.count)),
-          even(b.count % 2 == 0), shift(0), exact(b.count > 1 && b.count <= 256) {
+        : other(b), half(static_cast<u16>(b.count / 2)), factor(0),
+          count(static_cast<u16>(b.count)), even(b.count % 2 == 0), shift(0),
+          exact(b.count > 1 && b.count <= 256) {
+        if (!exact) return;
         while (uint64_t{2} << shift < b.count) ++shift;
         u64 f = ((u64{65536} << shift) + b.count - 1) / b.count;
         factor = static_cast<u16>(f);
-        exact = exact && f < 65536;
+        exact = f < 65536;
         for (u32 q = 1; exact && q <= 256; ++q) {
             u32 n = q * static_cast<u32>(b.count);
             exact = (n > 65535 || (n * factor >> 16) >> shift == q) &&

@@ -17,6 +17,7 @@ void gather(const Band &band, const Pieces &pieces, size_t vector, size_t y, siz
         size_t n = pieces.vectors[piece] * vector / sizeof(T);
         if (piece == last || n > need) n = need;
         KIPX_INDEPENDENT
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse): no characters
         for (size_t i = 0; i < n; ++i) to[i] = static_cast<A>(load<T>(at, i));
         to += n, need -= n;
     }

@@ -10,7 +10,7 @@ namespace {
 
 int32_t flood_fast(KipxXE *xe, const FloodImage &image, KipxWatershedContext *context) {
     KipxFWTSRES *store = KipxFWTSRESfrombuilder(context->builder);
-    if (!store) return KIPX_EINVAL;
+    if (!store || !context->levelset) return KIPX_EINVAL;
     int32_t code = announce(context->levelset, image);
     if (code < 0) return code;
     FastRun run;

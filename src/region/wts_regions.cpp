@@ -53,11 +53,11 @@ template<class Add> void as_indices(const Pixels &pixels, Add add) {
 void update_state(const KipxWTSFDs &feature, void *state, const Pixels &pixels) {
     if (feature.update2D && pixels.pairs)
         feature.update2D(state, pixels.pairs, pixels.count);
-    else if (feature.update2D && pixels.width)
+    else if (feature.update2D && pixels.width && pixels.indices)
         as_pairs(pixels, [&](const uint32_t *p, uint32_t n) { feature.update2D(state, p, n); });
     else if (feature.update && pixels.indices)
         feature.update(state, pixels.indices, pixels.count);
-    else if (feature.update)
+    else if (feature.update && pixels.pairs)
         as_indices(pixels, [&](const uint32_t *p, uint32_t n) { feature.update(state, p, n); });
 }
 
