@@ -283,6 +283,15 @@ TEST(TypedLevel, TakesTwoOrThreeAxes) {
             EXPECT_EQ(code, type == 5 ? KIPX_EINVAL : codes[n]) << n;
             EXPECT_EQ(bytes[0], code ? 1 : 5);
         }
+    for (int missing = 0; missing < 4; missing++) {
+        const auto unless = [=](int which, const uint32_t *v) {
+            return which == missing ? nullptr : v;
+        };
+        EXPECT_EQ(kipxa_add(nullptr, 0, 3, unless(0, extent), KIPX_U8, bytes, nullptr,
+                            unless(1, strides), KIPX_U8, bytes + 1, nullptr, unless(2, strides),
+                            KIPX_U8, bytes + 2, nullptr, unless(3, strides), 0, 0),
+                  KIPX_EINVAL);
+    }
 }
 
 TEST(Sources, NarrowingNeedsAnEnvironment) {

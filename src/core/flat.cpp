@@ -2,6 +2,17 @@
 #include "core/flat.h"
 
 namespace kipx {
+namespace {
+
+// Extent and strides of whatever takes part.
+bool has_vectors(const uint32_t *extent, const FlatGiven &given) {
+    bool all =
+        extent && (!given.dst || given.dst->strides) && (!given.mask.at || given.mask.strides);
+    for (uint32_t i = 0; i < given.sources; ++i) all &= given.src[i].strides != nullptr;
+    return all;
+}
+
+} // namespace
 
 int32_t flat_call(Call &call, KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent,
                   const FlatGiven &given) {
@@ -11,6 +22,7 @@ int32_t flat_call(Call &call, KipxXE *xe, uint64_t flags, kipx_dims dims, const 
     if (given.mask.at) valid &= given.mask.type == KIPX_U8;
     if (!valid || axes < 2 || axes > 4) return KIPX_EINVAL;
     if (axes == 4) return KIPX_ENOTSUP;
+    if (!has_vectors(extent, given)) return KIPX_EINVAL;
     uint64_t entry = extent[axes - 1];
     call.dst.at = call.src[0].at = call.src[1].at = call.src[2].at = call.mask.at = nullptr;
     call.xe = xe;

@@ -45,7 +45,8 @@ struct FlatGiven {
     Flat mask;
 };
 
-// 0, or what is wrong with the axes: KIPX_ENOTSUP for 4 of them where all types are valid.
+// 0, or what is wrong: KIPX_ENOTSUP for 4 axes where all types are valid, KIPX_EINVAL for other
+// numbers, for types, and for an extent or strides that are null.
 int32_t flat_call(Call &call, KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *extent,
                   const FlatGiven &given);
 
