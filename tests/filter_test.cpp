@@ -123,9 +123,9 @@ TEST(Filter, AnswersInOrder) {
     wide.width = 5, wide.channels = 2, reals.type = KIPX_F32;
     GuardedArray two(wide), real(reals);
     kipx_arr one_on = *dst.arr(), no_type = *src.arr(), no_kernel = *src.arr(),
-             no_channels = *src.arr();
+             no_size = *src.arr(), no_channels = *src.arr();
     one_on.base = dst.address({0, 1, 0, 0}), one_on.volume[2]--;
-    no_type.type = 5, no_kernel.type = KIPX_U64, no_channels.volume[3] = 0;
+    no_type.type = 5, no_kernel.type = KIPX_U64, no_size.type = 15, no_channels.volume[3] = 0;
     const kipx_site outside = rectangle(20, 0, 3, 3);
     const uint64_t probe = KIPX_FLAG_PROBE, bad_border = KIPX_FLAG_BORDER(9);
     const struct {
@@ -148,6 +148,7 @@ TEST(Filter, AnswersInOrder) {
         {KIPX_ENOTIMP, probe, src.arr(), dst.arr(), nullptr, nullptr, KIPX_FILTER_MEDIAN},
         {KIPX_ENOTIMP, probe, src.arr(), dst.arr(), nullptr, nullptr, KIPX_FILTER_GRADIENT},
         {KIPX_ENOTSUP, probe, &no_kernel, nullptr, nullptr, nullptr, KIPX_FILTER_MIN},
+        {KIPX_ENOTSUP, 0, &no_size, nullptr, nullptr, nullptr, KIPX_FILTER_COPY},
         {KIPX_ENOTSUP, probe, real.arr(), nullptr, nullptr, nullptr, KIPX_FILTER_TOPHAT},
         {KIPX_EINVAL, probe, src.arr(), dst.arr(), &one_on, nullptr, KIPX_FILTER_MIN},
         {KIPX_EAGAIN, probe, src.arr(), dst.arr(), nullptr, nullptr, KIPX_FILTER_MIN},

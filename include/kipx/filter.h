@@ -34,7 +34,8 @@
  * stays; maximum likewise. The mean is the sum, exact for integers, divided by the count: to
  * nearest even, saturated. f32 and f64: sums in binary64, times the reciprocal of the count.
  *
- * Types: u8, s16, s32, f32; u16, s8, u32, f64 as well but for the hats.
+ * Types: u8, s16, s32, f32; u16, s8, u32, f64 as well but for the hats; every type that has a size to
+ * be copied.
  *
  * Checks, in this order; nothing has been written when one fails:
  *   KIPX_EINVAL   descriptors, axes, planes, channels, a mask that does not fit

@@ -58,6 +58,7 @@ bool border_in(uint64_t flags, Border &border) {
 }
 
 int32_t copy_call(Call &call) {
+    if (int32_t code = check_copy(call)) return code;
     if (int32_t code = goes_on(call); code < 1) return code;
     Lie lie = how_they_lie(call, {1, 1, 0, 0, 0, 0, 0, 0});
     call.across = lie == Lie::across;
