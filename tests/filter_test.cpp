@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "support/borders.h"
+#include "support/conformance.h"
 #include "support/environment.h"
 #include "support/window_case.h"
 
@@ -113,6 +114,21 @@ TEST(Filter, MeansOfRealNumbersDoNotDrift) {
                                   : value == 1.25)
             << at.y << "," << at.x << " " << value;
     });
+}
+
+TEST(Filter, MeansThatAreNoNumbersAreOneNaN) {
+    const uint32_t some[] = {0x7f800001, 0xffc12345, 0x7f800000, 0xff800000}, n = 24;
+    uint32_t src[n * n], dst[n * n];
+    for (uint32_t i = 0; i < n * n; i++) src[i] = some[(i + i / n) % 4];
+    const kipx_arr from = {{1, n, n, 1}, {}, {0, 4 * n, 4, 4}, 3, 0, KIPX_F32, 0, 0, src};
+    kipx_arr to = from;
+    to.base = dst;
+    for (int32_t set : all_sets()) {
+        SimdSwitch form(set);
+        Environment xe;
+        ASSERT_EQ(KipxFilter(xe, 0, &from, &to, nullptr, nullptr, KIPX_FILTER_BOX, nullptr), 0);
+        for (uint32_t bits : dst) ASSERT_EQ(bits, 0x7fc00000u);
+    }
 }
 
 TEST(Filter, AnswersInOrder) {

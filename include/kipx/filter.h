@@ -32,7 +32,8 @@
  * Minimum starts at the type's highest value and takes what compares as smaller; so a NaN never
  * wins, a window of nothing but infinities gives the largest finite value, and of two zeros the first
  * stays; maximum likewise. The mean is the sum, exact for integers, divided by the count: to
- * nearest even, saturated. f32 and f64: sums in binary64, times the reciprocal of the count.
+ * nearest even, saturated. f32 and f64: sums in binary64, times the reciprocal of the count; a NaN is
+ * the quiet one.
  *
  * Types: u8, s16, s32, f32; u16, s8, u32, f64 as well but for the hats; every type that has a size to
  * be copied.
