@@ -167,6 +167,7 @@ TEST(Filter, AnswersInOrder) {
         {KIPX_ENOTSUP, 0, &no_size, nullptr, nullptr, nullptr, KIPX_FILTER_COPY},
         {KIPX_ENOTSUP, probe, real.arr(), nullptr, nullptr, nullptr, KIPX_FILTER_TOPHAT},
         {KIPX_EINVAL, probe, src.arr(), dst.arr(), &one_on, nullptr, KIPX_FILTER_MIN},
+        {KIPX_EINVAL, 0, src.arr(), dst.arr(), dst.arr(), nullptr, KIPX_FILTER_MIN},
         {KIPX_EAGAIN, probe, src.arr(), dst.arr(), nullptr, nullptr, KIPX_FILTER_MIN},
         {KIPX_EAGAIN, probe, src.arr(), dst.arr(), nullptr, nullptr, KIPX_FILTER_COPY},
         {0, bad_border, src.arr(), dst.arr(), nullptr, nullptr, 0x100 | KIPX_FILTER_MIN},

@@ -100,11 +100,12 @@ Operand operand_of(const Met &m) {
             0};
 }
 
-// A source may lie apart from the destination, be the destination, or share its span but no byte.
-bool source_apart(const Met &dst, const Met &src) {
-    if (apart(dst.span, src.span)) return true;
-    Footprint d = footprint(*dst.arr, dst.site), s = footprint(*src.arr, src.site);
-    return same_footprint(d, s) || !share_bytes(d, s);
+// Any array may lie apart from the destination, or share its span but no byte; a source may be the
+// destination.
+bool lies_well(const Met &dst, const Met &other) {
+    if (apart(dst.span, other.span)) return true;
+    Footprint d = footprint(*dst.arr, dst.site), o = footprint(*other.arr, other.site);
+    return (other.slot != slot_mask && same_footprint(d, o)) || !share_bytes(d, o);
 }
 
 // Says in the call whether the destination shares bytes with itself or another array.
@@ -113,7 +114,7 @@ void look_for_shared_bytes(const Shape &shape, const Party &party, const Met &ds
         call.shared = shares_own_bytes(footprint(*dst.arr, dst.site));
     for (uint32_t i = 0; i < party.count; ++i) {
         const Met &m = party.met[i];
-        if (&m == &dst || source_apart(dst, m)) continue;
+        if (&m == &dst || lies_well(dst, m)) continue;
         (shape.overlap && m.slot != slot_mask ? call.across : call.shared) = true;
     }
 }
