@@ -29,6 +29,7 @@ constexpr Shape two_arrays{
     .overlap = false,
     .most_channels = 4,
     .no_rows = KIPX_EEMPTY};
+
 // ---- slices ----
 
 // Operands are the sources, then the result.

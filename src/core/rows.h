@@ -7,8 +7,8 @@
 //          element size): a run is read before it is written.
 // Costs    channels fold into the row, and rows without gaps into one long row, where all operands
 //          allow it. A dense unmasked call is then one call of the loop per row; every other one is
-//          a call per stage and run of 1024 to 4096 elements, through buffers on the stack. Once the operands
-//          exceed what the last-level cache keeps, loops may write past the cache.
+//          a call per stage and run of 1024 to 4096 elements, through buffers on the stack. Once the
+//          operands exceed what the last-level cache keeps, loops may write past the cache.
 #pragma once
 
 #include "core/call.h"

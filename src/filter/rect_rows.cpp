@@ -1,3 +1,8 @@
+// filter/rect_rows.cpp - the row loops of minimum and maximum over rectangles, compiled once per
+// instruction set.
+//
+// Promises every set gives the same bits: of equal floating zeros the first stays, NaN never counts.
+//          Result rows are written up to their last byte and no further.
 #include "filter/rect_rows.h"
 #include "filter/vectors.h"
 
