@@ -112,9 +112,6 @@ template<class Op, class D, class A, class B> constexpr auto wide_of() {
 }
 template<class Op, class D, class A, class B> using Wide = decltype(wide_of<Op, D, A, B>());
 
-// One NaN for all: which operand's NaN survives, and its sign, differ between processors.
-inline f32 one_nan(f32 x) { return x == x ? x : __builtin_nanf(""); }
-
 template<class Op, class D, class W> inline D unscaled(W r) {
     if constexpr (floating<D>)
         return one_nan(static_cast<D>(r));

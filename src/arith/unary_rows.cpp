@@ -6,9 +6,6 @@
 namespace kipx::KIPX_SET {
 namespace {
 
-// Which of several NaN comes out of an operation differs between processors: one for all.
-template<class T> T one_nan(T x) { return x == x ? x : static_cast<T>(__builtin_nan("")); }
-
 template<class T> void read(f64 *to, const void *from, size_t at, size_t n) {
     KIPX_INDEPENDENT
     for (size_t i = 0; i < n; ++i) to[i] = static_cast<f64>(load<T>(from, at + i));

@@ -122,6 +122,11 @@ inline void row_of_elements(void *dst, const void *a, const void *b, size_t n, b
 // Nearest integer of |x| < 2^51.
 inline f64 nearest(f64 x) { return (x + 0x1.8p52) - 0x1.8p52; }
 
+// One NaN for all: which one survives an operation, and its sign, differ between processors.
+template<class T> inline T one_nan(T x) {
+    return __builtin_isnan(x) ? static_cast<T>(__builtin_nan("")) : x;
+}
+
 template<class D, class W> inline D saturate(W r) {
     constexpr W low = static_cast<W>(Range<D>::low), high = static_cast<W>(Range<D>::high);
     if constexpr (sizeof(W) <= sizeof(D)) {

@@ -50,11 +50,7 @@ template<class T, class A> struct Mean {
           whole(static_cast<s64>(b.count)), exact(sizeof(T) < 4 || b.count <= (1u << 21)) {}
     void operator()(char *to, const A *sums, size_t n) const {
         if constexpr (floating<T>) {
-            // Which NaN survives a sum differs between processors: one stands for all.
-            for (size_t i = 0; i < n; ++i) {
-                f64 mean = sums[i] * inverse;
-                store(to, i, static_cast<T>(mean == mean ? mean : __builtin_nan("")));
-            }
+            for (size_t i = 0; i < n; ++i) store(to, i, static_cast<T>(one_nan(sums[i] * inverse)));
         } else if (exact) {
             for (size_t i = 0; i < n; ++i) {
                 f64 sum = static_cast<f64>(sums[i]), q = nearest(sum * inverse);

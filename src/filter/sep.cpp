@@ -19,7 +19,8 @@ double absolute_sum(const double *weights, size_t n) {
 
 // The smallest power of two that makes whole numbers of all weights; 0 where 2^12 does not.
 double whole_scale(const double *weights, size_t n) {
-    for (double scale = 1; scale <= 4096; scale *= 2) {
+    for (int exponent = 0; exponent <= 12; ++exponent) {
+        const double scale = 1 << exponent;
         bool whole = true;
         for (size_t i = 0; i < n; ++i)
             whole &= std::nearbyint(weights[i] * scale) == weights[i] * scale;

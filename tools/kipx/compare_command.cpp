@@ -216,6 +216,7 @@ std::vector<FoundThreshold> find_thresholds(Environment &environment, const Imag
     const uint32_t channels = image.channels();
     const std::vector<kipx_vrange> ranges = ranges_for(environment, image, given);
     std::vector<int32_t> bins;
+    bins.reserve(ranges.size());
     for (const kipx_vrange &range : ranges) bins.push_back(bins_for(image, range, given.bins));
     std::vector<kipx_histogram> histograms(channels);
     const kipx_arr src = image.arr();

@@ -61,9 +61,9 @@ std::string target(const MserArguments &given, const std::string &name) {
 
 // Every page of every file, where all are wanted. A file that cannot be read stays one input, and a
 // page behind the place where a file is cut becomes one: their jobs tell it.
-std::vector<Input> with_pages(const Globals &globals, std::vector<Input> inputs) {
+std::vector<Input> with_pages(const Globals &globals, const std::vector<Input> &inputs) {
     std::vector<Input> out;
-    for (Input &input : inputs) {
+    for (const Input &input : inputs) {
         Picture counted;
         try {
             if (input.path != "-") counted = globals.read(input.path, all_pages);
@@ -296,7 +296,7 @@ void run_mser(const Globals &globals, const CLI::App &command, MserArguments &gi
     check_folder(given.selection.output);
     MserJob job{globals, given, gather_inputs(given.selection), {}, nullptr, {}, {}, {}};
     if (given.page == all_pages)
-        job.inputs = with_pages(globals, std::move(job.inputs));
+        job.inputs = with_pages(globals, job.inputs);
     else
         for (Input &input : job.inputs) input.page = given.page;
     check_targets(job);
