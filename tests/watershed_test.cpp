@@ -195,6 +195,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, Floods, testing::ValuesIn(all_forms),
 
 // ---- going through planes ----
 
+// The mask starts at a plane of its own.
 TEST(Planes, FirstNegativeCodeEnds) {
     uint8_t pixels[24] = {};
     kipx_arr arr{};
@@ -204,21 +205,25 @@ TEST(Planes, FirstNegativeCodeEnds) {
     arr.naxes = 4;
     arr.type = KIPX_U8;
     arr.base = pixels;
-    kipx_site site{{1, 0, 0, 0}, {3, 2, 3, 1}};
+    kipx_site site{{1, 0, 0, 0}, {2, 1, 3, 1}};
     std::vector<const void *> bases;
     kipx_pack pack;
-    ASSERT_EQ(kipxa_genpackL(&pack, KIPX_CODE_WTSH, &arr, &site, &bases), &pack);
+    kipx_site mask_site{{2, 1, 0, 0}, {2, 1, 3, 1}};
+    ASSERT_EQ(kipxa_mappackL(&pack, KIPX_CODE_WTSH, &arr, &site, &arr, &mask_site, &bases), &pack);
     auto note = [](KipxXE *, uint64_t flags, const kipx_pack *slice) -> int32_t {
         auto *list = static_cast<std::vector<const void *> *>(slice->context);
-        EXPECT_EQ(slice->operand[0].origin[0], 0u);
+        EXPECT_EQ(slice->operand[0].origin[0] + slice->operand[1].origin[0], 0u);
+        EXPECT_EQ(slice->operand[1].origin[1], 1u);
+        EXPECT_EQ(static_cast<char *>(slice->operand[0].base),
+                  static_cast<char *>(slice->operand[1].base) - 6);
         list->push_back(slice->operand[0].base);
         return list->size() == flags ? -7 : 5;
     };
     EXPECT_EQ(kipxa_call(nullptr, 0, &pack, note), 0);
-    EXPECT_EQ(bases, (std::vector<const void *>{pixels + 6, pixels + 12, pixels + 18}));
+    EXPECT_EQ(bases, (std::vector<const void *>{pixels + 6, pixels + 12}));
     bases.clear();
-    EXPECT_EQ(kipxa_call(nullptr, 2, &pack, note), -7);
-    EXPECT_EQ(bases.size(), 2u);
+    EXPECT_EQ(kipxa_call(nullptr, 1, &pack, note), -7);
+    EXPECT_EQ(bases.size(), 1u);
 }
 
 } // namespace
