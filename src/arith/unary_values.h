@@ -174,7 +174,7 @@ struct Pair {
 // leaves off.
 [[gnu::always_inline]] inline f64 precise_sigmoid(f64 x, f64 alpha) {
     // A product that counts is small: a large factor lends its size to the other one.
-    const bool large = x > 0x1p900 || x<-0x1p900, steep = alpha> 0x1p900 || alpha < -0x1p900;
+    const bool large = __builtin_fabs(x) > 0x1p900, steep = __builtin_fabs(alpha) > 0x1p900;
     const f64 lend = large == steep ? 1 : large ? 0x1p-200 : 0x1p200;
     const Pair t = product(x * lend, alpha * (1 / lend));
     const bool counts = t.high > -1000 && t.high < 1000;

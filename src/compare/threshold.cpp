@@ -179,7 +179,7 @@ int32_t mark_rows(const Call &c, const Chosen &k, const Thresholding &t) {
 // ---- the worker --------------------------------------------------------------------------------
 
 int32_t mark_found(const Call &c, const Chosen &k, const Thresholding &t, kipx_cmpop cmpop) {
-    double found[most_channels];
+    double found[most_channels] = {};
     OtsuGiven otsu = t.otsu;
     otsu.thresholds = found;
     if (int32_t code = find_otsu(c, otsu)) return code;
