@@ -16,7 +16,7 @@ template<class T> void unpack_as(const char *at, uint64_t step, int32_t *values,
     for (size_t i = 0; i < n; ++i) {
         T value;
         std::memcpy(&value, at + i * step, sizeof value);
-        values[i] = static_cast<int32_t>(value);
+        values[i] = value; // NOLINT(bugprone-signed-char-misuse): no characters
     }
 }
 
