@@ -23,8 +23,9 @@ class Arithmetic(ProgramCase):
     def compute(self, op, a, b, *options):
         """The result, and how many pixels are told not to have fitted."""
         self.put("a.npy", a)
-        self.put("b.npy", b)
-        done = self.run_program(op, "a.npy", "b.npy", "-o", "out.npy", *options)
+        if not isinstance(b, str):
+            self.put("b.npy", b)
+        done = self.run_program(op, "a.npy", b if isinstance(b, str) else "b.npy", "-o", "out.npy", *options)
         self.assertEqual(done.returncode, 0, done.stderr)
         told = re.search(rb": (\d+) of \d+ pixels did not fit", done.stderr)
         self.assertEqual(done.stderr.count(b"\n"), bool(told))
@@ -69,6 +70,39 @@ class Arithmetic(ProgramCase):
         got, told = self.compute("div", a, b, "--type", "u8", "--scale", "3")
         np.testing.assert_array_equal(got, (np.trunc(a.astype("f8") / b) * 8).clip(0, 255))
         self.assertGreater(told, 0)
+
+    def test_numbers(self):
+        """One for all channels or one each, never rounded to the image's type before they are used."""
+        a = numbers("u8", 11, (6, 10, 3))
+        for op, text, options in (("add", "12", ()), ("sub", "-3,0,1000", ()), ("rsub", "255", ()), ("mul", "0.5,1.25,-1", ()),
+                                  ("add", "2.5", ("--type", "f32")), ("mul", "3", ("--scale", "-2"))):
+            with self.subTest(op=op, text=text):
+                got, told = self.compute(op, a, text, *options)
+                exact = EXACT[op](a.astype("f8"), np.array([float(x) for x in text.split(",")])) * (0.25 if "-2" in options else 1)
+                wanted = exact if "f32" in options else np.rint(exact).clip(0, 255)
+                np.testing.assert_array_equal(got, wanted)
+                self.assertEqual(told, 0 if "f32" in options else (np.rint(exact) != wanted).any(2).sum())
+        for arguments, says in ((("add", "1,2"), ["2 numbers", "3"]), (("div", "1,0,2"), ["divisor"]), (("add", "1", "--at2", "0,0"), ["--at2"])):
+            self.refuses(arguments[0], "a.npy", *arguments[1:], "-o", "o.npy", says=says)
+
+    def test_logic(self):
+        forms = {"and": np.bitwise_and, "or": np.bitwise_or, "xor": np.bitwise_xor}
+        for kind in ("u8", "u16", "s32"):
+            a, b = numbers(kind, 12, (6, 10, 3)), numbers(kind, 13, (6, 10, 3))
+            self.put("a.npy", a)
+            self.put("b.npy", b)
+            for op, form in forms.items():
+                with self.subTest(op=op, kind=kind):
+                    self.works(op, "a.npy", "b.npy", "-o", "out.npy")
+                    np.testing.assert_array_equal(self.picture("out.npy"), form(a, b))
+                    self.works(op, "a.npy", "12,90,5", "-o", "out.npy")
+                    np.testing.assert_array_equal(self.picture("out.npy"), form(a, np.array([12, 90, 5], a.dtype)))
+            self.works("not", "a.npy", "-o", "out.npy")
+            np.testing.assert_array_equal(self.picture("out.npy"), ~a)
+        self.put("f.npy", numbers("f32", 3, (6, 10, 3)))
+        self.put("c.npy", numbers("u8", 3, (6, 10, 3)))
+        for other, says in (("f.npy", "f32"), ("c.npy", "bytes"), ("0.5", "whole"), ("3e9", "s32")):
+            self.refuses("xor", "a.npy", other, "-o", "o.npy", says=[says])
 
     def test_every_form_gives_the_same(self):
         a, b = numbers("u8", 7, (99, 301)), numbers("u8", 8, (99, 301))

@@ -5,15 +5,14 @@
 // that holds both. A number is the number that it is, whatever the elements' type.
 #include "command.h"
 #include "failure.h"
+#include "numbers.h"
 #include "options.h"
 
 #include <kipx/stats.h>
 #include <kipx/threshold.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
-#include <filesystem>
 #include <limits>
 #include <memory>
 
@@ -25,34 +24,6 @@ const Choices<uint32_t> compare_orders = {{"less", KIPX_CMPOP_LESS},
                                           {"less-or-equal", KIPX_CMPOP_LESS_OR_EQUAL},
                                           {"greater", KIPX_CMPOP_GREATER},
                                           {"greater-or-equal", KIPX_CMPOP_GREATER_OR_EQUAL}};
-
-// Finite numbers with commas between them; none where the text is something else.
-std::vector<double> numbers_of(const std::string &text) {
-    std::vector<double> numbers;
-    for (const char *at = text.data(), *end = at + text.size();; ++at) {
-        double number = 0;
-        const auto [rest, error] = std::from_chars(at, end, number);
-        if (error != std::errc() || !std::isfinite(number)) return {};
-        numbers.push_back(number);
-        if (rest == end) return numbers;
-        if (*rest != ',') return {};
-        at = rest;
-    }
-}
-
-// One for all channels, or one for each.
-std::vector<double> numbers_for(const Image &image, const std::string &option,
-                                const std::string &text) {
-    std::vector<double> numbers = numbers_of(text);
-    if (numbers.empty())
-        fail("{}: got '{}', expected a number, or one for each channel with commas between them",
-             option, text);
-    if (numbers.size() == 1) numbers.resize(image.channels(), numbers[0]);
-    if (numbers.size() != image.channels())
-        fail("{}: got {} numbers, expected 1 or {}, the image's channels", option, numbers.size(),
-             image.channels());
-    return numbers;
-}
 
 // Brought to a type that the library compares.
 Image comparable(Image image, const std::string &path) {
@@ -142,11 +113,10 @@ void run_compare(const Globals &globals, const CompareArguments &given) {
     check_goal(given.goal);
     Image a = comparable(globals.load(given.a, given.page), given.a);
     Image mask = mask_for(a);
-    std::error_code error;
-    if (numbers_of(given.b).empty() || std::filesystem::exists(given.b, error))
-        compare_images(globals, given, a, mask);
-    else
+    if (means_numbers(given.b))
         compare_numbers(given, a, mask);
+    else
+        compare_images(globals, given, a, mask);
     globals.store(mask, given.goal, "compare");
 }
 

@@ -21,8 +21,8 @@ struct SceneArguments {
 // "scene.png" and 7 of 120 make "scene-007.png".
 Goal numbered(const Goal &goal, uint32_t number, uint32_t count) {
     const std::filesystem::path whole(goal.path);
-    const size_t digits = std::max<size_t>(std::to_string(count).size(), 2);
-    const std::string name = fmt::format("{}-{:0{}}{}", whole.stem().string(), number, digits,
+    const size_t places = std::max<size_t>(std::to_string(count).size(), 2);
+    const std::string name = fmt::format("{}-{:0{}}{}", whole.stem().string(), number, places,
                                          whole.extension().string());
     return {(whole.parent_path() / name).string(), goal.format};
 }

@@ -12,12 +12,13 @@
 
 namespace {
 
-struct Colour {
+struct TerminalColour {
     uint32_t red, green, blue;
 };
 
 // The mean of the picture's pixels from x0, y0 up to x1, y1.
-Colour mean_colour(const Image &picture, uint32_t x0, uint32_t y0, uint32_t x1, uint32_t y1) {
+TerminalColour mean_colour(const Image &picture, uint32_t x0, uint32_t y0, uint32_t x1,
+                           uint32_t y1) {
     uint64_t sums[3] = {}, count = 0;
     const uint32_t channels = picture.channels();
     for (uint32_t y = y0; y < std::max(y1, y0 + 1); ++y)
@@ -67,8 +68,9 @@ void show(const Image &picture, uint32_t lines_above) {
     for (uint32_t line = 0; line < lines; ++line) {
         for (uint32_t i = 0; i < columns; ++i) {
             const uint32_t y = line * 2;
-            const Colour upper = mean_colour(picture, x_of(i), y_of(y), x_of(i + 1), y_of(y + 1));
-            const Colour lower =
+            const TerminalColour upper =
+                mean_colour(picture, x_of(i), y_of(y), x_of(i + 1), y_of(y + 1));
+            const TerminalColour lower =
                 mean_colour(picture, x_of(i), y_of(y + 1), x_of(i + 1), y_of(y + 2));
             fmt::print("\033[38;2;{};{};{}m\033[48;2;{};{};{}m\u2580", upper.red, upper.green,
                        upper.blue, lower.red, lower.green, lower.blue);
