@@ -272,10 +272,10 @@ ArithJob prepare(const Globals &globals, const ArithArguments &given) {
 uint64_t beyond(const ArithOperation &operation, const ArithJob &job, const ArithArguments &given) {
     const uint32_t channels = job.result.channels();
     uint64_t out = 0;
-    const auto values_of = [](auto sample, const Image &image, Place at) {
-        return [&image, at, sample](uint32_t y) {
-            const auto *row = reinterpret_cast<const decltype(sample) *>(image.row(at.y + y)) +
-                              size_t(at.x) * image.channels();
+    const auto values_of = []<class T>(T, const Image &image, Place at) {
+        return [&image, at](uint32_t y) {
+            const auto *row =
+                reinterpret_cast<const T *>(image.row(at.y + y)) + size_t(at.x) * image.channels();
             return [row](size_t i) { return double(row[i]); };
         };
     };
