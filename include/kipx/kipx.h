@@ -13,6 +13,7 @@
 #include <kipx/geometry.h>
 #include <kipx/logic.h>
 #include <kipx/morph.h>
+#include <kipx/muladd.h>
 #include <kipx/region.h>
 #include <kipx/resize.h>
 #include <kipx/sepfilter.h>

@@ -14,6 +14,8 @@
  *   C   one source array, a value per channel  0M  the same under a mask
  *   1   one source array                       R   one source array that is only read, and a mask,
  *   1M  the same under a mask                      which may be null
+ *   3   three source arrays                    2C  two source arrays, a value per channel
+ *   1CC one source array, two values per channel
  *
  * What follows the operands comes last: KIPX_TAIL_NONE, or another tail, which brings its own comma.
  * KIPX_DECLARE_SHAPE declares all three levels. The mask of a flat level is of type u8; its channel
@@ -55,6 +57,20 @@
     int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_arr *mask,            \
                  const kipx_site *roi, const kipx_pos *maskAt __VA_ARGS__)
 
+#define KIPX_PUBLIC_3(name, ...)                                                                   \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src1,            \
+                 const kipx_arr *src2, const kipx_arr *src3, const kipx_site *roi,                 \
+                 const kipx_pos *src1At, const kipx_pos *src2At,                                   \
+                 const kipx_pos *src3At __VA_ARGS__)
+#define KIPX_PUBLIC_2C(name, ...)                                                                  \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src1,            \
+                 const kipx_arr *src2, const double *values, const kipx_site *roi,                 \
+                 const kipx_pos *src1At, const kipx_pos *src2At __VA_ARGS__)
+#define KIPX_PUBLIC_1CC(name, ...)                                                                 \
+    int32_t name(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src,             \
+                 const double *factors, const double *addends, const kipx_site *roi,               \
+                 const kipx_pos *srcAt __VA_ARGS__)
+
 /* R: roi names the region of the first source and of the destination alike. It is a kipx_site where
  * roi_extent is null; otherwise roi is four origin words (null: zeros), roi_extent four extent words. */
 #define KIPX_PUBLIC_2R(name, ...)                                                                  \
@@ -86,6 +102,15 @@
 #define KIPX_ARRAY_1(name, ...) int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(src) __VA_ARGS__)
 #define KIPX_ARRAY_1M(name, ...)                                                                   \
     int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(src), KIPX_ARRAY_SOURCE(mask) __VA_ARGS__)
+#define KIPX_ARRAY_3(name, ...)                                                                    \
+    int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(src1), KIPX_ARRAY_SOURCE(src2),                \
+                 KIPX_ARRAY_SOURCE(src3) __VA_ARGS__)
+#define KIPX_ARRAY_2C(name, ...)                                                                   \
+    int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(src1), KIPX_ARRAY_SOURCE(src2),                \
+                 const double *values __VA_ARGS__)
+#define KIPX_ARRAY_1CC(name, ...)                                                                  \
+    int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(src), const double *factors,                   \
+                 const double *addends __VA_ARGS__)
 #define KIPX_ARRAY_0(name, ...) int32_t name(KIPX_ARRAY_HEAD, const double *values __VA_ARGS__)
 #define KIPX_ARRAY_0M(name, ...)                                                                   \
     int32_t name(KIPX_ARRAY_HEAD, KIPX_ARRAY_SOURCE(mask), const double *values __VA_ARGS__)
@@ -99,6 +124,15 @@
 #define KIPX_TYPED_1(name, ...) int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src) __VA_ARGS__)
 #define KIPX_TYPED_1M(name, ...)                                                                   \
     int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src), KIPX_TYPED_SOURCE(mask) __VA_ARGS__)
+#define KIPX_TYPED_3(name, ...)                                                                    \
+    int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src1), KIPX_TYPED_SOURCE(src2),                \
+                 KIPX_TYPED_SOURCE(src3) __VA_ARGS__)
+#define KIPX_TYPED_2C(name, ...)                                                                   \
+    int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src1), KIPX_TYPED_SOURCE(src2),                \
+                 const double *values __VA_ARGS__)
+#define KIPX_TYPED_1CC(name, ...)                                                                  \
+    int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(src), const double *factors,                   \
+                 const double *addends __VA_ARGS__)
 #define KIPX_TYPED_0(name, ...) int32_t name(KIPX_TYPED_HEAD, const double *values __VA_ARGS__)
 #define KIPX_TYPED_0M(name, ...)                                                                   \
     int32_t name(KIPX_TYPED_HEAD, KIPX_TYPED_SOURCE(mask), const double *values __VA_ARGS__)

@@ -1,6 +1,6 @@
 // arith/arith_shapes.h - the shapes of element-wise operations whose destination leads.
 //
-// The second source meets the destination's region first, the first source last; where it is null
+// The second source (and the third) meets the destination's region first, the first source last; where it is null
 // the destination stands in for it.
 #pragma once
 
@@ -18,6 +18,17 @@ inline constexpr Shape two_arrays{
     .overlap = false,
     .most_channels = 4,
     .no_rows = KIPX_EEMPTY};
+inline constexpr Shape three_arrays{.anchor = slot_dst,
+                                    .sources = 3,
+                                    .partners = 3,
+                                    .partner = {{slot_src2, Fit::like, Meet::rest},
+                                                {slot_src3, Fit::like, Meet::rest},
+                                                {slot_src1, Fit::like, Meet::box}},
+                                    .stands_in = slot_src1,
+                                    .planes = false,
+                                    .overlap = false,
+                                    .most_channels = 4,
+                                    .no_rows = KIPX_EEMPTY};
 inline constexpr Shape one_array{.anchor = slot_dst,
                                  .sources = 1,
                                  .partners = 1,

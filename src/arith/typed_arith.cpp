@@ -34,18 +34,6 @@ float power_of_two(int32_t e) {
                  : static_cast<float>(uint64_t{1} << e);
 }
 
-ArithScale make_scale(int32_t exponent) {
-    if (exponent == 0) return {ScaleMode::none, 0, 1.0f, 1.0f};
-    if (exponent < 0) {
-        uint32_t k = (0u - static_cast<uint32_t>(exponent)) & 31;
-        float factor = power_of_two(-static_cast<int32_t>(k));
-        return {ScaleMode::down, k, factor, factor};
-    }
-    uint32_t s = static_cast<uint32_t>(exponent) & 63;
-    return {ScaleMode::up, s, power_of_two(static_cast<int32_t>(s)),
-            power_of_two(static_cast<int32_t>(s & 31))};
-}
-
 bool same_storage(const Operand &a, const Operand &b) {
     return a.at == b.at && a.row == b.row && a.pixel == b.pixel && a.channel == b.channel;
 }
@@ -110,7 +98,17 @@ uint32_t constant_type(uint32_t source, const double *values, uint32_t channels)
 
 } // namespace
 
-double scale_factor(int32_t exponent) { return make_scale(exponent).factor; }
+ArithScale make_scale(int32_t exponent) {
+    if (exponent == 0) return {ScaleMode::none, 0, 1.0f, 1.0f};
+    if (exponent < 0) {
+        uint32_t k = (0u - static_cast<uint32_t>(exponent)) & 31;
+        float factor = power_of_two(-static_cast<int32_t>(k));
+        return {ScaleMode::down, k, factor, factor};
+    }
+    uint32_t s = static_cast<uint32_t>(exponent) & 63;
+    return {ScaleMode::up, s, power_of_two(static_cast<int32_t>(s)),
+            power_of_two(static_cast<int32_t>(s & 31))};
+}
 
 int32_t work_kernel(uint32_t kernel, Call &c) {
     if (no_work_asked(c)) return no_work_answer(c);

@@ -26,8 +26,8 @@ struct Scaled {
     Scaled(int32_t e, int32_t a, const double *v = nullptr) : exponent(e), aux(a), values(v) {}
 };
 
-// What a floating result is multiplied by for a scale exponent.
-double scale_factor(int32_t exponent);
+// The scale exponent as the row loops take it.
+ArithScale make_scale(int32_t exponent);
 
 // arith_kernel_count when the triple has no kernel.
 uint32_t find_arith(ArithOp op, uint32_t dst, uint32_t src1, uint32_t src2);

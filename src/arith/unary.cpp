@@ -33,7 +33,7 @@ int32_t work_unary(UnaryOp op, Call &c) {
     how.set = active_set(c.flags);
     const UnaryLoops &loops = *unary_loops_of(how.set);
     const UnaryWay way = {loops.read[from], loops.work[static_cast<uint32_t>(op)], loops.write[to],
-                          scale_factor(static_cast<const Scaled *>(c.params)->exponent)};
+                          make_scale(static_cast<const Scaled *>(c.params)->exponent).factor};
     const bool single = c.dst.type == KIPX_F32 && c.src[0].type == KIPX_F32;
     how.loop = single && op == UnaryOp::exponential ? loops.single_exponential
                : single && op == UnaryOp::logarithm ? loops.single_logarithm

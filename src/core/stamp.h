@@ -83,6 +83,51 @@
     }                                                                                              \
     KIPX_TYPED_1(kipxa__##op, tail) { KIPX_ENTER(1, KIPX_NO_FLAT, record, worker, KIPX_FLAT(src)); }
 
+#define KIPX_STAMP_3(op, Name, tail, shape, record, worker)                                        \
+    KIPX_PUBLIC_3(Kipx##Name, tail) {                                                              \
+        const auto given = record;                                                                 \
+        return travel(                                                                             \
+            shape, {xe, flags, {dst, src1, src2, src3}, roi, {nullptr, src1At, src2At, src3At}},   \
+            &given, worker);                                                                       \
+    }                                                                                              \
+    KIPX_ARRAY_3(kipxa_##op, tail) {                                                               \
+        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src1_type,          \
+                           KIPX_START(src1), src2_type, KIPX_START(src2), src3_type,               \
+                           KIPX_START(src3) KIPX_PASS_##tail);                                     \
+    }                                                                                              \
+    KIPX_TYPED_3(kipxa__##op, tail) {                                                              \
+        KIPX_ENTER(3, KIPX_NO_FLAT, record, worker, KIPX_FLAT(src1), KIPX_FLAT(src2),              \
+                   KIPX_FLAT(src3));                                                               \
+    }
+
+#define KIPX_STAMP_2C(op, Name, tail, shape, record, worker)                                       \
+    KIPX_PUBLIC_2C(Kipx##Name, tail) {                                                             \
+        const auto given = record;                                                                 \
+        return travel(shape, {xe, flags, {dst, src1, src2}, roi, {nullptr, src1At, src2At}},       \
+                      &given, worker);                                                             \
+    }                                                                                              \
+    KIPX_ARRAY_2C(kipxa_##op, tail) {                                                              \
+        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src1_type,          \
+                           KIPX_START(src1), src2_type, KIPX_START(src2),                          \
+                           values KIPX_PASS_##tail);                                               \
+    }                                                                                              \
+    KIPX_TYPED_2C(kipxa__##op, tail) {                                                             \
+        KIPX_ENTER(2, KIPX_NO_FLAT, record, worker, KIPX_FLAT(src1), KIPX_FLAT(src2));             \
+    }
+
+#define KIPX_STAMP_1CC(op, Name, tail, shape, record, worker)                                      \
+    KIPX_PUBLIC_1CC(Kipx##Name, tail) {                                                            \
+        const auto given = record;                                                                 \
+        return travel(shape, {xe, flags, {dst, src}, roi, {nullptr, srcAt}}, &given, worker);      \
+    }                                                                                              \
+    KIPX_ARRAY_1CC(kipxa_##op, tail) {                                                             \
+        return kipxa__##op(xe, flags, dims, extent, dst_type, KIPX_START(dst), src_type,           \
+                           KIPX_START(src), factors, addends KIPX_PASS_##tail);                    \
+    }                                                                                              \
+    KIPX_TYPED_1CC(kipxa__##op, tail) {                                                            \
+        KIPX_ENTER(1, KIPX_NO_FLAT, record, worker, KIPX_FLAT(src));                               \
+    }
+
 #define KIPX_STAMP_1M(op, Name, tail, shape, record, worker)                                       \
     KIPX_PUBLIC_1M(Kipx##Name, tail) {                                                             \
         const auto given = record;                                                                 \

@@ -103,7 +103,7 @@ private:
         // And sometimes both sources are one array.
         const bool same = op_.sources > 1 && args_.types[1] == args_.types[2] && rng_.one_in(8);
         args_.dst = &dst().array;
-        for (uint32_t i = 0; i < op_.sources; ++i) sources_[i] = same ? 1 : 1 + i;
+        for (uint32_t i = 0; i < op_.sources; ++i) sources_[i] = same && i < 2 ? 1 : 1 + i;
         if (same && dst_index_ == 2) dst_index_ = 1, args_.dst = &dst().array;
         for (uint32_t i = 0; i < op_.sources; ++i) args_.src[i] = &placed_[sources_[i]].array;
         if (!op_.has_mask) return;
