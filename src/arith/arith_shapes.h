@@ -1,7 +1,7 @@
 // arith/arith_shapes.h - the shapes of element-wise operations whose destination leads.
 //
-// The second source (and the third) meets the destination's region first, the first source last; where it is null
-// the destination stands in for it.
+// The second source, then the third, meet the destination's region; the first source meets it last, and
+// where that is null the destination stands in for it.
 #pragma once
 
 #include "core/admit.h"
