@@ -12,6 +12,7 @@
 #include <kipx/firefly.h>
 #include <kipx/geometry.h>
 #include <kipx/logic.h>
+#include <kipx/matrix.h>
 #include <kipx/morph.h>
 #include <kipx/muladd.h>
 #include <kipx/region.h>
