@@ -484,6 +484,8 @@ TEST(Tables, HoldWhatEveryEntryComparesTo) {
     EXPECT_EQ(kipx_mkcmpxlatab(table, 3, &value, nullptr, nullptr, 5), KIPX_EINVAL);
     EXPECT_EQ(kipx__mkcmpxlatab(table, 3, yes, nullptr, nullptr, 1), 0);
     EXPECT_EQ(table[100], 255);
+    EXPECT_EQ(kipx__mkcmpxlatab2(table, 7, 4, yes, no, nullptr, nullptr, 1), 0); // 100 <= i < 200
+    EXPECT_TRUE(!table[99] && table[100] && table[199] && !table[200]);
 }
 
 TEST(Tables, TranslateEveryByteInEveryLayout) {

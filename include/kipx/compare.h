@@ -205,6 +205,10 @@ KIPX_API int32_t kipx_mkcmpxlatab2(uint8_t *tables, kipx_cmpop cmpop1, kipx_cmpo
 KIPX_API int32_t kipx__mkcmpxlatab(uint8_t *tables, kipx_cmpop cmpop, const uint8_t *values,
                                    const uint8_t *true_values, const uint8_t *false_values,
                                    uint32_t channels);
+KIPX_API int32_t kipx__mkcmpxlatab2(uint8_t *tables, kipx_cmpop cmpop1, kipx_cmpop cmpop2,
+                                    const uint8_t *values1, const uint8_t *values2,
+                                    const uint8_t *true_values, const uint8_t *false_values,
+                                    uint32_t channels);
 
 /* dst = tables[channel][src] over height rows of width pixels. Strides are bytes between rows, pixels
  * and channels. dst may be src, with the same strides. 0, or KIPX_EINVAL for a null pointer or a

@@ -108,18 +108,27 @@ int32_t kipx_mkcmpxlatab(uint8_t *tables, uint32_t cmpop, const double *values,
     return kipx__mkcmpxlatab(tables, cmpop, vector, true_values, false_values, channels);
 }
 
-int32_t kipx_mkcmpxlatab2(uint8_t *tables, uint32_t cmpop1, uint32_t cmpop2, const double *values1,
-                          const double *values2, const uint8_t *true_values,
-                          const uint8_t *false_values, uint32_t channels) {
+int32_t kipx__mkcmpxlatab2(uint8_t *tables, uint32_t cmpop1, uint32_t cmpop2,
+                           const uint8_t *values1, const uint8_t *values2,
+                           const uint8_t *true_values, const uint8_t *false_values,
+                           uint32_t channels) {
     if (!tables || !is_address(values1) || !is_address(values2) || !countable(channels))
         return KIPX_EINVAL;
     if (!operator_valid(cmpop2)) return KIPX_EINVAL;
+    return make_tables(tables, {cmpop1, cmpop2, values1, values2, true_values, false_values, 0},
+                       channels);
+}
+
+int32_t kipx_mkcmpxlatab2(uint8_t *tables, uint32_t cmpop1, uint32_t cmpop2, const double *values1,
+                          const double *values2, const uint8_t *true_values,
+                          const uint8_t *false_values, uint32_t channels) {
+    if (!is_address(values1) || !is_address(values2) || !countable(channels)) return KIPX_EINVAL;
     uint8_t vector1[16], vector2[16];
     int32_t code = kipx_mkifillvalv16(vector1, KIPX_U8, values1, channels);
     if (code == 0) code = kipx_mkifillvalv16(vector2, KIPX_U8, values2, channels);
     if (code != 0) return code;
-    return make_tables(tables, {cmpop1, cmpop2, vector1, vector2, true_values, false_values, 0},
-                       channels);
+    return kipx__mkcmpxlatab2(tables, cmpop1, cmpop2, vector1, vector2, true_values, false_values,
+                              channels);
 }
 
 int32_t kipx_xlat2d_u8(const uint8_t *tables, uint8_t *dst, const uint32_t *dst_strides,
