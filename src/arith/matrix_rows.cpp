@@ -40,7 +40,7 @@ template<class T> void read(MatrixBlock &to, const char *at, const MatrixPlaces 
 template<class T> T stored(f64 sum, f64 factor) {
     const f64 r = sum * factor;
     if constexpr (floating<T>)
-        return r == r ? static_cast<T>(r) : static_cast<T>(__builtin_nan(""));
+        return one_nan(static_cast<T>(r));
     else
         return round_saturate<T>(r);
 }

@@ -44,8 +44,7 @@ template<class W> W turned(W x, W turn) {
 // The result in its type, scaled.
 template<class D, class W, ScaleMode mode> D stored(W r, const ArithScale &scale) {
     if constexpr (floating<D>) {
-        const f32 x = static_cast<f32>(r) * scale.factor;
-        return x == x ? x : __builtin_nanf("");
+        return one_nan(static_cast<f32>(r) * scale.factor);
     } else if constexpr (mode == ScaleMode::down) {
         return round_saturate<D>(static_cast<f32>(r) * scale.factor);
     } else if constexpr (floating<W>) {
