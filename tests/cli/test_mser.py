@@ -29,6 +29,19 @@ def squares():
     return values
 
 
+def hull(points):
+    """Corners of the convex hull in order, by A. M. Andrew's chains (1979)."""
+    out = []
+    for sign in (1, -1):
+        chain = []
+        for p in sorted(set(points), key=lambda p: (sign * p[0], sign * p[1])):
+            while len(chain) > 1 and np.cross(np.subtract(chain[-1], chain[-2]), np.subtract(p, chain[-2])) <= 0:
+                chain.pop()
+            chain.append(p)
+        out += chain[:-1]
+    return np.array(out, "f8")
+
+
 class Regions(ProgramCase):
     def table(self, name):
         return list(csv.DictReader(self.get(name).decode().splitlines()))
@@ -72,8 +85,18 @@ class Known(Regions):
                       "half_axis_short": b, "eccentricity": np.sqrt(1 - (b / a) ** 2), "box_x": x.min(), "box_y": y.min(),
                       "box_width": np.ptp(x) + 1, "box_height": np.ptp(y) + 1, "intensity_mean": pixels.mean(),
                       "intensity_min": pixels.min(), "intensity_max": pixels.max()}
+            corners = hull([(i + p, j + q) for i, j in zip(x.tolist(), y.tolist()) for p in (0, 1) for q in (0, 1)])
+            sides = np.roll(corners, -1, 0) - corners
+            turned = corners @ (sides / np.linalg.norm(sides, axis=1)[:, None]).T
+            across = corners @ (sides[:, ::-1] * [-1, 1] / np.linalg.norm(sides, axis=1)[:, None]).T
+            boxes = np.ptp(turned, 0) * np.ptp(across, 0)
+            wanted["hull_area"] = np.cross(corners, np.roll(corners, -1, 0)).sum() / 2
+            wanted["solidity"] = len(x) / wanted["hull_area"]
             for column, value in wanted.items():
                 self.assertAlmostEqual(float(row[column]), value, places=4, msg=column)
+            self.assertAlmostEqual(float(row["rect_length"]) * float(row["rect_width"]), boxes.min(), places=2)
+            along = np.radians(float(row["rect_angle"]))
+            self.assertAlmostEqual(np.ptp(corners @ [np.cos(along), np.sin(along)]), float(row["rect_length"]), places=4)
             end = pixels.max() if row["polarity"] == "dark" else pixels.min()
             self.assertEqual(float(row["value"]), end)
 

@@ -77,16 +77,8 @@ Image mask_of(const Image &given, const std::string &name, const GreyLevels &lev
     return out;
 }
 
-Ellipse ellipse_of(const KipxWTSMF &moments) {
-    const double xx = kipx_mf_Mxx(&moments), yy = kipx_mf_Myy(&moments);
-    const double xy = kipx_mf_Mxy(&moments);
-    const double middle = (xx + yy) / 2, away = std::hypot((xx - yy) / 2, xy);
-    return {2 * std::sqrt(std::max(middle + away, 0.0)),
-            2 * std::sqrt(std::max(middle - away, 0.0)), kipx_mf_theta(&moments)};
-}
-
-double Ellipse::eccentricity() const {
-    return along > 0 ? std::sqrt(1 - across * across / (along * along)) : 0;
+double Region::eccentricity() const {
+    return ellipse.a > 0 ? std::sqrt(1 - ellipse.b * ellipse.b / (ellipse.a * ellipse.a)) : 0;
 }
 
 Finder::Finder(const GreyLevels &levels, const Image *mask, const RegionSettings &settings)
@@ -174,11 +166,35 @@ Region Finder::measure(KipxWTSregion *record, bool bright) {
     for (const Place &place : places) out.box.take(place);
     raster_.set(out.box, places);
     out.perimeter = raster_.perimeter();
+    measure_shape(out);
     with_type(levels_.grey().type(), [&](auto sample) {
         using T = decltype(sample);
         measure_values<T>(out);
     });
     return out;
+}
+
+// Of every row the corners of its outermost pixels are on the hull, if any are.
+void Finder::measure_shape(Region &region) const {
+    const KipxWTSMF &m = region.moments;
+    check(kipx_r2d_ellipse_from_moments(&region.ellipse, m.count, m.column, m.row, m.column_column,
+                                        m.row_column, m.row_row));
+    region.ellipse.x = region.x, region.ellipse.y = region.y;
+    std::vector<kipx_2d_point> corners, hull;
+    const Box &box = region.box;
+    for (uint32_t y = box.y0; y <= box.y1; ++y) {
+        uint32_t from = box.x0, to = box.x1 + 1;
+        while (from < to && !raster_.inside(from, y)) ++from;
+        if (from == to) continue;
+        while (!raster_.inside(to - 1, y)) --to;
+        for (const uint32_t x : {from, to})
+            for (const uint32_t side : {y, y + 1}) corners.push_back({int32_t(x), int32_t(side)});
+    }
+    hull.resize(corners.size());
+    const int32_t count = kipx_2d_points_least_rect(&region.rect, hull.data(), hull.size(),
+                                                    corners.data(), corners.size());
+    check(std::min(count, 0));
+    check(kipx_2d_polygon_area(&region.hull_area, hull.data(), size_t(count)));
 }
 
 // In raster order, so that sums of floats do not depend on the flood's.

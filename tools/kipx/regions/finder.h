@@ -13,6 +13,7 @@
 #include "regions/raster.h"
 #include "regions/settings.h"
 
+#include <kipx/geometry.h>
 #include <kipx/mser.h>
 #include <kipx/watershed.h>
 
@@ -31,17 +32,15 @@ struct Region {
     uint64_t first; // its first pixel in raster order
     double x, y;    // mean
     double perimeter;
+    kipx_r2d_ellipse ellipse;     // with the same second moments
+    double hull_area;             // of the convex hull of the pixels' squares
+    kipx_r2d_quad rect;           // the least one around them, a longer side first
     double least, greatest, mean; // of the grey values
-};
 
-// Half axes of the ellipse with the region's second moments, longer first, and the angle of the
-// longer from the x axis to the y axis, radians.
-struct Ellipse {
-    double along, across, angle;
-    // Distance of the foci over the long axis: 0 for a circle, towards 1 for a line.
+    double solidity() const { return area / hull_area; }
+    // Distance of the ellipse's foci over its long axis: 0 for a circle, towards 1 for a line.
     double eccentricity() const;
 };
-Ellipse ellipse_of(const KipxWTSMF &moments);
 
 class Finder {
 public:
@@ -65,6 +64,7 @@ public:
 
 private:
     Region measure(KipxWTSregion *record, bool bright);
+    void measure_shape(Region &region) const;
     template<class T> void measure_values(Region &region) const;
     void check_limits() const;
     void sort_and_nest();

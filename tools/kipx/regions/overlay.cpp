@@ -96,13 +96,13 @@ void blend(Image &image, int64_t x, int64_t y, Colour colour, double part) {
 
 // Half a pixel wide and smooth: each point is spread over the four pixels around it.
 void draw_ellipse(Image &image, const Region &region, Colour colour) {
-    const Ellipse ellipse = ellipse_of(region.moments);
-    const double c = std::cos(ellipse.angle), s = std::sin(ellipse.angle);
-    const int points = std::clamp(int(ellipse.along * 8), 16, 20000);
+    const kipx_r2d_ellipse &ellipse = region.ellipse;
+    const int points = std::clamp(int(ellipse.a * 8), 16, 20000);
     for (int i = 0; i < points; ++i) {
         const double at = 2 * std::numbers::pi * i / points;
-        const double u = ellipse.along * std::cos(at), v = ellipse.across * std::sin(at);
-        const double x = region.x + u * c - v * s, y = region.y + u * s + v * c;
+        const double u = ellipse.a * std::cos(at), v = ellipse.b * std::sin(at);
+        const double x = ellipse.x + u * ellipse.ux - v * ellipse.uy;
+        const double y = ellipse.y + u * ellipse.uy + v * ellipse.ux;
         const double x0 = std::floor(x), y0 = std::floor(y), dx = x - x0, dy = y - y0;
         const auto column = int64_t(x0), row = int64_t(y0);
         blend(image, column, row, colour, (1 - dx) * (1 - dy) * 0.8);

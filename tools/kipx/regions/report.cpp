@@ -24,6 +24,25 @@ double end_value(const Region &region, const GreyLevels &levels) {
 
 const char *polarity(const Region &region) { return region.bright ? "bright" : "dark"; }
 
+double angle_of(const kipx_r2d_ellipse &ellipse) {
+    double angle = 0;
+    kipx_r2d_ellipse_angle(&angle, &ellipse);
+    return angle * degrees;
+}
+
+// Of the rectangle; the angle of its longer sides, above -90 and up to 90 degrees.
+struct LeastRect {
+    double length, width, angle;
+
+    explicit LeastRect(const kipx_r2d_quad &quad) {
+        const kipx_r2d_point *at = quad.at;
+        const double dx = at[1].x - at[0].x, dy = at[1].y - at[0].y;
+        length = std::hypot(dx, dy), width = std::hypot(at[2].x - at[1].x, at[2].y - at[1].y);
+        const bool turned = dx < 0 || (!(dx > 0) && dy < 0);
+        angle = std::atan2(turned ? -dy : dy, turned ? -dx : dx) * degrees;
+    }
+};
+
 // With as many digits as the table has.
 double six_digits(double value) {
     return std::abs(value) < 1e9 ? std::round(value * 1e6) / 1e6 : value;
@@ -64,11 +83,12 @@ std::string regions_csv(const Finder &finder, const GreyLevels &levels, const Or
     std::string out =
         "file,page,id,polarity,level,value,area,variation,parent,children,depth,x,y,mxx,mxy,myy,"
         "angle,half_axis_long,half_axis_short,box_x,box_y,box_width,box_height,eccentricity,"
-        "perimeter,intensity_mean,intensity_min,intensity_max\n";
+        "perimeter,hull_area,solidity,rect_length,rect_width,rect_angle,intensity_mean,"
+        "intensity_min,intensity_max\n";
     const std::string lead = fmt::format("{},{}", csv_field(origin.file), origin.page);
     int32_t id = 0;
     for (const Region &region : finder.regions()) {
-        const Ellipse ellipse = ellipse_of(region.moments);
+        const LeastRect rect(region.rect);
         const Box &box = region.box;
         auto to = std::back_inserter(out);
         fmt::format_to(to, "{},{},{},{},{:.10g},{},{:.6f},{},{},{},", lead, ++id, polarity(region),
@@ -76,11 +96,12 @@ std::string regions_csv(const Finder &finder, const GreyLevels &levels, const Or
                        region.parent + 1, region.children, region.depth);
         fmt::format_to(to, "{:.6f},{:.6f},{:.6f},{:.6f},{:.6f},{:.6f},{:.6f},{:.6f},", region.x,
                        region.y, kipx_mf_Mxx(&region.moments), kipx_mf_Mxy(&region.moments),
-                       kipx_mf_Myy(&region.moments), ellipse.angle * degrees, ellipse.along,
-                       ellipse.across);
-        fmt::format_to(to, "{},{},{},{},{:.6f},{:.6f},{:.10g},{:.10g},{:.10g}\n", box.x0, box.y0,
-                       box.width(), box.height(), ellipse.eccentricity(), region.perimeter,
-                       region.mean, region.least, region.greatest);
+                       kipx_mf_Myy(&region.moments), angle_of(region.ellipse), region.ellipse.a,
+                       region.ellipse.b);
+        fmt::format_to(to, "{},{},{},{},{:.6f},{:.6f},{:.10g},{:.6f},{:.6f},{:.6f},{:.6f},", box.x0,
+                       box.y0, box.width(), box.height(), region.eccentricity(), region.perimeter,
+                       region.hull_area, region.solidity(), rect.length, rect.width, rect.angle);
+        fmt::format_to(to, "{:.10g},{:.10g},{:.10g}\n", region.mean, region.least, region.greatest);
     }
     return out;
 }
@@ -90,7 +111,7 @@ namespace {
 Json box_json(const Box &box) { return {box.x0, box.y0, box.width(), box.height()}; }
 
 Json measures(const Region &region, size_t id, const GreyLevels &levels) {
-    const Ellipse ellipse = ellipse_of(region.moments);
+    const LeastRect rect(region.rect);
     return {{"id", id},
             {"level", region.level},
             {"value", end_value(region, levels)},
@@ -101,10 +122,16 @@ Json measures(const Region &region, size_t id, const GreyLevels &levels) {
              {{"xx", six_digits(kipx_mf_Mxx(&region.moments))},
               {"xy", six_digits(kipx_mf_Mxy(&region.moments))},
               {"yy", six_digits(kipx_mf_Myy(&region.moments))}}},
-            {"angle", six_digits(ellipse.angle * degrees)},
-            {"half_axes", {six_digits(ellipse.along), six_digits(ellipse.across)}},
-            {"eccentricity", six_digits(ellipse.eccentricity())},
+            {"angle", six_digits(angle_of(region.ellipse))},
+            {"half_axes", {six_digits(region.ellipse.a), six_digits(region.ellipse.b)}},
+            {"eccentricity", six_digits(region.eccentricity())},
             {"perimeter", six_digits(region.perimeter)},
+            {"hull_area", region.hull_area},
+            {"solidity", six_digits(region.solidity())},
+            {"least_rect",
+             {{"length", six_digits(rect.length)},
+              {"width", six_digits(rect.width)},
+              {"angle", six_digits(rect.angle)}}},
             {"intensity",
              {{"mean", six_digits(region.mean)}, {"min", region.least}, {"max", region.greatest}}},
             {"box", box_json(region.box)}};
