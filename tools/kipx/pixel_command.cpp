@@ -55,11 +55,16 @@ PixelMatrix named_matrix(const std::string &name, double middle) {
             {-of_cr * middle, -(back_blue + back_red) * middle, -of_cb * middle}};
 }
 
+// Where chroma is 0: in the middle of unsigned types.
+double pixel_middle(uint32_t type) {
+    if (!is_integer(type)) return 0.5;
+    const bool has_negatives = type == KIPX_S8 || type == KIPX_S16 || type == KIPX_S32;
+    return has_negatives ? 0 : std::ldexp(1.0, int(8 * size_of(type)) - 1);
+}
+
 // A name, or rows of numbers with semicolons between.
 PixelMatrix pixel_matrix(const PixelArguments &given, const Image &image) {
-    const bool whole = is_integer(image.type());
-    PixelMatrix m = named_matrix(given.matrix,
-                                 whole ? std::ldexp(1.0, int(8 * size_of(image.type())) - 1) : 0.5);
+    PixelMatrix m = named_matrix(given.matrix, pixel_middle(image.type()));
     if (m.columns) {
         if (image.channels() != 3)
             fail("--matrix: got {} for {} with {} channel(s), expected 3", given.matrix,
