@@ -227,9 +227,9 @@ void run_matrix(const Globals &globals, const PixelArguments &given) {
 }
 
 void run_resize(const Globals &globals, const PixelArguments &given) {
-    if ((given.size.width != 0) == (given.factor != 0))
+    if ((given.size.width != 0) == (given.factor > 0))
         fail("resize: got {} --size and --by, expected one of them",
-             given.factor ? "both" : "neither");
+             given.factor > 0 ? "both" : "neither");
     const Image source = load_pixels(globals, given);
     const auto times = [&](uint32_t n) {
         const double size = std::max(std::nearbyint(n * given.factor), 1.0);
@@ -239,7 +239,7 @@ void run_resize(const Globals &globals, const PixelArguments &given) {
         return uint32_t(size);
     };
     const Extent size =
-        given.factor ? Extent{times(source.width()), times(source.height())} : given.size;
+        given.factor > 0 ? Extent{times(source.width()), times(source.height())} : given.size;
     Image result({source.type(), size.width, size.height, source.channels()});
     const kipx_arr dst = result.arr(), src = source.arr();
     check_answer(KipxResize(nullptr, 0, &dst, &src, nullptr, nullptr), "resize");
