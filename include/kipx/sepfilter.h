@@ -8,7 +8,8 @@
  *
  * Values: along the row first, then down the column, each sum from its first term on, in binary64
  * for integers, then rounded to nearest even and saturated; NaN becomes the lowest value. For f32,
- * weights are rounded to binary32 and sums formed in binary32, in the same order.
+ * weights are rounded to binary32 and sums formed in binary32, in the same order; a NaN is always the
+ * quiet NaN 0x7fc00000.
  *
  * Types: u8, s16, s32, f32. Any other is KIPX_EINVAL. Checks come in the order of kipx/filter.h.
  */

@@ -79,7 +79,7 @@ template<class A> const A *row_at(const SepDown &s, size_t i, size_t x) {
 template<class T, class A> void put(char *to, const A *sum, size_t n) {
     for (size_t i = 0; i < n; ++i) {
         if constexpr (floating<T>)
-            store(to, i, static_cast<T>(sum[i]));
+            store(to, i, one_nan(static_cast<T>(sum[i])));
         else
             store(to, i, round_saturate<T>(sum[i]));
     }
