@@ -37,8 +37,7 @@ uint64_t result(int kind, uint32_t type, bool real, int32_t scale, double a, dou
     }
     long double r;
     if (real) {
-        r = p * b + q;
-        r = scale < 0 ? static_cast<float>(r) * factor : r * factor;
+        r = factor * std::fma(float(p), float(b), float(q));
     } else {
         const int64_t whole =
             static_cast<int64_t>(p) * static_cast<int64_t>(b) + static_cast<int64_t>(q);

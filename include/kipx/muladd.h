@@ -17,13 +17,13 @@
  * KIPX_ENOTSUP. A constant is of the first of a's own type, s16, s32 that holds the numbers of all
  * channels as they are and for which there is a kernel, else f32 (to nearest).
  *
- * Results of integers are exact. Where one of a, b, c is f32 and the destination is f32, a * b + c is
- * rounded once, to nearest even; in an integer destination it is formed in binary64. What is stored:
+ * Results of integers are exact. Where one of a, b, c is f32, a * b + c is rounded once into binary32, to
+ * nearest even, whatever the destination. What is stored of that:
  *
  *   s = 0   saturated, from f32 sources to nearest even; f32 as it is. Nothing wraps
  *   s < 0   as binary32, times 2^-k with k = -s mod 32, to nearest even, saturated
- *   s > 0   integers shifted left by s mod 64 bits and saturated; others times 2^(s mod 64)
- *   f32     as binary32 times 2^-k or 2^(s mod 64). A NaN is 0x7fc00000; in integers it is the smallest value
+ *   s > 0   integers shifted left by s mod 64 bits and saturated; binary32 times 2^(s mod 64)
+ *   f32     times 2^-k or 2^(s mod 64). A NaN is 0x7fc00000; in integers it is the smallest value
  *
  * Nothing is allocated: the environment may be null.
  */

@@ -1,7 +1,7 @@
 // arith/muladd_rows.cpp - the row loops of multiply-accumulate, compiled once per instruction set.
 //
-// Promises each set gives the same bits: sums and products are exact, or rounded once, without the
-//          processor's fused operations, which not every set has.
+// Promises each set gives the same bits: integers are exact; with f32 among the sources a * b + c is
+//          rounded once, by the processor's fused operation where the set has one, else by binary64.
 #include "arith/muladd_rows.h"
 #include "core/lanes.h"
 
@@ -15,7 +15,7 @@ template<class T> constexpr s64 magnitude() {
 // What holds a * b + c exactly, for integers; their bound is below 2^63 for all types here.
 template<class A, class B, class C> constexpr auto wide_of() {
     if constexpr (floating<A> || floating<B> || floating<C>)
-        return f64{};
+        return f32{};
     else if constexpr (magnitude<A>() * magnitude<B>() + magnitude<C>() <= INT32_MAX)
         return s32{};
     else
@@ -33,6 +33,18 @@ inline f64 sum_to_odd(f64 a, f64 b) {
     return __builtin_bit_cast(f64, moves ? bits + outwards : bits);
 }
 
+// a * b + c, in f32 rounded once.
+template<class W> W accumulated(W a, W b, W c) {
+    if constexpr (!floating<W>)
+        return a * b + c;
+    else
+#if defined(__AVX512F__)
+        return __builtin_fmaf(a, b, c);
+#else
+        return static_cast<f32>(sum_to_odd(f64{a} * f64{b}, f64{c}));
+#endif
+}
+
 // x, or -x where turn is all ones (-1 in reals).
 template<class W> W turned(W x, W turn) {
     if constexpr (floating<W>)
@@ -43,17 +55,29 @@ template<class W> W turned(W x, W turn) {
 
 // The result in its type, scaled.
 template<class D, class W, ScaleMode mode> D stored(W r, const ArithScale &scale) {
-    if constexpr (floating<D>) {
-        return one_nan(static_cast<f32>(r) * scale.factor);
-    } else if constexpr (mode == ScaleMode::down) {
+    if constexpr (floating<D>)
+        return one_nan(r * scale.factor);
+    else if constexpr (floating<W> || mode == ScaleMode::down)
         return round_saturate<D>(static_cast<f32>(r) * scale.factor);
-    } else if constexpr (floating<W>) {
-        return round_saturate<D>(r * static_cast<f64>(scale.factor));
-    } else if constexpr (mode == ScaleMode::up) {
+    else if constexpr (mode == ScaleMode::up)
         return saturate<D>(static_cast<s64>(static_cast<u64>(s64{r}) << scale.shift));
-    } else {
+    else
         return saturate<D>(r);
+}
+
+// dst[i] = element (i). Streamed, four lines at a time are made first and written past the cache.
+template<class D, class Element> void each(Run run, Element element) {
+    size_t done = 0;
+    constexpr size_t block = 256 / sizeof(D);
+    for (; run.writing == Writing::streamed && run.n - done >= block; done += block) {
+        alignas(64) D out[block];
+        KIPX_INDEPENDENT
+        for (size_t i = 0; i < block; ++i) out[i] = element(done + i);
+        for (size_t i = 0; i < block; i += 64 / sizeof(D))
+            stream_line(static_cast<D *>(run.dst) + done + i, out + i);
     }
+    KIPX_INDEPENDENT
+    for (size_t i = done; i < run.n; ++i) store(run.dst, i, element(i));
 }
 
 template<class D, class A, class B, class C, ScaleMode mode> void scaled(Run run) {
@@ -65,21 +89,57 @@ template<class D, class A, class B, class C, ScaleMode mode> void scaled(Run run
     constexpr W as_it_is = floating<W> ? W{1} : W{0}, turn = W{-1};
     const W of_product = way.op == MulAddOp::rsub ? turn : as_it_is;
     const W of_c = way.op == MulAddOp::sub ? turn : as_it_is;
-    KIPX_INDEPENDENT
-    for (size_t i = 0; i < run.n; ++i) {
-        const W a = static_cast<W>(load<A>(run.src[0], i));
-        const W p = turned(a * static_cast<W>(load<B>(run.src[1], i)), of_product);
+    each<D>(run, [=](size_t i) {
+        const W a = turned(static_cast<W>(load<A>(run.src[0], i)), of_product);
+        const W b = static_cast<W>(load<B>(run.src[1], i));
         const W c = turned(static_cast<W>(load<C>(run.src[2], i)), of_c);
-        if constexpr (floating<D>)
-            store(run.dst, i, stored<D, W, mode>(sum_to_odd(p, c), scale));
+        return stored<D, W, mode>(accumulated(a, b, c), scale);
+    });
+}
+
+// Bytes alone: what is not negative fits 16 bits, and so does what is added to round up to 8 of them
+// off; a negative result is 0 in the end.
+template<MulAddOp op, bool shifts> void bytes(Run run) {
+    const u32 shift = static_cast<const MulAddWay *>(run.params)->scale.shift;
+    const u16 bias = static_cast<u16>(shift ? (1u << (shift - 1)) - 1 : 0), odd = shift ? 1 : 0;
+    each<u8>(run, [=](size_t i) {
+        const u16 p = static_cast<u16>(load<u8>(run.src[0], i) * load<u8>(run.src[1], i));
+        const u16 c = load<u8>(run.src[2], i);
+        u16 r;
+        if constexpr (op == MulAddOp::add)
+            r = static_cast<u16>(p + c);
+        else if constexpr (op == MulAddOp::sub)
+            r = static_cast<u16>(p > c ? p - c : 0);
         else
-            store(run.dst, i, stored<D, W, mode>(p + c, scale));
+            r = static_cast<u16>(c > p ? c - p : 0);
+        if constexpr (shifts) {
+            const u16 even = static_cast<u16>(static_cast<u16>(r >> shift) & odd);
+            r = static_cast<u16>(static_cast<u16>(r + bias + even) >> shift);
+        }
+        return static_cast<u8>(r < 255 ? r : 255);
+    });
+}
+
+template<bool shifts> void bytes_of(Run run) {
+    switch (static_cast<const MulAddWay *>(run.params)->op) {
+    case MulAddOp::add:
+        return bytes<MulAddOp::add, shifts>(run);
+    case MulAddOp::sub:
+        return bytes<MulAddOp::sub, shifts>(run);
+    default:
+        return bytes<MulAddOp::rsub, shifts>(run);
     }
 }
 
 template<class D, class A, class B, class C> void row(Run run) {
-    if constexpr (floating<D>) return scaled<D, A, B, C, ScaleMode::none>(run);
-    switch (static_cast<const MulAddWay *>(run.params)->scale.mode) {
+    const ArithScale &scale = static_cast<const MulAddWay *>(run.params)->scale;
+    if constexpr (same<D, u8> && same<B, u8>) {
+        if (scale.mode == ScaleMode::none) return bytes_of<false>(run);
+        if (scale.mode == ScaleMode::down && scale.shift <= 8) return bytes_of<true>(run);
+    }
+    if constexpr (floating<decltype(wide_of<A, B, C>())>) // the factor says it all
+        return scaled<D, A, B, C, ScaleMode::none>(run);
+    switch (scale.mode) {
     case ScaleMode::none:
         return scaled<D, A, B, C, ScaleMode::none>(run);
     case ScaleMode::down:
