@@ -29,7 +29,7 @@ double number(uint32_t type, uint64_t bits) {
 uint64_t result(int kind, uint32_t type, bool real, int32_t scale, double a, double b, double c) {
     const double p = kind == 2 ? -a : a, q = kind == 1 ? -c : c;
     uint64_t bits = 0;
-    const auto factor = static_cast<float>(std::ldexp(1.0, scale));
+    const auto factor = static_cast<float>(std::ldexp(1.0, scale < 0 ? scale % 32 : scale));
     if (is_real(type)) {
         const float r = factor * std::fma(float(p), float(b), float(q));
         store_real(type, &bits, std::isnan(r) ? std::nan("") : r);
@@ -131,7 +131,7 @@ Operation operation(int kind, uint32_t constants) {
     const Entry &e = entries[kind];
     constexpr const char *tails[] = {"", "C", "CC"};
     Operation o{.name = std::string(e.name) + tails[constants], .sources = 3 - constants};
-    o.has_values = constants > 0, o.scales = {0, -1, -5, 3};
+    o.has_values = constants > 0, o.scales = {0, -1, -8, -9, -32, 3};
     for (const Types &t : all_of_three) {
         const bool whole = t[0] == KIPX_S32; // takes whole numbers only
         if (constants == 0) o.types.push_back(t);

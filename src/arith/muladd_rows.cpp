@@ -97,11 +97,9 @@ template<class D, class A, class B, class C, ScaleMode mode> void scaled(Run run
     });
 }
 
-// Bytes alone: what is not negative fits 16 bits, and so does what is added to round up to 8 of them
-// off; a negative result is 0 in the end.
-template<MulAddOp op, bool shifts> void bytes(Run run) {
-    const u32 shift = static_cast<const MulAddWay *>(run.params)->scale.shift;
-    const u16 bias = static_cast<u16>(shift ? (1u << (shift - 1)) - 1 : 0), odd = shift ? 1 : 0;
+// Bytes alone, with up to 8 bits rounded off: what is not negative fits 16 bits, and so does what is
+// added to round; a negative result is 0 in the end. Shifts by a constant are what stays in 16 bits.
+template<MulAddOp op, u32 shift> void bytes(Run run) {
     each<u8>(run, [=](size_t i) {
         const u16 p = static_cast<u16>(load<u8>(run.src[0], i) * load<u8>(run.src[1], i));
         const u16 c = load<u8>(run.src[2], i);
@@ -112,30 +110,30 @@ template<MulAddOp op, bool shifts> void bytes(Run run) {
             r = static_cast<u16>(p > c ? p - c : 0);
         else
             r = static_cast<u16>(c > p ? c - p : 0);
-        if constexpr (shifts) {
-            const u16 even = static_cast<u16>(static_cast<u16>(r >> shift) & odd);
-            r = static_cast<u16>(static_cast<u16>(r + bias + even) >> shift);
+        if constexpr (shift > 0) {
+            constexpr u16 below_half = (1u << (shift - 1)) - 1;
+            const u16 odd = static_cast<u16>(r >> shift) & 1;
+            r = static_cast<u16>(static_cast<u16>(r + below_half + odd) >> shift);
         }
         return static_cast<u8>(r < 255 ? r : 255);
     });
 }
-
-template<bool shifts> void bytes_of(Run run) {
-    switch (static_cast<const MulAddWay *>(run.params)->op) {
-    case MulAddOp::add:
-        return bytes<MulAddOp::add, shifts>(run);
-    case MulAddOp::sub:
-        return bytes<MulAddOp::sub, shifts>(run);
-    default:
-        return bytes<MulAddOp::rsub, shifts>(run);
+constexpr u32 byte_shifts = 9;
+#define KIPX_BYTES(op)                                                                             \
+    {                                                                                              \
+        bytes<op, 0>, bytes<op, 1>, bytes<op, 2>, bytes<op, 3>, bytes<op, 4>, bytes<op, 5>,        \
+            bytes<op, 6>, bytes<op, 7>, bytes<op, 8>                                               \
     }
-}
+constexpr RowLoop byte_loops[3][byte_shifts] = {
+    KIPX_BYTES(MulAddOp::add), KIPX_BYTES(MulAddOp::sub), KIPX_BYTES(MulAddOp::rsub)};
 
 template<class D, class A, class B, class C> void row(Run run) {
-    const ArithScale &scale = static_cast<const MulAddWay *>(run.params)->scale;
+    const auto &way = *static_cast<const MulAddWay *>(run.params);
+    const ArithScale &scale = way.scale;
     if constexpr (same<D, u8> && same<B, u8>) {
-        if (scale.mode == ScaleMode::none) return bytes_of<false>(run);
-        if (scale.mode == ScaleMode::down && scale.shift <= 8) return bytes_of<true>(run);
+        const bool none = scale.mode == ScaleMode::none, down = scale.mode == ScaleMode::down;
+        if (none || (down && scale.shift < byte_shifts))
+            return byte_loops[static_cast<u32>(way.op)][none ? 0 : scale.shift](run);
     }
     if constexpr (floating<decltype(wide_of<A, B, C>())>) // the factor says it all
         return scaled<D, A, B, C, ScaleMode::none>(run);

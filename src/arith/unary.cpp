@@ -35,9 +35,10 @@ int32_t work_unary(UnaryOp op, Call &c) {
     const UnaryWay way = {loops.read[from], loops.work[static_cast<uint32_t>(op)], loops.write[to],
                           make_scale(static_cast<const Scaled *>(c.params)->exponent).factor};
     const bool single = c.dst.type == KIPX_F32 && c.src[0].type == KIPX_F32;
-    how.loop = single && op == UnaryOp::exponential ? loops.single_exponential
-               : single && op == UnaryOp::logarithm ? loops.single_logarithm
-                                                    : loops.by_blocks;
+    how.loop = single && op == UnaryOp::negate        ? loops.single_negative
+               : single && op == UnaryOp::exponential ? loops.single_exponential
+               : single && op == UnaryOp::logarithm   ? loops.single_logarithm
+                                                      : loops.by_blocks;
     how.params = &way;
     rows(c, how);
     return 0;
@@ -50,7 +51,9 @@ bool floating(const Operand &o) { return o.type == KIPX_F32; }
 // The reversed difference with -0, which turns the sign of zeros, too. f64 has no differences, and f32 none
 // that is called saturating: nothing wraps there.
 template<ArithOp op> int32_t work_negate(Call &c) {
-    if (c.dst.type == KIPX_F64 || c.src[0].type == KIPX_F64) return work_unary(UnaryOp::negate, c);
+    const bool single = c.dst.type == KIPX_F32 && c.src[0].type == KIPX_F32;
+    if (single || c.dst.type == KIPX_F64 || c.src[0].type == KIPX_F64)
+        return work_unary(UnaryOp::negate, c);
     constexpr double zeros[15] = {-0.0, -0.0, -0.0, -0.0, -0.0, -0.0, -0.0, -0.0,
                                   -0.0, -0.0, -0.0, -0.0, -0.0, -0.0, -0.0};
     const auto &scaled = *static_cast<const Scaled *>(c.params);

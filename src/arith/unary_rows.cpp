@@ -53,7 +53,10 @@ void by_blocks(Run run) {
 template<UnaryOp op> void single(Run run) {
     const auto factor = static_cast<f32>(static_cast<const UnaryWay *>(run.params)->factor);
     const auto value = [=](f32 x, f32) {
-        return one_nan((op == UnaryOp::exponential ? exponential(x) : logarithm(x)) * factor);
+        const f32 r = op == UnaryOp::negate        ? -x
+                      : op == UnaryOp::exponential ? exponential(x)
+                                                   : logarithm(x);
+        return one_nan(r * factor);
     };
     row_of_elements<f32, f32, f32>(run.dst, run.src[0], run.src[0], run.n,
                                    run.writing == Writing::streamed, value);
@@ -67,6 +70,7 @@ extern const UnaryLoops unary_loops[1] = {
      {work<UnaryOp::negate>, work<UnaryOp::exponential>, work<UnaryOp::logarithm>,
       work<UnaryOp::sigmoid>, work<UnaryOp::precise_sigmoid>},
      {KIPX_TYPES(write)},
+     single<UnaryOp::negate>,
      single<UnaryOp::exponential>,
      single<UnaryOp::logarithm>,
      by_blocks}};

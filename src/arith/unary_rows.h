@@ -22,7 +22,7 @@ struct UnaryLoops {
     void (*work[unary_op_count])(double *values, const double *alpha, size_t n);
     void (*write[unary_type_count])(void *to, const double *from, size_t at, size_t n,
                                     double factor);
-    RowLoop single_exponential, single_logarithm, by_blocks;
+    RowLoop single_negative, single_exponential, single_logarithm, by_blocks;
 };
 KIPX_SET_TABLES(UnaryLoops, unary_loops, 1)
 
