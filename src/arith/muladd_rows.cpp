@@ -24,7 +24,7 @@ template<class A, class B, class C> constexpr auto wide_of() {
 
 // a + b so rounded that rounding the result to binary32 is as good as rounding the sum itself: where
 // binary64 does not hold it, to that neighbour whose last bit is 1.
-inline f64 sum_to_odd(f64 a, f64 b) {
+[[maybe_unused]] inline f64 sum_to_odd(f64 a, f64 b) {
     const f64 s = a + b, t = s - a;
     const f64 lost = (a - (s - t)) + (b - t); // NaN beside infinities
     const u64 bits = __builtin_bit_cast(u64, s);
