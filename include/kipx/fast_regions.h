@@ -13,8 +13,8 @@
  * Owner    the store owns nodes and pixels. It is closed with KipxSTBclose on its head.
  *
  * Layout. Nodes lie one after another in post-order, children before their parent, in blocks of
- * growing size. Pixels lie in one array, one word each, row * (width + 1) + column, in the order in
- * which the flood completed them. The pixels of a region are a run of that array: area words from
+ * growing size. Pixels lie in one array, one word each, row * (width + 1) + column, in an order of
+ * the flood's own. The pixels of a region are a run of that array: area words from
  * the node's `start` on. A nested region's run lies inside. The array has height * width words in
  * use, of height * width + 2 * (width + 2).
  */

@@ -26,7 +26,7 @@ KIPX_BEGIN
 /* Header of a region record; feature states follow at their descriptors' offsets, from byte 24. */
 typedef struct KipxWTSregion {
     KipxSTnode *node; /* whose data this is */
-    uint32_t pixel;   /* where the region was labelled: row * width + column */
+    uint32_t pixel;   /* one of its own, where the flood labelled it: row * width + column */
     int32_t level;
     int32_t area;  /* pixels, those of the regions below it included */
     uint32_t kept; /* stable-region detection's */

@@ -6,6 +6,7 @@
 
 #include "core/planes.h"
 #include "region/detect.h"
+#include "region/fast_flood.h"
 #include "region/flood.h"
 #include "region/road.h"
 
@@ -77,19 +78,19 @@ int32_t Generation::flood_standard(KipxSTB *builder, uint16_t polarity) {
     return settle_seed(image_) ? standard_flood(xe_, flags_, image_, &w) : KIPX_EEMPTY;
 }
 
-// Both polarities on one histogram and one scratch.
+// Both polarities on one scratch.
 int32_t Generation::flood_fast() {
     if (!settle_seed(image_)) return KIPX_EEMPTY;
     int32_t code = announce(&context_->levelset, image_);
     if (code < 0) return code;
-    FastRun run;
-    code = run.take(xe_, image_);
+    FastFlood fast;
+    code = fast.open(xe_, flags_, image_);
     for (KipxSTB *builder : {dark_, bright_}) {
         if (code < 0 || !builder) continue;
         image_.invert = builder == bright_ ? 255 : 0;
-        code = run.flood(image_, context_->levelset, KipxFWTSRESfrombuilder(builder));
+        code = fast.run(image_, context_->levelset, KipxFWTSRESfrombuilder(builder));
     }
-    run.give_back(xe_);
+    fast.close();
     return code;
 }
 

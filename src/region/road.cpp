@@ -3,7 +3,6 @@
 
 #include "core/admit.h"
 #include "core/planes.h"
-#include "region/fast_store.h"
 
 namespace kipx {
 namespace {
@@ -94,25 +93,6 @@ int32_t announce(KipxWTSLSC *levelset, const FloodImage &image) {
     KipxWTSLSCsetimvol2D(levelset, image.height, image.width,
                          static_cast<uint32_t>(image.source.row));
     return KipxWTSLSCfixup(levelset) < 0 ? KIPX_EINVAL : 0;
-}
-
-int32_t FastRun::take(KipxXE *xe, const FloodImage &image) {
-    total_ = count_values(image, values_);
-    scratch_.cells = KipxXEalloca(xe, fast_cells_size(image), 8);
-    if (!scratch_.cells) return KIPX_ENOMEM;
-    scratch_.boundary =
-        static_cast<uint32_t *>(KipxXEalloca(xe, image.pixels() * sizeof *scratch_.boundary, 8));
-    return scratch_.boundary ? 0 : KIPX_ENOMEM;
-}
-
-int32_t FastRun::flood(const FloodImage &image, const KipxWTSLSC &levelset, KipxFWTSRES *store) {
-    int32_t code = fast_store_prepare(store, levelset);
-    return code < 0 ? code : fast_flood(image, values_, total_, scratch_, store);
-}
-
-void FastRun::give_back(KipxXE *xe) {
-    KipxXEfreea(xe, scratch_.boundary);
-    KipxXEfreea(xe, scratch_.cells);
 }
 
 } // namespace kipx

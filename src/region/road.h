@@ -1,9 +1,9 @@
 // region/road.h - what the floods' and the stable regions' roads share.
 //
 // Gives    the ways into the road (descriptors, a packed slice, flat operands), the step from a Call
-//          to a flooded image, and the fast flood's run.
+//          to a flooded image.
 // Promises checks come in the order of the public functions; one that fails has written nothing.
-// Owner    calls and images borrow the arrays; a FastRun owns its scratch until give_back.
+// Owner    calls and images borrow the arrays.
 #pragma once
 
 #include <kipx/fast_regions.h>
@@ -11,7 +11,6 @@
 
 #include "core/call.h"
 #include "core/flat.h"
-#include "region/fast_flood.h"
 #include "region/levels.h"
 
 namespace kipx {
@@ -35,19 +34,5 @@ struct FloodSettings {
 int32_t image_of(const Call &call, const FloodSettings *settings, bool fast, FloodImage &image);
 // Tells the level-set context the image and fixes it up; 0 or KIPX_EINVAL.
 int32_t announce(KipxWTSLSC *levelset, const FloodImage &image);
-
-// Fast floods of one image, in one polarity after the other, on one histogram and one scratch.
-class FastRun {
-public:
-    // 0 or KIPX_ENOMEM; give_back in either case. The seed lies inside the mask.
-    int32_t take(KipxXE *xe, const FloodImage &image);
-    int32_t flood(const FloodImage &image, const KipxWTSLSC &levelset, KipxFWTSRES *store);
-    void give_back(KipxXE *xe);
-
-private:
-    uint32_t values_[level_count];
-    uint64_t total_ = 0;
-    FastScratch scratch_{};
-};
 
 } // namespace kipx

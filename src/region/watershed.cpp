@@ -2,21 +2,22 @@
 #include <kipx/watershed.h>
 
 #include "core/planes.h"
+#include "region/fast_flood.h"
 #include "region/flood.h"
 #include "region/road.h"
 
 namespace kipx {
 namespace {
 
-int32_t flood_fast(KipxXE *xe, const FloodImage &image, KipxWatershedContext *context) {
+int32_t flood_fast(const Call &call, const FloodImage &image, KipxWatershedContext *context) {
     KipxFWTSRES *store = KipxFWTSRESfrombuilder(context->builder);
     if (!store || !context->levelset) return KIPX_EINVAL;
     int32_t code = announce(context->levelset, image);
     if (code < 0) return code;
-    FastRun run;
-    code = run.take(xe, image);
-    if (code == 0) code = run.flood(image, *context->levelset, store);
-    run.give_back(xe);
+    FastFlood fast;
+    code = fast.open(call.xe, call.flags, image);
+    if (code == 0) code = fast.run(image, *context->levelset, store);
+    fast.close();
     if (code == 0) context->output = __KipxSTBtree(&store->builder);
     return code;
 }
@@ -35,7 +36,7 @@ int32_t flood(const Call &call, KipxWatershedContext *context, bool fast) {
     if (call.flags & KIPX_FLAG_PREPARE) return 0;
     if (!call.xe) return KIPX_EINVAL;
     if (!settle_seed(image)) return KIPX_EEMPTY;
-    return fast ? flood_fast(call.xe, image, context)
+    return fast ? flood_fast(call, image, context)
                 : standard_flood(call.xe, call.flags, image, context);
 }
 

@@ -1,0 +1,133 @@
+// region/cells.cpp - getting a block of pixels ready for the fast flood.
+#include "region/cells.h"
+
+#include <cstring>
+
+namespace kipx {
+
+namespace {
+
+// Fills all border cells.
+template<class Cell> void set_borders(const Block<Cell> &block, uint32_t code) {
+    uint32_t gap = block.stride - block.width;
+    Cell *row = block.at - block.stride;
+    for (int64_t x = -1; x < int64_t{block.stride}; ++x) row[x] = static_cast<Cell>(code);
+    for (uint32_t y = 0; y < block.height; ++y) {
+        row += block.stride;
+        for (uint32_t x = 0; x < gap; ++x) row[block.width + x] = static_cast<Cell>(code);
+    }
+    row += block.stride;
+    for (uint32_t x = 0; x < block.stride; ++x) row[x] = static_cast<Cell>(code);
+}
+
+} // namespace
+
+template<class Cell>
+void fill_cells(const Block<Cell> &block, const FloodImage &image, uint32_t top, uint32_t left) {
+    uint32_t invert = image.invert, shift = image.shift;
+    if (shift > 7) invert = 0, shift = 8;
+    for (uint32_t y = 0; y < block.height; ++y) {
+        Cell *cells = block.at + uint64_t{y} * block.stride;
+        uint64_t step = image.source.pixel;
+        const uint8_t *p = image.source.row_at(top + y) + left * step;
+        if (step == 1 && shift == 0)
+            for (uint32_t x = 0; x < block.width; ++x)
+                cells[x] = static_cast<Cell>(p[x] ^ static_cast<uint8_t>(invert));
+        else if (step == 1)
+            for (uint32_t x = 0; x < block.width; ++x)
+                cells[x] = static_cast<Cell>((p[x] ^ invert) >> shift);
+        else
+            for (uint32_t x = 0; x < block.width; ++x)
+                cells[x] = static_cast<Cell>((p[x * step] ^ invert) >> shift);
+        if (!image.mask.at) continue;
+        for (uint32_t x = 0; x < block.width; ++x)
+            if (image.masked_out(top + y, left + x)) cells[x] = static_cast<Cell>(reached<Cell>);
+    }
+}
+
+void raise_pits(const Block<uint8_t> &block, Set set, uint8_t *line) {
+    constexpr int passes = 2;
+    // What lies beyond the border is lower than everything: no pit at the border is closed.
+    uint8_t *nothing = line + block.width + 2 * pit_slack + pit_slack;
+    line += pit_slack;
+    std::memset(nothing - pit_slack, 0, block.width + 2 * pit_slack);
+    set_borders(block, 0);
+    PitRow raise = pit_rows_of(set)[0];
+    int64_t height = block.height;
+    auto row_at = [&](int64_t y) {
+        return y < -1 || y > height ? nothing : block.at + y * int64_t{block.stride};
+    };
+    for (int pass = 0; pass < passes; ++pass)
+        for (int64_t y = 0; y < height; ++y) {
+            const uint8_t *rows[7];
+            for (int64_t k = 0; k < 7; ++k) rows[k] = row_at(y + k - 3);
+            raise(line, rows, block.width);
+            std::memcpy(row_at(y), line, block.width);
+        }
+}
+
+Look look_of(const FloodImage &image, const Extent &part) {
+    constexpr int far = 32;
+    const uint64_t step = image.source.pixel;
+    uint64_t alike = 0, apart = 0, seen = 0;
+    for (uint32_t y = 0; y < part.height; y += 8, seen += part.width) {
+        const uint8_t *p = image.source.row_at(part.top + y) + part.left * step;
+        uint32_t same = 0, other = 0;
+        auto compare = [&](int second, int before, int here) {
+            same += here == before;
+            other += (here - before > far || before - here > far) &
+                     (here - second > far || second - here > far);
+        };
+        if (step == 1)
+            for (uint32_t x = 2; x < part.width; ++x) compare(p[x - 2], p[x - 1], p[x]);
+        else
+            for (uint32_t x = 2; x < part.width; ++x)
+                compare(p[(x - 2) * step], p[(x - 1) * step], p[x * step]);
+        alike += same;
+        apart += other;
+    }
+    if (8 * alike >= 3 * seen) return Look::flat;
+    return 2 * apart >= seen ? Look::busy : Look::soft;
+}
+
+uint32_t *number_walls(const FloodImage &image, const Extent &part, uint32_t stride,
+                       uint32_t *list) {
+    if (image.shift > 0) return list; // no level is that high
+    constexpr uint32_t stretch = 64;
+    const uint32_t wall = reached<uint8_t> ^ image.invert, right = part.left + part.width;
+    const uint64_t step = image.source.pixel;
+    for (uint32_t y = part.top; y < part.top + part.height; ++y)
+        for (uint32_t x = part.left; x < right; x += stretch) {
+            const uint8_t *p = image.source.row_at(y) + x * step;
+            uint32_t n = right - x < stretch ? right - x : stretch;
+            bool any = false;
+            for (uint32_t k = 0; k < n; ++k) any |= p[k * step] == wall;
+            if (!any) continue;
+            for (uint32_t k = 0; k < n; ++k) {
+                *list = y * stride + x + k;
+                list += p[k * step] == wall;
+            }
+        }
+    return list;
+}
+
+template<class Cell> void close_borders(const Block<Cell> &block, CellCounts &counts) {
+    set_borders(block, reached<Cell>);
+    uint32_t part[4][level_count + 1] = {};
+    for (uint32_t y = 0; y < block.height; ++y) {
+        const Cell *c = block.at + uint64_t{y} * block.stride;
+        uint32_t x = 0;
+        for (; x + 4 <= block.width; x += 4)
+            for (uint32_t k = 0; k < 4; ++k) ++part[k][c[x + k]];
+        for (; x < block.width; ++x) ++part[0][c[x]];
+    }
+    for (uint32_t v = 0; v <= level_count; ++v)
+        counts.of[v] = part[0][v] + part[1][v] + part[2][v] + part[3][v];
+}
+
+template void fill_cells(const Block<uint8_t> &, const FloodImage &, uint32_t, uint32_t);
+template void fill_cells(const Block<uint16_t> &, const FloodImage &, uint32_t, uint32_t);
+template void close_borders(const Block<uint8_t> &, CellCounts &);
+template void close_borders(const Block<uint16_t> &, CellCounts &);
+
+} // namespace kipx
