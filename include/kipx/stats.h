@@ -87,7 +87,8 @@ KIPX_DECLARE_SHAPE(R, minmax, Minmax, KIPX_TAIL_RANGES);
 #define KIPX_TAIL_SUMS , double *sums
 KIPX_DECLARE_SHAPE(R, sum, Sum, KIPX_TAIL_SUMS);
 /* The mean of each channel, its sum divided by its number of elements, and the standard deviation: the
- * root of the mean squared distance from the mean. Either may be null. */
+ * root of the mean squared distance from the mean, of integers from their exact sum and the exact sum of
+ * their squares. Either may be null. */
 #define KIPX_TAIL_MEANS , double *means, double *deviations
 KIPX_DECLARE_SHAPE(R, mean, Mean, KIPX_TAIL_MEANS);
 

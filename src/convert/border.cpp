@@ -70,6 +70,41 @@ public:
         move_ = mover(unit_);
     }
 
+    // For a region that is continued by itself: pixels lie side by side, and a line's columns are few.
+    bool goes_by_lines() const {
+        return parts_ == 1 && c_.dst.pixel == unit_ &&
+               f_.before[column] + f_.after[column] <= batch_columns;
+    }
+
+    // Each line of the region with its columns, while it is in the first cache, and then lines as
+    // wholes. middle: what the region is copied from on the way, of adjacent pixels; null: it is there.
+    void make_by_lines(const Operand *middle) {
+        Column taken[batch_columns];
+        uint32_t n = 0;
+        const auto step = static_cast<int64_t>(unit_);
+        for (int64_t i = 0; i < f_.before[column] + f_.after[column]; ++i) {
+            const int64_t x = i - f_.before[column] + (i < f_.before[column] ? 0 : size_[column]);
+            if (int64_t from = source(column, x); from != nowhere)
+                taken[n++] = {x * step, from * step};
+        }
+        const size_t width = static_cast<size_t>(size_[column]) * unit_;
+        each_line([&](int64_t p, int64_t y, int64_t, int64_t) {
+            if (!inside(plane, p) || !inside(row, y)) return;
+            char *to = at(c_.dst, p, y);
+            if (middle) std::memcpy(to, at(*middle, p, y), width);
+            move_(to, to, taken, n, unit_);
+            if (f_.border != Border::constant) return;
+            fill(to - f_.before[column] * static_cast<int64_t>(unit_), f_.before[column]);
+            fill(to + width, f_.after[column]);
+        });
+        each_line([&](int64_t p, int64_t y, int64_t, int64_t sy) {
+            if (inside(plane, p) && !inside(row, y)) repeat_line(p, y, p, sy);
+        });
+        each_line([&](int64_t p, int64_t y, int64_t sp, int64_t) {
+            if (!inside(plane, p)) repeat_line(p, y, sp, y);
+        });
+    }
+
     void make() {
         each_line([&](int64_t p, int64_t y, int64_t sp, int64_t sy) {
             if (!inside(plane, p) || !inside(row, y)) middle(p, y, sp, sy);
@@ -98,6 +133,26 @@ private:
 
     static char *at(const Operand &o, int64_t p, int64_t y) {
         return o.at + p * static_cast<int64_t>(o.plane) + y * static_cast<int64_t>(o.row);
+    }
+
+    // Pixels of a constant border.
+    void fill(char *to, int64_t pixels) const {
+        const int64_t have = std::min(size_[row] * size_[column], int64_t{constant_.length});
+        for (int64_t n; pixels > 0; pixels -= n, to += n * static_cast<int64_t>(unit_)) {
+            n = std::min(pixels, have);
+            std::memcpy(to, constant_.at, static_cast<size_t>(n) * unit_);
+        }
+    }
+
+    // A line of the frame from one that is made, columns and all.
+    void repeat_line(int64_t p, int64_t y, int64_t sp, int64_t sy) const {
+        const int64_t before = f_.before[column] * static_cast<int64_t>(unit_),
+                      pixels = f_.before[column] + size_[column] + f_.after[column];
+        if (f_.border == Border::constant)
+            fill(at(c_.dst, p, y) - before, pixels);
+        else if (f_.border != Border::none)
+            std::memcpy(at(c_.dst, p, y) - before, at(c_.dst, sp, sy) - before,
+                        static_cast<size_t>(pixels) * unit_);
     }
 
     // The part of a line of the frame that is as wide as the region.
@@ -203,19 +258,39 @@ bool copied_onto_itself(const Call &c) {
            s.channel == d.channel;
 }
 
+// Bytes of a region that stay in the caches while it is copied line by line; larger ones are copied
+// first, past the cache.
+constexpr uint64_t cached_bytes = 8u << 20;
+
+// The copy, and its frame from itself.
+int32_t copy_and_continue(Call &c, Frame &frame) {
+    const Operand middle = c.src[0];
+    const uint64_t bytes = uint64_t{c.planes} * c.height * c.width * c.dst.size * c.channels;
+    const bool copied = copied_onto_itself(c), pays = !c.across && bytes <= cached_bytes,
+               adjacent = dense(middle, c.channels) && middle.pixel == c.channels * middle.size;
+    const int64_t length[] = {c.planes, c.height, c.width};
+    for (int axis : {plane, row, column}) frame.from[axis] = 0, frame.length[axis] = length[axis];
+    Call continued = c;
+    continued.src[0] = c.dst;
+    Framer framer(continued, frame);
+    const bool by_lines = framer.goes_by_lines(), on_the_way = by_lines && pays && adjacent;
+    if (!copied && !on_the_way)
+        if (int32_t code = copy_elements(c)) return code;
+    if (by_lines)
+        framer.make_by_lines(!copied && on_the_way ? &middle : nullptr);
+    else
+        framer.make();
+    return 0;
+}
+
 // The copy and its frame; around: from the source's surroundings, as the frame says, else from the
 // copy.
 int32_t copy_and_frame(Call &c, Frame &frame, bool around) {
     if (c.height == 0 || c.width == 0) return 0;
+    if (!around) return copy_and_continue(c, frame);
     Call copy = c;
     if (!copied_onto_itself(c))
         if (int32_t code = copy_elements(copy)) return code;
-    if (!around) {
-        c.src[0] = c.dst;
-        const int64_t length[] = {c.planes, c.height, c.width};
-        for (int axis : {plane, row, column})
-            frame.from[axis] = 0, frame.length[axis] = length[axis];
-    }
     make_border(c, frame);
     return 0;
 }

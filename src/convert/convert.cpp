@@ -10,10 +10,15 @@
 
 namespace kipx {
 
-RowLoop convert_row_for(uint32_t dst_type, uint32_t src_type, Set set) {
+// Of the table of pairs that starts at a loop.
+static RowLoop row_of_pair(uint32_t first, uint32_t dst_type, uint32_t src_type, Set set) {
     const uint32_t d = numeric_type_of(dst_type), s = numeric_type_of(src_type);
     if (d == numeric_type_count || s == numeric_type_count) return nullptr;
-    return convert_rows_of(set)[d * numeric_type_count + s];
+    return convert_rows_of(set)[first + d * numeric_type_count + s];
+}
+
+RowLoop convert_row_for(uint32_t dst_type, uint32_t src_type, Set set) {
+    return row_of_pair(0, dst_type, src_type, set);
 }
 
 RowLoop narrow_row_for(uint32_t dst_type, uint32_t src_type, Set set) {
@@ -53,16 +58,18 @@ void convert(Call &c, const ConversionGiven &given) {
     how.set = active_set(c.flags);
     how.loop = convert_row_for(c.dst.type, c.src[0].type, how.set);
     if (given.plain()) return rows(c, how);
-    const bool by_channel = given.scales || given.shifts;
-    const Scaling scaling = {convert_row_for(KIPX_F64, c.src[0].type, how.set),
+    const Scaling scaling = {given.scale,
+                             summand_of(given.shift),
+                             convert_row_for(KIPX_F64, c.src[0].type, how.set),
                              convert_row_for(c.dst.type, KIPX_F64, how.set),
                              c.src[0].size,
-                             c.dst.size,
-                             by_channel,
-                             given.scale,
-                             summand_of(given.shift)};
-    how.loop = convert_rows_of(how.set)[convert_scaled], how.params = &scaling;
-    if (!by_channel) return rows(c, how);
+                             c.dst.size};
+    how.params = &scaling;
+    if (!given.scales && !given.shifts) {
+        how.loop = row_of_pair(convert_scaled, c.dst.type, c.src[0].type, how.set);
+        return rows(c, how);
+    }
+    how.loop = convert_rows_of(how.set)[convert_by_channel];
     double factors[most_channels], summands[most_channels];
     for (uint32_t i = 0; i < c.channels; ++i) {
         factors[i] = given.scales ? given.scales[i] : 1;

@@ -2,6 +2,10 @@
 #include "convert/convert_rows.h"
 #include "core/lanes.h"
 
+#if defined(__AVX512F__)
+#include "convert/convert_avx512.h"
+#endif
+
 namespace kipx::KIPX_SET {
 namespace {
 
@@ -16,6 +20,15 @@ template<class D, class S> D rounded(S x) {
         f64 clipped = wide > 0.0 ? wide : 0.0; // NaN compares false
         clipped = nearest(clipped < high ? clipped : high);
         return static_cast<u32>(static_cast<s32>(clipped - half)) ^ 0x80000000u;
+    } else if constexpr (same<D, s32> && same<S, f32>) {
+        // A float of 2^23 and more is whole. The last one in the range stands for all behind it.
+        constexpr f32 whole = 0x1p23f, high = 0x1p31f, last = 0x1.fffffep30f;
+        f32 size = x < 0 ? -x : x, near = (size + whole) - whole;
+        near = size < whole ? near : size;
+        s32 y = static_cast<s32>(near < last ? near : last); // NaN compares false
+        y = x < 0 ? -y : y;
+        y = x >= high ? INT32_MAX : x <= -high ? INT32_MIN : y;
+        return x == x ? y : 0;
     } else {
         D y = round_saturate<D>(x);
         return Range<D>::low == 0 || x == x ? y : D{0};
@@ -57,8 +70,25 @@ template<class D> void narrow(Run run) {
         store(run.dst, i, round_saturate<D>(load<f32>(run.src[0], i)));
 }
 
-// x * scale + shift in binary64, each rounded, block by block.
-void scaled(Run run) {
+// x * scale + shift in binary64, each rounded.
+template<class D, class S> void scaled_row(Run run) {
+    const Scaling &s = *static_cast<const Scaling *>(run.params);
+    size_t done = 0;
+#if defined(__AVX512F__)
+    done = scaled_in_registers<D, S>(run.dst, run.src[0], run.n, s.scale, s.shift,
+                                     run.writing == Writing::streamed);
+#endif
+    const char *from = static_cast<const char *>(run.src[0]) + done * sizeof(S);
+    row_of_elements<D, S, S>(static_cast<char *>(run.dst) + done * sizeof(D), from, from,
+                             run.n - done, run.writing == Writing::streamed,
+                             [scale = s.scale, shift = s.shift](S x, S) {
+                                 f64 wide = static_cast<f64>(x) * scale + shift;
+                                 return converted<D>(same<D, f64> ? with_one_nan(wide) : wide);
+                             });
+}
+
+// The same with numbers of the channels, block by block.
+void scaled_by_channel(Run run) {
     const Scaling &s = *static_cast<const Scaling *>(run.params);
     constexpr size_t block = 512;
     alignas(64) f64 wide[block];
@@ -66,15 +96,10 @@ void scaled(Run run) {
         size_t n = run.n - done < block ? run.n - done : block;
         const char *from = static_cast<const char *>(run.src[0]) + done * s.src_size;
         s.widen({wide, {from, nullptr, nullptr}, n, nullptr, Writing::cached});
-        if (s.by_channel) {
-            KIPX_INDEPENDENT
-            for (size_t i = 0; i < n; ++i)
-                wide[i] = with_one_nan(wide[i] * load<f64>(run.src[1], done + i) +
-                                       load<f64>(run.src[2], done + i));
-        } else {
-            const f64 scale = s.scale, shift = s.shift;
-            for (size_t i = 0; i < n; ++i) wide[i] = with_one_nan(wide[i] * scale + shift);
-        }
+        KIPX_INDEPENDENT
+        for (size_t i = 0; i < n; ++i)
+            wide[i] = with_one_nan(wide[i] * load<f64>(run.src[1], done + i) +
+                              load<f64>(run.src[2], done + i));
         char *to = static_cast<char *>(run.dst) + done * s.dst_size;
         s.narrow({to, {wide, nullptr, nullptr}, n, nullptr, Writing::cached});
     }
@@ -83,7 +108,9 @@ void scaled(Run run) {
 } // namespace
 
 #define KIPX_ROW(D, S) row<D, S>,
-extern const RowLoop convert_rows[convert_row_count] = {KIPX_NUMERIC_PAIRS(KIPX_ROW) narrow<s8>,
-                                                        narrow<s16>, scaled};
+#define KIPX_SCALED_ROW(D, S) scaled_row<D, S>,
+extern const RowLoop convert_rows[convert_row_count] = {
+    KIPX_NUMERIC_PAIRS(KIPX_ROW) KIPX_NUMERIC_PAIRS(KIPX_SCALED_ROW) narrow<s8>, narrow<s16>,
+    scaled_by_channel};
 
 } // namespace kipx::KIPX_SET

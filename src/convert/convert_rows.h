@@ -1,8 +1,8 @@
 // convert/convert_rows.h - the tables of conversions, one per instruction set.
 //
 // Gives    a loop for every pair of numeric types, at numeric type of the destination times
-//          numeric_type_count plus that of the source; behind them those that narrowing arithmetic
-//          has of its own, and the loop that scales.
+//          numeric_type_count plus that of the source; in the same order the loops that scale; behind
+//          them those that narrowing arithmetic has of its own, and the loop that scales by channel.
 #pragma once
 
 #include "core/numeric.h"
@@ -13,19 +13,19 @@ namespace kipx {
 
 inline constexpr uint32_t convert_pairs = numeric_type_count * numeric_type_count;
 enum ConvertLoop : uint32_t {
-    narrow_f32_s8 = convert_pairs, // NaN to the smallest value
+    convert_scaled = convert_pairs,                 // by pairs, too: one scale and shift for all
+    narrow_f32_s8 = convert_scaled + convert_pairs, // NaN to the smallest value
     narrow_f32_s16,
-    convert_scaled,
+    convert_by_channel, // scales and shifts are the second and third source
     convert_row_count
 };
 
-// What the scaling loop is given: both ends of the way through binary64, and the numbers; by channel
-// they are the second and third source.
+// What the scaling loops are given: the numbers, or, where they are sources, both ends of the way through
+// binary64.
 struct Scaling {
+    double scale, shift;
     RowLoop widen, narrow;
     uint32_t src_size, dst_size;
-    bool by_channel;
-    double scale, shift;
 };
 
 KIPX_SET_TABLES(RowLoop, convert_rows, convert_row_count)

@@ -107,6 +107,91 @@ template<class T> void whole(FoldRun run) {
     }
 }
 
+// ---- sums of squares ----
+
+// Squares of the even and of the odd elements, in the lanes that two elements share, split once more:
+// element 4 p + 2 b + a of a vector is counted in lane p of sum[b][a]. So many turns cannot overflow.
+template<class T> struct Squared;
+template<> struct Squared<u8> {
+    using Square = u16;
+    using Sum = u32;
+    static constexpr size_t turns = 66051;
+};
+template<> struct Squared<s8> : Squared<u8> {};
+template<> struct Squared<u16> {
+    using Square = u32;
+    using Sum = u64;
+    static constexpr size_t turns = SIZE_MAX;
+};
+template<> struct Squared<s16> : Squared<u16> {};
+
+template<class T, uint32_t C> void add_squares(FoldRun run) {
+    using W = typename Doubled<T>::W;
+    using Square = typename Squared<T>::Square;
+    using Sum = typename Squared<T>::Sum;
+    constexpr size_t lanes = vector_bytes / sizeof(T), vectors = C == 3 ? 3 : 1;
+    constexpr size_t turn = lanes * vectors, shift = 8 * sizeof(T);
+    SumState *state = static_cast<SumState *>(run.states);
+    const size_t n = run.n * C;
+    size_t i = 0;
+    while (n - i >= turn) {
+        Vector<Sum> sum[vectors][2][2] = {};
+        for (size_t turns = 0; turns < Squared<T>::turns && n - i >= turn; ++turns, i += turn)
+            for (size_t k = 0; k < vectors; ++k) {
+                Vector<T> x = load_vector<T>(run.src, i + k * lanes);
+                Vector<W> w = reinterpret_cast<Vector<W>>(x);
+                Vector<W> halves[2] = {w << shift >> shift, w >> shift};
+                for (size_t a = 0; a < 2; ++a) {
+                    auto half = reinterpret_cast<Vector<Square>>(halves[a]);
+                    auto squares = reinterpret_cast<Vector<Sum>>(half * half);
+                    sum[k][0][a] += squares << 2 * shift >> 2 * shift;
+                    sum[k][1][a] += squares >> 2 * shift;
+                }
+            }
+        for (size_t k = 0; k < turn; ++k) {
+            const Vector<Sum> &part = sum[k / lanes][k % 4 / 2][k % 2];
+            state[k % C].squares[0] += part[k % lanes / 4];
+        }
+    }
+    for (size_t k = 0; i < n; ++i, ++k) {
+        const s64 x = load<T>(run.src, i);
+        state[k % C].squares[0] += static_cast<u64>(x * x);
+    }
+}
+
+// Squares of 64 bits, by their words: a sum of 2^32 words cannot overflow.
+template<class T, uint32_t C> void add_wide_squares(FoldRun run) {
+    SumState *state = static_cast<SumState *>(run.states);
+    u64 low[C] = {}, high[C] = {};
+    for (size_t i = 0; i < run.n; ++i)
+        for (uint32_t c = 0; c < C; ++c) {
+            const auto x = static_cast<typename Doubled<T>::W>(load<T>(run.src, i * C + c));
+            const u64 square = static_cast<u64>(x) * static_cast<u64>(x);
+            low[c] += square & 0xffffffffu, high[c] += square >> 32;
+        }
+    for (uint32_t c = 0; c < C; ++c) state[c].squares[0] += low[c], state[c].squares[1] += high[c];
+}
+
+template<class T, uint32_t C> void squares_of(FoldRun run) {
+    if constexpr (sizeof(T) == 4)
+        add_wide_squares<T, C>(run);
+    else
+        add_squares<T, C>(run);
+}
+
+template<class T> void squares(FoldRun run) {
+    switch (run.channels) {
+    case 1:
+        return squares_of<T, 1>(run);
+    case 2:
+        return squares_of<T, 2>(run);
+    case 3:
+        return squares_of<T, 3>(run);
+    default:
+        return squares_of<T, 4>(run);
+    }
+}
+
 // ---- paired sums ----
 
 inline void push(PairedSum &s, f64 x) {
@@ -119,6 +204,11 @@ inline void push(PairedSum &s, f64 x) {
 constexpr size_t f64_lanes = vector_bytes / sizeof(f64);
 
 template<class T> Vector<f64> widened(const void *src, size_t i) {
+#if defined(__AVX512F__) // the compiler makes it of two halves
+    if constexpr (same<T, f32>)
+        return reinterpret_cast<Vector<f64>>(
+            _mm512_cvtps_pd(_mm256_loadu_ps(static_cast<const f32 *>(src) + i)));
+#endif
     typedef T Part __attribute__((vector_size(f64_lanes * sizeof(T))));
     Part x;
     memcpy(&x, static_cast<const char *>(src) + i * sizeof(T), sizeof x);
@@ -132,23 +222,43 @@ template<bool squares> inline auto term(auto x, auto mean) {
         return x;
 }
 
+// Halves onto halves, down to one.
+template<size_t half> inline f64 folded(f64 *sum) {
+    for (size_t k = 0; k < half; ++k) sum[k] += sum[k + half];
+    if constexpr (half == 1)
+        return sum[0];
+    else
+        return folded<half / 2>(sum);
+}
+
 // One block of at most fold_length pixels. Lane l of channel c is element l * C + c.
 template<class T, uint32_t C, bool squares>
 void add_block(const void *src, size_t pixels, SumState *state) {
     constexpr size_t lanes = size_t{sum_lanes} * C, vectors = lanes / f64_lanes;
     alignas(64) f64 sum[lanes], mean[lanes];
-    for (size_t k = 0; k < lanes; ++k) sum[k] = 0, mean[k] = state[k % C].mean;
     Vector<f64> sums[vectors] = {}, means[vectors];
-    memcpy(means, mean, sizeof mean);
+    if constexpr (squares) {
+        for (size_t k = 0; k < lanes; ++k) mean[k] = state[k % C].mean;
+        memcpy(means, mean, sizeof mean);
+    }
     const size_t n = pixels * C;
     size_t i = 0;
     for (; n - i >= lanes; i += lanes)
         for (size_t k = 0; k < vectors; ++k)
             sums[k] += term<squares>(widened<T>(src, i + k * f64_lanes), means[k]);
-    memcpy(sum, sums, sizeof sum);
-    for (size_t k = 0; i < n; ++i, ++k)
-        sum[k] += term<squares>(static_cast<f64>(load<T>(src, i)), mean[k]);
-    for (size_t half = lanes / 2; half >= C; half /= 2)
+    if (i < n) {
+        memcpy(sum, sums, sizeof sum);
+        for (size_t k = 0; i < n; ++i, ++k)
+            sum[k] += term<squares>(static_cast<f64>(load<T>(src, i)), squares ? mean[k] : 0);
+        memcpy(sums, sum, sizeof sum);
+    }
+    // Halves onto halves: whole vectors as long as there is an even number of them.
+    size_t half = lanes / 2;
+    for (; half % f64_lanes == 0; half /= 2)
+        for (size_t k = 0; k < half / f64_lanes; ++k) sums[k] += sums[k + half / f64_lanes];
+    memcpy(sum, sums, 2 * half * sizeof(f64));
+    if constexpr (C == 1) return push(state->paired, folded<f64_lanes / 2>(sum));
+    for (; half >= C; half /= 2)
         for (size_t k = 0; k < half; ++k) sum[k] += sum[k + half];
     for (uint32_t c = 0; c < C; ++c) push(state[c].paired, sum[c]);
 }
@@ -180,11 +290,17 @@ template<class T> constexpr FoldLoop elements() {
     else
         return whole<T>;
 }
+template<class T> constexpr FoldLoop squared() {
+    if constexpr (floating<T>)
+        return paired<T, true>;
+    else
+        return squares<T>;
+}
 
 } // namespace
 
 #define KIPX_ELEMENTS(T) elements<T>(),
-#define KIPX_SQUARES(T) paired<T, true>,
+#define KIPX_SQUARES(T) squared<T>(),
 extern const FoldLoop sum_rows[sum_row_count] = {KIPX_NUMERIC_TYPES(KIPX_ELEMENTS)
                                                      KIPX_NUMERIC_TYPES(KIPX_SQUARES)};
 

@@ -26,14 +26,16 @@ inline double total_of(const PairedSum &s) {
     return total;
 }
 
-// Of one channel. A whole sum counts modulo 2^64, as a signed number but for u32.
+// Of one channel. A whole sum counts modulo 2^64, as a signed number but for u32; the squares of
+// integers are squares[0] + 2^32 squares[1].
 struct SumState {
-    uint64_t whole;
+    uint64_t whole, squares[2];
     PairedSum paired;
-    double mean; // of squared distances
+    double mean; // that distances of floating elements are from
 };
 
-// Sums of integer types are whole ones, of floating types paired ones; squared distances are paired.
+// Sums and squares of integer types are whole ones; sums and squared distances of floating types paired
+// ones.
 enum SumLoop : uint32_t { sum_elements, sum_squares, sum_loops };
 inline constexpr uint32_t sum_row_count = sum_loops * numeric_type_count;
 KIPX_SET_TABLES(FoldLoop, sum_rows, sum_row_count)

@@ -19,7 +19,7 @@ Taken fold_sums(const Call &c, SumLoop loop, SumState *states) {
     how.set = active_set(c.flags);
     how.loop = sum_rows_of(how.set)[loop * numeric_type_count + type];
     how.states = states, how.state_size = sizeof *states;
-    how.blocks = loop == sum_squares || is_floating(c.src[0].type);
+    how.blocks = is_floating(c.src[0].type);
     how.interleaved = true;
     return fold(copy, how);
 }
@@ -34,22 +34,31 @@ double sum_of(const SumState &s, uint32_t type) {
 
 // The sums of a call of good types, channels and addresses; KIPX_EEMPTY where the mask leaves a
 // channel without an element.
-int32_t find_sums(const Call &c, Taken &taken, double *sums) {
-    SumState states[fold_channels] = {};
+int32_t find_sums(const Call &c, Taken &taken, SumState *states) {
     taken = fold_sums(c, sum_elements, states);
     for (uint32_t i = 0; i < c.channels; ++i)
         if (taken.pixels[i] == 0) return KIPX_EEMPTY;
-    for (uint32_t i = 0; i < c.channels; ++i) sums[i] = sum_of(states[i], c.src[0].type);
     return 0;
 }
 
-void find_deviations(const Call &c, const Taken &taken, const double *means, double *deviations) {
-    SumState states[fold_channels] = {};
-    for (uint32_t i = 0; i < c.channels; ++i) states[i].mean = means[i];
+// n^2 times the variance of integers, n sum (x^2) - (sum x)^2, is exact in 128 bits: there are fewer
+// than 2^32 elements, of 64 bits their squares.
+double whole_deviation(const SumState &s, uint32_t type, uint64_t n) {
+    using Whole = unsigned __int128;
+    const bool negative = type >= KIPX_S8 && static_cast<int64_t>(s.whole) < 0;
+    const Whole sum = negative ? uint64_t{0} - s.whole : s.whole;
+    const Whole squares = Whole{s.squares[0]} + (Whole{s.squares[1]} << 32);
+    return std::sqrt(static_cast<double>(n * squares - sum * sum)) / static_cast<double>(n);
+}
+
+void find_deviations(const Call &c, const Taken &taken, SumState *states, double *deviations) {
     fold_sums(c, sum_squares, states);
-    for (uint32_t i = 0; i < c.channels; ++i)
-        deviations[i] =
-            one_nan(std::sqrt(total_of(states[i].paired) / static_cast<double>(taken.pixels[i])));
+    for (uint32_t i = 0; i < c.channels; ++i) {
+        const auto n = static_cast<double>(taken.pixels[i]);
+        deviations[i] = is_floating(c.src[0].type)
+                            ? one_nan(std::sqrt(total_of(states[i].paired) / n))
+                            : whole_deviation(states[i], c.src[0].type, taken.pixels[i]);
+    }
 }
 
 struct MeanGiven {
@@ -58,12 +67,14 @@ struct MeanGiven {
 };
 
 int32_t work_sum(Call &c) {
-    double *out = *static_cast<double *const *>(c.params), sums[fold_channels];
+    double *out = *static_cast<double *const *>(c.params);
     int32_t code = admit_reading(c, out != nullptr);
     if (code || no_work_asked(c)) return code;
+    SumState states[fold_channels] = {};
     Taken taken;
-    code = find_sums(c, taken, sums);
-    for (uint32_t i = 0; code == 0 && i < c.channels; ++i) out[i] = sums[i];
+    code = find_sums(c, taken, states);
+    for (uint32_t i = 0; code == 0 && i < c.channels; ++i)
+        out[i] = sum_of(states[i], c.src[0].type);
     return code;
 }
 
@@ -71,12 +82,15 @@ int32_t work_mean(Call &c) {
     const auto &given = *static_cast<const MeanGiven *>(c.params);
     int32_t code = admit_reading(c, given.means || given.deviations);
     if (code || no_work_asked(c)) return code;
+    SumState states[fold_channels] = {};
     Taken taken;
-    double means[fold_channels];
-    if (int32_t failure = find_sums(c, taken, means)) return failure;
-    for (uint32_t i = 0; i < c.channels; ++i) means[i] /= static_cast<double>(taken.pixels[i]);
-    if (given.deviations) find_deviations(c, taken, means, given.deviations);
-    for (uint32_t i = 0; given.means && i < c.channels; ++i) given.means[i] = means[i];
+    if (int32_t failure = find_sums(c, taken, states)) return failure;
+    for (uint32_t i = 0; i < c.channels; ++i) {
+        const double mean = sum_of(states[i], c.src[0].type) / static_cast<double>(taken.pixels[i]);
+        if (given.means) given.means[i] = mean;
+        states[i].mean = mean, states[i].paired.count = 0; // of the sums; now for the distances
+    }
+    if (given.deviations) find_deviations(c, taken, states, given.deviations);
     return 0;
 }
 

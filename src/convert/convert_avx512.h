@@ -1,0 +1,114 @@
+// convert/convert_avx512.h - scaled conversion in registers: sixteen elements as two vectors of
+// binary64, and back. For convert_rows.cpp.
+//
+// Promises the bits of the plain form: products and sums in binary64, to nearest even, saturated.
+#pragma once
+
+#include "core/lanes.h"
+
+namespace kipx::KIPX_SET {
+
+struct Pair {
+    __m512d low, high;
+};
+
+inline Pair pair_of_words(__m512i words) {
+    return {_mm512_cvtepi32_pd(_mm512_castsi512_si256(words)),
+            _mm512_cvtepi32_pd(_mm512_extracti64x4_epi64(words, 1))};
+}
+
+template<class S> inline Pair load_pair(const void *from) {
+    if constexpr (same<S, u8>)
+        return pair_of_words(
+            _mm512_cvtepu8_epi32(_mm_loadu_si128(static_cast<const __m128i *>(from))));
+    else if constexpr (same<S, s8>)
+        return pair_of_words(
+            _mm512_cvtepi8_epi32(_mm_loadu_si128(static_cast<const __m128i *>(from))));
+    else if constexpr (same<S, u16>)
+        return pair_of_words(
+            _mm512_cvtepu16_epi32(_mm256_loadu_si256(static_cast<const __m256i *>(from))));
+    else if constexpr (same<S, s16>)
+        return pair_of_words(
+            _mm512_cvtepi16_epi32(_mm256_loadu_si256(static_cast<const __m256i *>(from))));
+    else if constexpr (same<S, s32>)
+        return pair_of_words(_mm512_loadu_si512(from));
+    else if constexpr (same<S, u32>)
+        return {_mm512_cvtepu32_pd(_mm256_loadu_si256(static_cast<const __m256i *>(from))),
+                _mm512_cvtepu32_pd(_mm256_loadu_si256(static_cast<const __m256i *>(from) + 1))};
+    else if constexpr (same<S, f32>)
+        return {_mm512_cvtps_pd(_mm256_loadu_ps(static_cast<const f32 *>(from))),
+                _mm512_cvtps_pd(_mm256_loadu_ps(static_cast<const f32 *>(from) + 8))};
+    else
+        return {_mm512_loadu_pd(from), _mm512_loadu_pd(static_cast<const f64 *>(from) + 8)};
+}
+
+// NaN to 0, then into the range; the first operand of a comparison with NaN is dropped.
+template<class D> inline __m512d into_range(__m512d x) {
+    if constexpr (Range<D>::low != 0)
+        x = _mm512_maskz_mov_pd(_mm512_cmp_pd_mask(x, x, _CMP_ORD_Q), x);
+    x = _mm512_max_pd(x, _mm512_set1_pd(static_cast<f64>(Range<D>::low)));
+    return _mm512_min_pd(x, _mm512_set1_pd(static_cast<f64>(Range<D>::high)));
+}
+
+inline __m512d one_nan_of(__m512d x) {
+    return _mm512_mask_mov_pd(_mm512_set1_pd(__builtin_nan("")),
+                              _mm512_cmp_pd_mask(x, x, _CMP_ORD_Q), x);
+}
+
+inline __m512i both(__m256i low, __m256i high) {
+    return _mm512_inserti64x4(_mm512_castsi256_si512(low), high, 1);
+}
+
+template<class D> inline void store_pair(void *to, Pair x) {
+    if constexpr (same<D, f64>) {
+        _mm512_storeu_pd(to, one_nan_of(x.low));
+        _mm512_storeu_pd(static_cast<f64 *>(to) + 8, one_nan_of(x.high));
+    } else if constexpr (same<D, f32>) {
+        _mm256_storeu_ps(static_cast<f32 *>(to), _mm512_cvtpd_ps(one_nan_of(x.low)));
+        _mm256_storeu_ps(static_cast<f32 *>(to) + 8, _mm512_cvtpd_ps(one_nan_of(x.high)));
+    } else if constexpr (same<D, u32>) {
+        _mm512_storeu_si512(to, both(_mm512_cvtpd_epu32(into_range<D>(x.low)),
+                                     _mm512_cvtpd_epu32(into_range<D>(x.high))));
+    } else {
+        __m512i words = both(_mm512_cvtpd_epi32(into_range<D>(x.low)),
+                             _mm512_cvtpd_epi32(into_range<D>(x.high)));
+        if constexpr (sizeof(D) == 4)
+            _mm512_storeu_si512(to, words);
+        else if constexpr (sizeof(D) == 2)
+            _mm256_storeu_si256(static_cast<__m256i *>(to), _mm512_cvtepi32_epi16(words));
+        else
+            _mm_storeu_si128(static_cast<__m128i *>(to), _mm512_cvtepi32_epi8(words));
+    }
+}
+
+template<class D, class S>
+inline void scale_pairs(char *to, const char *from, size_t n, __m512d factor, __m512d summand) {
+    for (size_t i = 0; i < n; i += 16) {
+        Pair x = load_pair<S>(from + i * sizeof(S));
+        x.low = _mm512_add_pd(_mm512_mul_pd(x.low, factor), summand);
+        x.high = _mm512_add_pd(_mm512_mul_pd(x.high, factor), summand);
+        store_pair<D>(to + i * sizeof(D), x);
+    }
+}
+
+// Returns how many elements are done, all whole sixteens; those of whole lines, where streamed.
+template<class D, class S>
+inline size_t scaled_in_registers(void *dst, const void *src, size_t n, f64 scale, f64 shift,
+                                  bool streamed) {
+    const __m512d factor = _mm512_set1_pd(scale), summand = _mm512_set1_pd(shift);
+    char *to = static_cast<char *>(dst);
+    const char *from = static_cast<const char *>(src);
+    constexpr size_t block = 256 / sizeof(D);
+    if (!streamed) {
+        scale_pairs<D, S>(to, from, n / 16 * 16, factor, summand);
+        return n / 16 * 16;
+    }
+    for (size_t i = 0; n - i >= block; i += block) {
+        alignas(64) char out[256];
+        scale_pairs<D, S>(out, from + i * sizeof(S), block, factor, summand);
+        for (size_t k = 0; k < 256; k += 64) stream_line(to + i * sizeof(D) + k, out + k);
+    }
+    return n / block * block;
+}
+
+} // namespace kipx::KIPX_SET
