@@ -9,6 +9,7 @@
 #include "command.h"
 #include "failure.h"
 #include "numbers.h"
+#include "image/values.h"
 #include "options.h"
 
 #include <kipx/arith.h>

@@ -60,7 +60,9 @@ int complain(const char *text);
 
 #define KIPX_COMMANDS(X)                                                                           \
     X(arith)                                                                                       \
-    X(logic) X(compare) X(filter) X(pixel) X(info) X(scene) X(mser) X(tree) X(demo) X(reference)
+    X(logic)                                                                                       \
+    X(compare) X(filter) X(pixel) X(convert) X(pad) X(stats) X(info) X(scene) X(mser) X(tree)      \
+        X(demo) X(reference)
 #define KIPX_DECLARE_COMMAND(name)                                                                 \
     void add_##name##_commands(CLI::App &app, const Globals &globals);
 KIPX_COMMANDS(KIPX_DECLARE_COMMAND)

@@ -2,6 +2,7 @@
 #include "command.h"
 #include "failure.h"
 #include "image/orientation.h"
+#include "image/values.h"
 #include "options.h"
 
 #include <algorithm>
@@ -16,7 +17,7 @@ struct InfoArguments {
 };
 
 // What is worth telling besides the columns.
-std::string remarks(const Picture &picture, const Extremes &range, bool as_stored) {
+std::string remarks(const Picture &picture, const Statistics &range, bool as_stored) {
     std::string out;
     if (picture.cut) out += "  cut after the last page counted";
     if (picture.orientation != 1)
@@ -35,7 +36,7 @@ void run_info(const Globals &globals, const InfoArguments &given) {
         try {
             const Picture picture = globals.read(path, given.page);
             const Image &image = picture.image;
-            const Extremes range = extremes(image);
+            const Statistics range = extremes(image);
             if (!headed)
                 fmt::print("{:<{}}  {:>11}  {:<4}  {:>8}  {:>5}  {:>12}  {:>12}  {:>12}\n", "file",
                            name_width, "size", "type", "channels", "pages", "min", "max", "mean");

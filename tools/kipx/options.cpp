@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <functional>
 
 namespace {
@@ -124,6 +125,35 @@ CLI::Option *add_extent(CLI::App &command, const std::string &names, Extent &val
                            value = Extent{n[0], n[1]};
                        })
         ->default_str(fmt::format("{}x{}", value.width, value.height));
+}
+
+CLI::Option *add_reals(CLI::App &command, const std::string &names, std::vector<double> &values,
+                       size_t least, size_t most, const std::string &form,
+                       const std::string &help) {
+    const auto read = [](const std::string &text, std::vector<double> &out) {
+        for (size_t start = 0; start <= text.size();) {
+            const size_t end = std::min(text.find(',', start), text.size());
+            double value = 0;
+            if (!parse(text.substr(start, end - start), value) || !std::isfinite(value))
+                return false;
+            out.push_back(value);
+            start = end + 1;
+        }
+        return true;
+    };
+    const auto known = [=](const std::string &text) {
+        std::vector<double> numbers;
+        if (read(text, numbers) && numbers.size() >= least && numbers.size() <= most)
+            return std::string();
+        return unlike(text, form + ", finite numbers");
+    };
+    const auto take = [=, &values](const std::string &text) {
+        values.clear();
+        read(text, values);
+    };
+    return command.add_option_function<std::string>(names, take, help)
+        ->check(known)
+        ->type_name(form);
 }
 
 CLI::Option *add_page_option(CLI::App &command, uint32_t &page) {

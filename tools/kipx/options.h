@@ -47,6 +47,10 @@ CLI::Option *add_part(CLI::App &command, const std::string &names, std::optional
 CLI::Option *add_extent(CLI::App &command, const std::string &names, Extent &value,
                         const std::string &help);
 
+// Numbers with commas between them, at least and at most so many.
+CLI::Option *add_reals(CLI::App &command, const std::string &names, std::vector<double> &values,
+                       size_t least, size_t most, const std::string &form, const std::string &help);
+
 template<class T> using Choices = std::vector<std::pair<std::string, T>>;
 
 // One of some words; the word of the present value is the default in the help.

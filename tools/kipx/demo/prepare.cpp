@@ -3,10 +3,12 @@
 #include "demo/steps.h"
 #include "failure.h"
 #include "image/files.h"
+#include "image/values.h"
 #include "scene/background.h"
 #include "scene/scene.h"
 
 #include <kipx/arith.h>
+#include <kipx/convert.h>
 
 #include <cmath>
 #include <cstring>
@@ -96,20 +98,16 @@ Done subtract_background(State &state) {
 // value.
 Image viewable(const Image &image) {
     const uint32_t channels = image.channels() < 3 ? 1 : 3;
-    const Extremes range = extremes(image);
-    const bool as_is = image.type() == KIPX_U8;
-    const double low = as_is ? 0 : range.least;
-    const double high = as_is ? 255 : range.greatest;
+    const Statistics range = extremes(image);
+    const bool as_is = image.type() == KIPX_U8, flat = !(range.greatest > range.least);
+    const double scale = as_is ? 1 : flat ? 0 : 255 / (range.greatest - range.least);
     Image out({KIPX_U8, image.width(), image.height(), channels});
-    with_type(image.type(), [&](auto sample) {
-        using T = decltype(sample);
-        for (uint64_t i = 0; i < image.pixels(); ++i)
-            for (uint32_t c = 0; c < channels; ++c) {
-                const double value = double(image.as<T>()[i * image.channels() + c]);
-                const double step = high > low ? (value - low) * 255 / (high - low) : 0;
-                out.data()[i * channels + c] = uint8_t(step >= 0 ? std::min(step + 0.5, 255.0) : 0);
-            }
-    });
+    const kipx_arr dst = out.arr();
+    kipx_arr src = image.arr();
+    src.volume[3] = channels; // the pixels keep their distance
+    check_answer(KipxConvert(nullptr, 0, &dst, &src, nullptr, nullptr, scale,
+                             as_is || flat ? 0 : -range.least * scale),
+                 "a picture to look at");
     return out;
 }
 

@@ -4,6 +4,7 @@
 #include "failure.h"
 #include "image/orientation.h"
 #include "image/output.h"
+#include "image/values.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -176,7 +177,7 @@ void write_image(const Image &image, const Goal &goal) {
     if (std::find(types.begin(), types.end(), image.type()) == types.end()) {
         const uint32_t type = stand_in(format, image.type());
         if (!is_integer(image.type()) || !fits(image, type)) {
-            const Extremes range = extremes(image);
+            const Statistics range = extremes(image);
             fail("{}: {} stores no {}, and {} does not hold the values from {:.10g} to {:.10g}; "
                  "write .tif or .npy",
                  goal.path, format.name, name_of(image.type()), name_of(type), range.least,

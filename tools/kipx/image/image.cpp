@@ -1,12 +1,8 @@
-// image.cpp - see image.h. Values pass through binary64, which holds every element type exactly.
+// image.cpp - see image.h.
 #include "image/image.h"
 
 #include "failure.h"
 
-#include <algorithm>
-#include <cmath>
-#include <cstring>
-#include <limits>
 #include <new>
 
 uint32_t size_of(uint32_t type) {
@@ -71,73 +67,4 @@ kipx_arr Image::arr() const {
     out.type = type();
     out.base = const_cast<uint8_t *>(data());
     return out;
-}
-
-Extremes extremes(const Image &image) {
-    return with_type(image.type(), [&](auto sample) {
-        using T = decltype(sample);
-        const T *values = image.as<T>();
-        Extremes out;
-        uint64_t finite = 0;
-        double sum = 0;
-        for (uint64_t i = 0; i < image.elements(); ++i) {
-            const auto value = double(values[i]);
-            if (std::isnan(value)) {
-                ++out.nan;
-            } else if (std::isinf(value)) {
-                ++out.infinite;
-            } else {
-                out.least = finite == 0 ? value : std::min(out.least, value);
-                out.greatest = finite == 0 ? value : std::max(out.greatest, value);
-                sum += value;
-                ++finite;
-            }
-        }
-        if (finite == 0) out.least = out.greatest = NAN;
-        out.mean = finite == 0 ? NAN : sum / double(finite);
-        return out;
-    });
-}
-
-namespace {
-
-template<class To> To saturated(double value) {
-    if constexpr (std::is_floating_point_v<To>) {
-        return To(value);
-    } else {
-        const double least = double(std::numeric_limits<To>::min());
-        const double greatest = double(std::numeric_limits<To>::max());
-        if (!(value >= least)) return std::numeric_limits<To>::min();
-        return value >= greatest ? std::numeric_limits<To>::max() : To(std::nearbyint(value));
-    }
-}
-
-} // namespace
-
-Image converted(const Image &image, uint32_t type) {
-    Image out(Shape{type, image.width(), image.height(), image.channels()});
-    with_type(image.type(), [&](auto from) {
-        with_type(type, [&](auto to) {
-            using From = decltype(from);
-            using To = decltype(to);
-            std::transform(image.as<From>(), image.as<From>() + image.elements(), out.as<To>(),
-                           [](From value) { return saturated<To>(double(value)); });
-        });
-    });
-    return out;
-}
-
-bool fits(const Image &image, uint32_t type) {
-    return with_type(image.type(), [&](auto from) {
-        return with_type(type, [&](auto to) {
-            using From = decltype(from);
-            using To = decltype(to);
-            if constexpr (std::is_floating_point_v<To> && std::is_floating_point_v<From>)
-                return true;
-            const From *values = image.as<From>();
-            return std::all_of(values, values + image.elements(), [](From value) {
-                return double(saturated<To>(double(value))) == double(value);
-            });
-        });
-    });
 }

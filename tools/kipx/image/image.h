@@ -1,7 +1,7 @@
 // image.h - a picture in memory: an owned block of elements with its type, size and channels.
 //
 // Gives    Image, always compact (row after row, channels of a pixel side by side), described to the
-//          library by arr(); conversion between element types.
+//          library by arr().
 // Promises at least 1x1, 1 to 4 channels, and less than 2^32 bytes, which is what the library
 //          addresses; a larger one is refused with a sentence before memory is taken. New elements
 //          are zero.
@@ -84,15 +84,3 @@ template<class What> decltype(auto) with_type(uint32_t type, What &&what) {
         return what(double{});
     }
 }
-
-struct Extremes {
-    double least = 0, greatest = 0, mean = 0; // of the finite values
-    uint64_t nan = 0, infinite = 0;           // how many are not
-};
-Extremes extremes(const Image &image);
-
-// The same values in another type: rounded to nearest even, saturated; NaN becomes the least value
-// of an integer type.
-Image converted(const Image &image, uint32_t type);
-// Whether converted() would keep every value as it is, but for rounding between floating types.
-bool fits(const Image &image, uint32_t type);

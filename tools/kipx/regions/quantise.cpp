@@ -2,9 +2,11 @@
 #include "regions/quantise.h"
 
 #include "failure.h"
+#include "image/values.h"
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <span>
 #include <vector>
 
@@ -44,25 +46,24 @@ template<class T> Image grey_image(const Image &image) {
 }
 
 // The different values in ascending order, NaN left out.
-template<class T> std::vector<Count> census(std::span<const T> values) {
+template<class T> std::vector<Count> census(const Image &image) {
     std::vector<Count> out;
     if constexpr (std::is_integral_v<T> && sizeof(T) <= 2) {
-        std::vector<uint64_t> table(size_t(1) << (8 * sizeof(T)));
-        const int least = table_base<T>;
-        for (const T value : values) ++table[size_t(value - least)];
-        for (size_t i = 0; i < table.size(); ++i)
-            if (table[i]) out.push_back({double(int64_t(i) + least), table[i]});
-        return out;
+        using Ends = std::numeric_limits<T>;
+        const auto bins = histogram(image, {}, Ends::min(), Ends::max(), 1 << (8 * sizeof(T)));
+        const std::vector<uint32_t> &counts = bins.value().counts[0];
+        for (size_t i = 0; i < counts.size(); ++i)
+            if (counts[i]) out.push_back({bins->low + double(i), counts[i]});
     } else {
-        std::vector<T> sorted(values.begin(), values.end());
+        std::vector<T> sorted(image.as<T>(), image.as<T>() + image.elements());
         sorted.erase(std::remove_if(sorted.begin(), sorted.end(), is_nan<T>), sorted.end());
         std::sort(sorted.begin(), sorted.end());
         for (const T value : sorted) {
             if (out.empty() || out.back().value != double(value)) out.push_back({double(value), 0});
             ++out.back().pixels;
         }
-        return out;
     }
+    return out;
 }
 
 using Plan = std::vector<uint8_t>; // the level of every count
@@ -145,7 +146,7 @@ template<class T> GreyLevels levels_of(const Image &image, Levels levels, const 
     GreyLevels out;
     out.luma = grey_image<T>(image);
     const std::span<const T> values(out.luma.as<T>(), out.luma.elements());
-    const std::vector<Count> counts = census(values);
+    const std::vector<Count> counts = census<T>(out.luma);
     if (counts.empty()) fail("{}: every pixel is NaN", name);
     out.image = Image({KIPX_U8, image.width(), image.height(), 1});
     out.values = counts.size();

@@ -1,0 +1,47 @@
+// values.h - what the values of a picture are, and the same values in other element types.
+//
+// Gives    statistics() and histogram() of a part of a picture, under a mask; extremes() of a whole
+//          one; converted() and fits().
+// Promises a part and a mask are those of this picture: the part lies inside, the mask has its size.
+// Costs    a pass of the library per number; where a picture of floats has NaN or infinite values, a
+//          byte per element besides.
+#pragma once
+
+#include "image/image.h"
+#include "image/place.h"
+
+#include <cmath>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+struct Selection {
+    std::optional<Part> part;    // null: the whole picture
+    const Image *mask = nullptr; // u8, one channel; values count where it is not 0
+};
+
+struct Statistics {
+    uint64_t count = 0, nan = 0, infinite = 0; // finite values, and those that are not
+    double least = NAN, greatest = NAN, sum = NAN, mean = NAN,
+           deviation = NAN; // of the finite ones
+};
+
+// One per channel; deviations cost a pass more.
+std::vector<Statistics> statistics(const Image &image, const Selection &selection, bool deviations);
+
+// Counts per channel. Bin i begins at low + i * width.
+struct Bins {
+    double low = 0, width = 1;
+    std::vector<std::vector<uint32_t>> counts;
+};
+// Of the values from low to high, both included; nothing where binary32 does not hold the range.
+std::optional<Bins> histogram(const Image &image, const Selection &selection, double low,
+                              double high, int32_t bins);
+
+// Of all channels at once, the sum left out.
+Statistics extremes(const Image &image);
+
+// The same values in another type: rounded to nearest even, saturated; NaN becomes 0 in integers.
+Image converted(const Image &image, uint32_t type);
+// Whether an integer type holds every value of a picture of integers.
+bool fits(const Image &image, uint32_t type);
