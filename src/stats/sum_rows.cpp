@@ -254,7 +254,7 @@ void add_block(const void *src, size_t pixels, SumState *state) {
     }
     // Halves onto halves: whole vectors as long as there is an even number of them.
     size_t half = lanes / 2;
-    for (; half % f64_lanes == 0; half /= 2)
+    for (; half >= C && half % f64_lanes == 0; half /= 2)
         for (size_t k = 0; k < half / f64_lanes; ++k) sums[k] += sums[k + half / f64_lanes];
     memcpy(sum, sums, 2 * half * sizeof(f64));
     if constexpr (C == 1) return push(state->paired, folded<f64_lanes / 2>(sum));

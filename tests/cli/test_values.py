@@ -19,6 +19,12 @@ def picture(kind, channels=1, seed=3):
     return as_type(values[..., 0] if channels == 1 else values, kind)
 
 
+def periodic(array, widths):
+    """np.pad of Debian's NumPy starts anew at the end of a wide border."""
+    rows, columns = (np.arange(-before, size + after) % size for (before, after), size in zip(widths[:2], array.shape))
+    return array[rows][:, columns]
+
+
 class Stats(ProgramCase):
     def told(self, array, *options):
         self.put("in.npy", array)
@@ -57,7 +63,7 @@ class Stats(ProgramCase):
     def test_forms(self):
         self.put("in.npy", np.repeat(as_type([[0, 64, 128, 255]], "u8"), [1, 2, 4, 1], axis=1))
         text = self.works("stats", "in.npy", "--bins", "4", "--range", "0,255")
-        self.assertRegex(text, r"\n +1 +8 +0 +255 +111\.875 +72\.6\d+\n")
+        self.assertRegex(text, r"\n +1 +8 +0 +255 +111\.875 +69\.4846\n")
         drawn = [line.split("|")[1] for line in text.splitlines() if "|" in line]
         self.assertEqual(["".join(column).count("#") for column in zip(*(line.ljust(4) for line in drawn))], [2, 4, 8, 2])
         table = self.works("stats", "in.npy", "--format", "csv").splitlines()
@@ -114,10 +120,11 @@ class Pad(ProgramCase):
                         self.works("pad", "in.npy", "-o", "out.npy", "--border", border, "--by", ",".join(map(str, by)), *value)
                         widths = [(by[1], by[3]), (by[0], by[2])] + [(0, 0)] * (channels > 1)
                         more = {"constant_values": 7} if value else {}
-                        np.testing.assert_array_equal(self.picture("out.npy"), np.pad(array, widths, mode, **more))
+                        wanted = np.pad(array, widths, mode, **more) if mode != "wrap" else periodic(array, widths)
+                        np.testing.assert_array_equal(self.picture("out.npy"), wanted)
         self.works("pad", "in.npy", "-o", "part.npy", "--by", "9,1", "--border", "wrap", "--roi", "4,5,6,7")
         np.testing.assert_array_equal(self.picture("part.npy"), np.pad(array, 9, "wrap")[5 + 8:5 + 17, 4:4 + 24])
-        for options, says in ((["--by", "1,2,3"], "LEFT"), (["--by", "-1"], "whole"), (["--by", "1000000000"], "side"),
+        for options, says in ((["--by", "1,2,3"], "LEFT"), (["--by", "-1"], "whole"), (["--by", "1000000000"], "2^32 bytes"),
                               (["--by", "1", "--value", "3"], "--border const"), (["--by", "1", "--roi", "30,0,2,2"], "beyond"),
                               (["--by", "1", "--border", "const", "--value", "1,2"], "expected one")):
             self.refuses("pad", "in.npy", "-o", "no.npy", *options, says=[says])

@@ -75,7 +75,7 @@ Image stats_mask(const Globals &globals, const StatsArguments &given, const Imag
 // their values, other types 256 from the least to the greatest value, and integers no more bins than
 // numbers.
 std::optional<Bins> stats_bins(const StatsArguments &given, const StatsResult &found,
-                               const Selection &selection) {
+                               const Scope &scope) {
     const bool whole = is_integer(found.image.type()), bytes = size_of(found.image.type()) == 1;
     double low = NAN, high = NAN;
     if (given.range.empty() && bytes) {
@@ -93,7 +93,7 @@ std::optional<Bins> stats_bins(const StatsArguments &given, const StatsResult &f
         bins = std::max(1, int32_t(high - low) + 1);
     }
     // A single bin is no number of bins to the library: the one is made of two.
-    return histogram(found.image, selection, low, high, std::max(bins, 2));
+    return histogram(found.image, scope, low, high, std::max(bins, 2));
 }
 
 std::string stats_number(double value, uint32_t type, bool whole) {
@@ -197,9 +197,9 @@ void stats_run(const Globals &globals, const StatsArguments &given) {
     found.image = globals.load(given.file, given.page);
     Image mask;
     if (!given.mask.empty()) mask = stats_mask(globals, given, found.image);
-    const Selection selection{stats_part(given, found.image), mask.data() ? &mask : nullptr};
-    found.channels = statistics(found.image, selection, true);
-    found.bins = stats_bins(given, found, selection);
+    const Scope scope{stats_part(given, found.image), mask.data() ? &mask : nullptr};
+    found.channels = statistics(found.image, scope, true);
+    found.bins = stats_bins(given, found, scope);
     if (!found.bins && !given.range.empty())
         fail("--range: got {},{}, expected numbers that binary32 can tell apart", given.range[0],
              given.range[1]);

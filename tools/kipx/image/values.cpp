@@ -18,10 +18,10 @@ using Counts = std::array<uint64_t, most_channels>;
 // What the statistics calls are given.
 class View {
 public:
-    View(const Image &image, const Selection &selection)
+    View(const Image &image, const Scope &scope)
         : image_(image), src_(image.arr()),
-          part_(selection.part.value_or(Part{0, 0, image.width(), image.height()})) {
-        if (selection.mask) take(*selection.mask);
+          part_(scope.part.value_or(Part{0, 0, image.width(), image.height()})) {
+        if (scope.mask) take(*scope.mask);
     }
     View(const View &) = delete;
 
@@ -126,9 +126,8 @@ void measure(const View &view, uint32_t channel, uint32_t channels, bool deviati
 
 } // namespace
 
-std::vector<Statistics> statistics(const Image &image, const Selection &selection,
-                                   bool deviations) {
-    View view(image, selection);
+std::vector<Statistics> statistics(const Image &image, const Scope &scope, bool deviations) {
+    View view(image, scope);
     std::vector<Statistics> out(image.channels());
     count_kinds(view, out);
     const auto complete = [](const Statistics &s) { return s.nan == 0 && s.infinite == 0; };
@@ -144,9 +143,9 @@ std::vector<Statistics> statistics(const Image &image, const Selection &selectio
     return out;
 }
 
-std::optional<Bins> histogram(const Image &image, const Selection &selection, double low,
-                              double high, int32_t bins) {
-    const View view(image, selection);
+std::optional<Bins> histogram(const Image &image, const Scope &scope, double low, double high,
+                              int32_t bins) {
+    const View view(image, scope);
     const uint32_t channels = image.channels();
     std::array<kipx_vrange, most_channels> ranges;
     std::array<int32_t, most_channels> wanted;

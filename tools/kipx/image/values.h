@@ -15,7 +15,7 @@
 #include <optional>
 #include <vector>
 
-struct Selection {
+struct Scope {
     std::optional<Part> part;    // null: the whole picture
     const Image *mask = nullptr; // u8, one channel; values count where it is not 0
 };
@@ -27,7 +27,7 @@ struct Statistics {
 };
 
 // One per channel; deviations cost a pass more.
-std::vector<Statistics> statistics(const Image &image, const Selection &selection, bool deviations);
+std::vector<Statistics> statistics(const Image &image, const Scope &scope, bool deviations);
 
 // Counts per channel. Bin i begins at low + i * width.
 struct Bins {
@@ -35,8 +35,8 @@ struct Bins {
     std::vector<std::vector<uint32_t>> counts;
 };
 // Of the values from low to high, both included; nothing where binary32 does not hold the range.
-std::optional<Bins> histogram(const Image &image, const Selection &selection, double low,
-                              double high, int32_t bins);
+std::optional<Bins> histogram(const Image &image, const Scope &scope, double low, double high,
+                              int32_t bins);
 
 // Of all channels at once, the sum left out.
 Statistics extremes(const Image &image);
