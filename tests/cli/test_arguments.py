@@ -8,6 +8,8 @@ import numpy as np
 
 from support import PROGRAM, ProgramCase
 
+# Names that no picture can be written to.
+NO_PICTURES = ["out.bmp", "no/such/o.png", "folder.png", ""]
 # What the values of a command's options may not be; where it goes unless that is the value in question.
 VALUES = {
     ("out.png", "add", "a.png", "b.png"): {
@@ -29,10 +31,34 @@ VALUES = {
                 "--page": ["2"]},
     ("t.svg", "tree", "a.png"): {"-o": ["t.png", "", "no/such/t.svg"], "--depth": ["-1"], "--smallest": ["0"],
                         "--roi": ["8,0,1,1"], "--mask": ["small.png", "zero.png"], "--format": ["png"]},
+    ("out.png", "compare", "a.png", "b.png"): {"--op": ["like", ""], "--page": ["0"], "--format": ["bmp"], "-o": NO_PICTURES},
+    ("out.png", "threshold", "a.png"): {"--value": ["", "x", "1,2", "nan", "1,"], "--blur": ["0", "256", "x"], "--sauvola": ["0", "1.5"]},
+    ("out.png", "threshold", "a.png", "--sauvola", "5"): {"--k": ["x", "nan", "11"]},
+    ("out.png", "threshold", "a.png", "--otsu"): {
+        "--range": ["", "5", "9,3", "1,x", "300,400"], "--bins": ["0", "1", "x", "99999999999"], "--op": ["equal"], "-o": NO_PICTURES},
+    ("out.json", "stats", "a.png"): {
+        "--bins": ["0", "1", "1048577"], "--range": ["", "5", "5,5", "9,3", "nan,1"], "--roi": ["8,0,1,1", "1,2,3", "0,0,0,5"],
+        "--mask": ["absent.png", "small.png", "rgb.png", ""], "--histogram": ["", "no/such/b.csv", "out.json"], "--format": ["xml"],
+        "--page": ["0", "2"], "-o": ["x.png", "", "no/such/s.csv", "folder.png"]},
+    ("out.png", "convert", "a.png"): {
+        "--type": ["u64", ""], "--scale": ["", "x", "1,2", "inf", "1,2,3,4,5"], "--shift": ["1,,2", "nan"], "--page": ["0"],
+        "--format": ["bmp"], "-o": NO_PICTURES},
+    ("out.png", "pad", "a.png"): {"--by": ["", "x", "-1", "1.5", "1,2,3", "1,2,3,4,5", "2000000000"]},
+    ("out.png", "pad", "a.png", "--by", "1"): {"--border": ["nul", ""], "--roi": ["8,0,1,1", "7,0,2,1", "x"], "--value": ["3"], "-o": NO_PICTURES},
+    ("out.png", "pad", "a.png", "--by", "1", "--border", "const"): {"--value": ["x", "1,2"]},
+    ("out.png", "filter", "a.png"): {"--kind": ["median", ""]},
+    ("out.png", "filter", "a.png", "--kind", "max"): {
+        "--size": ["0", "0x3", "x", ""], "--anchor": ["5,0", "x"], "--border": ["wrap", "none"],
+        "--mask": ["absent.png", "small.png", "rgb.png"], "--page": ["0"], "-o": NO_PICTURES},
+    ("out.png", "morph", "a.png", "--op", "open"): {"--shape": ["absent.png", "rgb.png", ""], "--size": ["65536"]},
+    ("out.png", "gauss", "a.png"): {"--sigma": ["0", "-1", "x", "nan", "1,2,3", ""], "--size": ["0"]},
+    ("out.png", "sepfilter", "a.png", "--rows", "1"): {"--columns": ["", "1,x", "nan"]},
+    ("out.png", "firefly", "a.png"): {"--bright": ["-1", "x", "nan", ""], "--dark": ["-1"]},
 }
 # What may be named instead of the option: the file or folder.
 LONG = {"-o": ("--output", "no/such", "folder.png"), "--mask": ("mask", "absent.png"),
-        "--truth": ("--truth", "t.bmp", "t.jpg", "s.png"), "--background": ("no/such",)}
+        "--truth": ("--truth", "t.bmp", "t.jpg", "s.png"), "--background": ("no/such",), "--histogram": ("--histogram", "no/such"),
+        "--shape": ("--shape", "absent.png")}
 
 # Whole command lines, and what the sentence must hold.
 LINES = [
@@ -56,6 +82,15 @@ LINES = [
     (["demo", "absent.png"], ["absent.png"]), (["demo", "a.png", "b.png"], ["b.png"]), (["demo", "a.png", "--size", "9x9"], ["--size"]),
     (["tree", "a.png", "-o", "t.svg", "--depth", "3"], ["--depth"]), (["tree", "a.png", "-o", "t.svg", "--smallest", "3"], ["--smallest"]),
     (["tree", "a.png", "--fast"], ["--fast"]),
+    (["compare", "a.png", "-o", "o.png"], ["B is required"]), (["compare", "a.png", "1,2", "-o", "o.png"], ["B: got 2 numbers"]),
+    (["compare", "a.png", "small.png", "-o", "o.png"], ["small.png: is 7x5"]),
+    (["threshold", "a.png", "-o", "o.png"], ["no method", "--otsu"]),
+    (["threshold", "a.png", "--otsu", "--value", "3", "-o", "o.png"], ["2 methods"]),
+    (["threshold", "a.png", "--value", "3", "--bins", "9", "-o", "o.png"], ["--bins requires --otsu"]),
+    (["threshold", "a.png", "--otsu", "--k", "0.1", "-o", "o.png"], ["--k requires --sauvola"]),
+    (["convert", "a.png", "-o", "o.png", "--stretch", "--scale", "2"], ["--stretch", "--scale"]),
+    (["gauss", "a.png", "-o", "o.png"], ["--sigma", "--size"]), (["firefly", "a.png", "-o", "o.png"], ["--bright", "--dark"]),
+    (["morph", "a.png", "-o", "o.png", "--op", "open", "--shape", "b.png", "--size", "3"], ["--size", "b.png"]),
 ]
 
 
@@ -109,7 +144,8 @@ class Arguments(ProgramCase):
 
     def test_a_full_or_closed_standard_output(self):
         for line in (["info", "a.png"], ["add", "a.png", "b.png", "-o", "out.png"], ["mser", "a.png", "b.png", "-o", "o"],
-                     ["tree", "a.png"], ["demo", "a.png", "-o", "d"], ["--help"], ["--version"]):
+                     ["tree", "a.png"], ["stats", "a.png"], ["threshold", "a.png", "--otsu", "-o", "out.png"],
+                     ["demo", "a.png", "-o", "d"], ["--help"], ["--version"]):
             with self.subTest(line), open("/dev/full", "wb") as full:
                 done = subprocess.run([PROGRAM, "--simd", "on", *line], cwd=self.folder, stdout=full,
                                       stderr=subprocess.PIPE, check=False)
@@ -126,7 +162,8 @@ class Arguments(ProgramCase):
     def test_help_and_version(self):
         self.assertRegex(self.works("--version"), r"^kipx \d+\.\d+\.\d+\n$")
         whole = self.works("--help")
-        for command in "add sub rsub mul div divr rdiv rdivr info scene mser tree demo".split():
+        for command in ("add sub rsub mul div divr rdiv rdivr filter morph gauss sepfilter firefly compare threshold convert pad stats "
+                        "info scene mser tree demo").split():
             self.assertIn("\n  " + command + " ", whole)
             self.assertEqual(self.works(command, "--help").count("Example"), 1)
         self.assertIn("Exit status", whole)

@@ -16,6 +16,10 @@ COMMANDS = {
     "info": (["info", "a.png", "b.tif", "c.npy"], 40),
     "mser": (["mser", "a.png", "b.tif", "-o", "out", "--jobs", "2", "--masks", "polygons"], 120),
     "tree": (["tree", "a.png", "-o", "out.svg"], 40),
+    "threshold": (["threshold", "a.png", "-o", "out.png", "--sauvola", "9"], 40),
+    "stats": (["stats", "c.npy", "-o", "out.json", "--histogram", "out.csv", "--mask", "a.png"], 40),
+    "convert": (["convert", "b.tif", "-o", "out.tif", "--type", "f32", "--stretch"], 40),
+    "morph": (["morph", "a.png", "-o", "out.png", "--op", "open", "--shape", "disk"], 40),
     "wrong": (["mser", "a.png", "-o", "out", "--delta", "x"], 40),
 }
 

@@ -70,9 +70,6 @@ class Stats(ProgramCase):
         self.assertEqual(table[1].split(",")[:4], ["1", "8", "0", "255"])
         self.put("nan.npy", as_type(np.full((2, 2), np.nan), "f32"))
         self.assertRegex(self.works("stats", "nan.npy"), r" 1 +0 +- +- +- +- +4 +0\n")
-        for options, says in ((["--range", "5,5"], "below"), (["--range", "5"], "LOW,HIGH"), (["--roi", "99,0,1,1"], "lies outside"),
-                              (["-o", "x.png"], ".csv"), (["--mask", "nan.npy"], "--mask"), (["--bins", "1"], "from 2")):
-            self.refuses("stats", "in.npy", *options, says=[says])
 
 
 class Convert(ProgramCase):
@@ -98,14 +95,11 @@ class Convert(ProgramCase):
                         self.assertIn(b"%d of" % beyond if beyond else b"", done.stderr)
                         self.assertEqual(bool(beyond), bool(done.stderr))
 
-    def test_stretch_and_refusals(self):
+    def test_stretch(self):
         self.put("in.npy", picture("s16"))
         self.works("convert", "in.npy", "-o", "out.png", "--type", "u8", "--stretch")
         array = picture("s16").astype("f8")
         np.testing.assert_allclose(self.picture("out.png"), (array - array.min()) * 255 / np.ptp(array), atol=0.5001)
-        for options, says in ((["--scale", "1,2"], "expected one"), (["--scale", "x"], "finite"), (["--shift", "1,,2"], "finite"),
-                              (["--stretch", "--scale", "2"], "--stretch"), (["--type", "u64"], "u8, u16")):
-            self.refuses("convert", "in.npy", "-o", "no.npy", *options, says=[says])
 
 
 class Pad(ProgramCase):
@@ -124,10 +118,7 @@ class Pad(ProgramCase):
                         np.testing.assert_array_equal(self.picture("out.npy"), wanted)
         self.works("pad", "in.npy", "-o", "part.npy", "--by", "9,1", "--border", "wrap", "--roi", "4,5,6,7")
         np.testing.assert_array_equal(self.picture("part.npy"), np.pad(array, 9, "wrap")[5 + 8:5 + 17, 4:4 + 24])
-        for options, says in ((["--by", "1,2,3"], "LEFT"), (["--by", "-1"], "whole"), (["--by", "1000000000"], "2^32 bytes"),
-                              (["--by", "1", "--value", "3"], "--border const"), (["--by", "1", "--roi", "30,0,2,2"], "beyond"),
-                              (["--by", "1", "--border", "const", "--value", "1,2"], "expected one")):
-            self.refuses("pad", "in.npy", "-o", "no.npy", *options, says=[says])
+        self.refuses("pad", "in.npy", "-o", "no.npy", "--by", "1000000000", says=["2^32 bytes"])
 
 
 if __name__ == "__main__":

@@ -8,8 +8,8 @@
 // is asked for, and counted in any case.
 #include "command.h"
 #include "failure.h"
-#include "numbers.h"
 #include "image/values.h"
+#include "numbers.h"
 #include "options.h"
 
 #include <kipx/arith.h>
@@ -130,25 +130,6 @@ const ArithForm &form_of(const ArithOperation &operation, const ArithArguments &
     return given.overflow == Overflow::sign ? operation.sign : operation.saturate;
 }
 
-// Brought to a type that the library computes with.
-Image computable(Image image, const std::string &path) {
-    switch (image.type()) {
-    case KIPX_S8:
-        return converted(image, KIPX_S16);
-    case KIPX_U16:
-        return converted(image, KIPX_S32);
-    case KIPX_F64:
-        return converted(image, KIPX_F32);
-    case KIPX_U32:
-        if (!fits(image, KIPX_S32))
-            fail("{}: its u32 values reach {:.0f}, more than the 2147483647 that arithmetic holds",
-                 path, extremes(image).greatest);
-        return converted(image, KIPX_S32);
-    default:
-        return image;
-    }
-}
-
 // Whether the library computes the result from sources of such types.
 bool has_kernel(const ArithForm &form, const ArithJob &job, uint32_t a, uint32_t b) {
     const uint32_t channels = job.result.channels();
@@ -231,7 +212,7 @@ void load_images(const Globals &globals, const ArithArguments &given, ArithJob &
         fail("{}: is {}x{}, but {} is {}x{}; expected one size, or --roi, --at1 or --at2 to tell "
              "which parts meet",
              given.b, job.b.width(), job.b.height(), given.a, job.a.width(), job.a.height());
-    job.b = computable(std::move(job.b), given.b);
+    job.b = computable(std::move(job.b), given.b, "arithmetic holds");
 }
 
 void load_sources(const Globals &globals, const ArithArguments &given, ArithJob &job) {
@@ -244,7 +225,7 @@ void load_sources(const Globals &globals, const ArithArguments &given, ArithJob 
         job.a = globals.load(given.a, given.page);
         job.numbers = numbers_for(job.a, "B", given.b);
     }
-    job.a = computable(std::move(job.a), given.a);
+    job.a = computable(std::move(job.a), given.a, "arithmetic holds");
 }
 
 // Loads the sources and lays out the result: the region that both of them cover.

@@ -5,6 +5,7 @@
 // that holds both. A number is the number that it is, whatever the elements' type.
 #include "command.h"
 #include "failure.h"
+#include "image/values.h"
 #include "numbers.h"
 #include "options.h"
 
@@ -18,29 +19,14 @@
 
 namespace {
 
+constexpr const char *compared = "can be compared";
+
 // ---- what both commands share -------------------------------------------------------------------
 
 const Choices<uint32_t> compare_orders = {{"less", KIPX_CMPOP_LESS},
                                           {"less-or-equal", KIPX_CMPOP_LESS_OR_EQUAL},
                                           {"greater", KIPX_CMPOP_GREATER},
                                           {"greater-or-equal", KIPX_CMPOP_GREATER_OR_EQUAL}};
-
-// Brought to a type that the library compares.
-Image comparable(Image image, const std::string &path) {
-    switch (image.type()) {
-    case KIPX_U16:
-        return converted(image, KIPX_S32);
-    case KIPX_F64:
-        return converted(image, KIPX_F32);
-    case KIPX_U32:
-        if (!fits(image, KIPX_S32))
-            fail("{}: its u32 values reach {:.0f}, more than the 2147483647 that can be compared",
-                 path, extremes(image).greatest);
-        return converted(image, KIPX_S32);
-    default:
-        return image;
-    }
-}
 
 Image mask_for(const Image &image) {
     return Image({KIPX_U8, image.width(), image.height(), image.channels()});
@@ -78,7 +64,8 @@ void bring_together(Image &a, Image &b, const CompareArguments &given) {
 }
 
 void compare_images(const Globals &globals, const CompareArguments &given, Image &a, Image &mask) {
-    Image b = comparable(globals.load(given.b, globals.page_beside(given.b, given.page)), given.b);
+    Image b = computable(globals.load(given.b, globals.page_beside(given.b, given.page)), given.b,
+                         compared, KIPX_S8);
     if (a.width() != b.width() || a.height() != b.height() || a.channels() != b.channels())
         fail("{}: is {}x{} with {} channel(s), but {} is {}x{} with {}; expected the same", given.b,
              b.width(), b.height(), b.channels(), given.a, a.width(), a.height(), a.channels());
@@ -111,7 +98,7 @@ void compare_numbers(const CompareArguments &given, const Image &a, Image &mask)
 
 void run_compare(const Globals &globals, const CompareArguments &given) {
     check_goal(given.goal);
-    Image a = comparable(globals.load(given.a, given.page), given.a);
+    Image a = computable(globals.load(given.a, given.page), given.a, compared, KIPX_S8);
     Image mask = mask_for(a);
     if (means_numbers(given.b))
         compare_numbers(given, a, mask);
@@ -238,7 +225,8 @@ void mark_by_sauvola(Environment &environment, const Image &mask, const Image &i
 void run_threshold(const Globals &globals, const ThresholdArguments &given) {
     check_method(given);
     check_goal(given.goal);
-    const Image image = comparable(globals.load(given.path, given.page), given.path);
+    const Image image =
+        computable(globals.load(given.path, given.page), given.path, compared, KIPX_S8);
     const bool local = given.blur > 0 || given.sauvola > 0;
     if ((local && image.type() == KIPX_F32) || (given.sauvola > 0 && image.type() == KIPX_S32))
         fail("{}: got an image of {}, expected {}", given.sauvola ? "--sauvola" : "--blur",

@@ -6,6 +6,7 @@
 // printed tells the element that was really used; of 1 x 1 it is a copy.
 #include "command.h"
 #include "failure.h"
+#include "image/values.h"
 #include "options.h"
 
 #include <kipx/firefly.h>
@@ -155,25 +156,6 @@ struct FilterJob {
     std::string what; // for the line that is printed
 };
 
-// In a type that the library filters.
-Image filterable(Image image, const std::string &path) {
-    switch (image.type()) {
-    case KIPX_S8:
-        return converted(image, KIPX_S16);
-    case KIPX_U16:
-        return converted(image, KIPX_S32);
-    case KIPX_F64:
-        return converted(image, KIPX_F32);
-    case KIPX_U32:
-        if (!fits(image, KIPX_S32))
-            fail("{}: its u32 values reach {:.0f}, more than the 2147483647 that filters hold",
-                 path, extremes(image).greatest);
-        return converted(image, KIPX_S32);
-    default:
-        return image;
-    }
-}
-
 // Loads the source and the mask; the result is the source, which stays where the mask is 0.
 FilterJob load_filter_job(const Globals &globals, const FilterArguments &given) {
     check_goal(given.goal);
@@ -221,7 +203,7 @@ void filter_channels(FilterJob &job, bool each, const FilterCall &call) {
 void filter_and_store(const Globals &globals, const FilterArguments &given, FilterJob &job,
                       const FilterCall &call, bool copy = false) {
     const uint32_t type = job.source.type();
-    if (!copy) job.source = filterable(std::move(job.source), given.source);
+    if (!copy) job.source = computable(std::move(job.source), given.source, "filters hold");
     job.result = Image(job.source.shape());
     std::memcpy(job.result.data(), job.source.data(), job.source.bytes());
     if (!copy) filter_channels(job, job.source.channels() == 2, call);

@@ -5,6 +5,7 @@
 // so those that do not fit can be counted. Real results come from the library in their own type.
 #include "command.h"
 #include "failure.h"
+#include "image/values.h"
 #include "numbers.h"
 #include "options.h"
 

@@ -2,12 +2,14 @@
 #include "image/values.h"
 
 #include "command.h"
+#include "failure.h"
 
 #include <kipx/convert.h>
 #include <kipx/stats.h>
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <limits>
 
 namespace {
@@ -194,9 +196,34 @@ Image converted(const Image &image, uint32_t type) {
     return out;
 }
 
+Image computable(Image image, const std::string &path, const char *holder, uint32_t as_it_is) {
+    if (image.type() == as_it_is) return image;
+    switch (image.type()) {
+    case KIPX_S8:
+        return converted(image, KIPX_S16);
+    case KIPX_U32:
+        if (!fits(image, KIPX_S32))
+            fail("{}: its u32 values reach {:.0f}, more than 2147483647, the most that {}", path,
+                 extremes(image).greatest, holder);
+        [[fallthrough]];
+    case KIPX_U16:
+        return converted(image, KIPX_S32);
+    case KIPX_F64:
+        return converted(image, KIPX_F32);
+    default:
+        return image;
+    }
+}
+
 bool fits(const Image &image, uint32_t type) {
+    if (!is_integer(type) && !is_integer(image.type())) return true;
     const Statistics range = extremes(image);
     kipx_vrange ends = {range.least, range.greatest};
     check_answer(kipx_vrng_saturate(&ends, type), "conversion");
-    return ends.low == range.least && ends.high == range.greatest;
+    if (ends.low != range.least || ends.high != range.greatest) return false;
+    if (type != KIPX_F32 || std::max(-ends.low, ends.high) <= 0x1p24) return true;
+    // Beyond 2^24 binary32 holds some integers and others not.
+    const Image exact = converted(image, KIPX_F64),
+                rounded = converted(converted(image, type), KIPX_F64);
+    return std::memcmp(exact.data(), rounded.data(), exact.bytes()) == 0;
 }

@@ -1,7 +1,7 @@
 // values.h - what the values of a picture are, and the same values in other element types.
 //
 // Gives    statistics() and histogram() of a part of a picture, under a mask; extremes() of a whole
-//          one; converted() and fits().
+//          one; converted(), computable() and fits().
 // Promises a part and a mask are those of this picture: the part lies inside, the mask has its size.
 // Costs    a pass of the library per number; where a picture of floats has NaN or infinite values, a
 //          byte per element besides.
@@ -43,5 +43,9 @@ Statistics extremes(const Image &image);
 
 // The same values in another type: rounded to nearest even, saturated; NaN becomes 0 in integers.
 Image converted(const Image &image, uint32_t type);
-// Whether an integer type holds every value of a picture of integers.
+// The same values in a type that the library computes with: s8 in s16, u16 and u32 in s32, f64 in f32,
+// but none that is `as_it_is`. Fails where s32 has no room, with "... more than 2147483647, the most
+// that `holder`".
+Image computable(Image image, const std::string &path, const char *holder, uint32_t as_it_is = 0);
+// Whether a type holds every value of a picture of integers. Floats are held by all floating types.
 bool fits(const Image &image, uint32_t type);

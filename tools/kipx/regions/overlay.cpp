@@ -122,8 +122,8 @@ void draw_outline(Image &image, Raster &raster, const Region &region, Colour col
 }
 
 // Digits of 3 by 5 dots, a row in three bits.
-constexpr std::array<uint16_t, 10> digits = {075557, 026227, 071747, 071717, 055711,
-                                             074717, 074757, 071122, 075757, 075717};
+constexpr std::array<uint16_t, 10> digit_shapes = {075557, 026227, 071747, 071717, 055711,
+                                                   074717, 074757, 071122, 075757, 075717};
 
 // A number with its middle at a place, white on black.
 void draw_number(Image &image, int32_t number, double x, double y) {
@@ -135,7 +135,7 @@ void draw_number(Image &image, int32_t number, double x, double y) {
             blend(image, left + column, top + row, {0, 0, 0}, 0.7);
     for (size_t i = 0; i < text.size(); ++i)
         for (int dot = 0; dot < 15; ++dot)
-            if (digits[size_t(text[i] - '0')] >> (14 - dot) & 1)
+            if (digit_shapes[size_t(text[i] - '0')] >> (14 - dot) & 1)
                 blend(image, left + 4 * int64_t(i) + dot % 3, top + dot / 3, {255, 255, 255}, 1);
 }
 
