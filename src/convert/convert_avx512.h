@@ -6,6 +6,8 @@
 
 #include "core/lanes.h"
 
+#if defined(__AVX512F__)
+
 namespace kipx::KIPX_SET {
 
 struct Pair {
@@ -112,3 +114,5 @@ inline size_t scaled_in_registers(void *dst, const void *src, size_t n, f64 scal
 }
 
 } // namespace kipx::KIPX_SET
+
+#endif

@@ -1,16 +1,10 @@
 // convert/convert_rows.cpp - the row loops of the conversions, compiled once per instruction set.
 #include "convert/convert_rows.h"
-#include "core/lanes.h"
-
-#if defined(__AVX512F__)
 #include "convert/convert_avx512.h"
-#endif
+#include "core/lanes.h"
 
 namespace kipx::KIPX_SET {
 namespace {
-
-// One NaN for all: which one survives an operation, and its sign, differ between processors.
-template<class T> T with_one_nan(T x) { return x == x ? x : static_cast<T>(__builtin_nan("")); }
 
 // To nearest, saturated, NaN to 0. Whole numbers of 2^31 and more go through the signed ones.
 template<class D, class S> D rounded(S x) {
@@ -28,10 +22,10 @@ template<class D, class S> D rounded(S x) {
         s32 y = static_cast<s32>(near < last ? near : last); // NaN compares false
         y = x < 0 ? -y : y;
         y = x >= high ? INT32_MAX : x <= -high ? INT32_MIN : y;
-        return x == x ? y : 0;
+        return __builtin_isnan(x) ? 0 : y;
     } else {
         D y = round_saturate<D>(x);
-        return Range<D>::low == 0 || x == x ? y : D{0};
+        return Range<D>::low != 0 && __builtin_isnan(x) ? D{0} : y;
     }
 }
 
@@ -49,7 +43,7 @@ template<class D, class S> D converted(S x) {
     if constexpr (same<D, S>)
         return x;
     else if constexpr (floating<D> && floating<S>)
-        return with_one_nan(static_cast<D>(x));
+        return one_nan(static_cast<D>(x));
     else if constexpr (floating<D>)
         return static_cast<D>(x);
     else if constexpr (floating<S>)
@@ -83,7 +77,7 @@ template<class D, class S> void scaled_row(Run run) {
                              run.n - done, run.writing == Writing::streamed,
                              [scale = s.scale, shift = s.shift](S x, S) {
                                  f64 wide = static_cast<f64>(x) * scale + shift;
-                                 return converted<D>(same<D, f64> ? with_one_nan(wide) : wide);
+                                 return converted<D>(same<D, f64> ? one_nan(wide) : wide);
                              });
 }
 
@@ -98,7 +92,7 @@ void scaled_by_channel(Run run) {
         s.widen({wide, {from, nullptr, nullptr}, n, nullptr, Writing::cached});
         KIPX_INDEPENDENT
         for (size_t i = 0; i < n; ++i)
-            wide[i] = with_one_nan(wide[i] * load<f64>(run.src[1], done + i) +
+            wide[i] = one_nan(wide[i] * load<f64>(run.src[1], done + i) +
                               load<f64>(run.src[2], done + i));
         char *to = static_cast<char *>(run.dst) + done * s.dst_size;
         s.narrow({to, {wide, nullptr, nullptr}, n, nullptr, Writing::cached});
