@@ -201,6 +201,7 @@ void run_kipx(benchmark::State &state, const Picture &which, Size size, Work wor
     double pixels = static_cast<double>(size.width) * size.height;
     KipxXE xe{};
     KipxXEinit(&xe, nullptr);
+    kipx_set_simd(fast ? KIPX_SIMD_BEST : KIPX_SIMD_OFF);
     for (auto step : state) {
         (void)step;
         int32_t code = work == tree ? flood(&xe, arr, fast) : kipx_regions(&xe, arr, work, fast);

@@ -26,21 +26,23 @@ template<class Cell>
 void fill_cells(const Block<Cell> &block, const FloodImage &image, uint32_t top, uint32_t left) {
     uint32_t invert = image.invert, shift = image.shift;
     if (shift > 7) invert = 0, shift = 8;
-    for (uint32_t y = 0; y < block.height; ++y) {
+    // Copies, for a store to a cell might change what references lead to.
+    const uint32_t height = block.height, width = block.width;
+    const uint64_t step = image.source.pixel;
+    for (uint32_t y = 0; y < height; ++y) {
         Cell *cells = block.at + uint64_t{y} * block.stride;
-        uint64_t step = image.source.pixel;
         const uint8_t *p = image.source.row_at(top + y) + left * step;
         if (step == 1 && shift == 0)
-            for (uint32_t x = 0; x < block.width; ++x)
+            for (uint32_t x = 0; x < width; ++x)
                 cells[x] = static_cast<Cell>(p[x] ^ static_cast<uint8_t>(invert));
         else if (step == 1)
-            for (uint32_t x = 0; x < block.width; ++x)
+            for (uint32_t x = 0; x < width; ++x)
                 cells[x] = static_cast<Cell>((p[x] ^ invert) >> shift);
         else
-            for (uint32_t x = 0; x < block.width; ++x)
+            for (uint32_t x = 0; x < width; ++x)
                 cells[x] = static_cast<Cell>((p[x * step] ^ invert) >> shift);
         if (!image.mask.at) continue;
-        for (uint32_t x = 0; x < block.width; ++x)
+        for (uint32_t x = 0; x < width; ++x)
             if (image.masked_out(top + y, left + x)) cells[x] = static_cast<Cell>(reached<Cell>);
     }
 }
@@ -69,6 +71,7 @@ void raise_pits(const Block<uint8_t> &block, Set set, uint8_t *line) {
 Look look_of(const FloodImage &image, const Extent &part) {
     constexpr int far = 32;
     const uint64_t step = image.source.pixel;
+    const uint32_t width = part.width;
     uint64_t alike = 0, apart = 0, seen = 0;
     for (uint32_t y = 0; y < part.height; y += 8, seen += part.width) {
         const uint8_t *p = image.source.row_at(part.top + y) + part.left * step;
@@ -79,9 +82,9 @@ Look look_of(const FloodImage &image, const Extent &part) {
                      (here - second > far || second - here > far);
         };
         if (step == 1)
-            for (uint32_t x = 2; x < part.width; ++x) compare(p[x - 2], p[x - 1], p[x]);
+            for (uint32_t x = 2; x < width; ++x) compare(p[x - 2], p[x - 1], p[x]);
         else
-            for (uint32_t x = 2; x < part.width; ++x)
+            for (uint32_t x = 2; x < width; ++x)
                 compare(p[(x - 2) * step], p[(x - 1) * step], p[x * step]);
         alike += same;
         apart += other;
@@ -101,7 +104,10 @@ uint32_t *number_walls(const FloodImage &image, const Extent &part, uint32_t str
             const uint8_t *p = image.source.row_at(y) + x * step;
             uint32_t n = right - x < stretch ? right - x : stretch;
             bool any = false;
-            for (uint32_t k = 0; k < n; ++k) any |= p[k * step] == wall;
+            if (step == 1)
+                any = std::memchr(p, static_cast<int>(wall), n) != nullptr;
+            else
+                for (uint32_t k = 0; k < n; ++k) any |= p[k * step] == wall;
             if (!any) continue;
             for (uint32_t k = 0; k < n; ++k) {
                 *list = y * stride + x + k;
