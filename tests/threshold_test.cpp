@@ -211,6 +211,50 @@ TEST(Thresholds, FoundOnesAreApplied) {
     }
 }
 
+// The levels below find and apply what the public functions do.
+TEST(Thresholds, EveryLevelOfEveryMethodAgrees) {
+    Rng rng(7);
+    Environment xe;
+    const Shape shape{KIPX_U8, 40, 30, 3};
+    GuardedArray src(shape), whole(shape), dst(shape);
+    src.fill(rng);
+    const kipx_arr *s = src.arr(), *d = dst.arr();
+    double expected[3], found[2][3], numbers[3] = {3, -5, 0.5};
+    ASSERT_EQ(KipxComputeThresholdByOtsu(xe, 0, s, nullptr, nullptr, expected, nullptr, nullptr),
+              0);
+    ASSERT_EQ(kipxa_compute_threshold_otsu(xe, 0, 3, s->volume + 1, s->type, src.address({}),
+                                           nullptr, s->strides + 1, found[0], nullptr, nullptr),
+              0);
+    ASSERT_EQ(kipxa__compute_threshold_otsu(xe, 0, 3, s->volume + 1, s->type, src.address({}),
+                                            s->strides + 1, found[1], nullptr, nullptr),
+              0);
+    for (const auto &f : found) EXPECT_EQ(std::memcmp(f, expected, sizeof f), 0);
+    const struct {
+        kipx_thhmethod method;
+        decltype(&kipxa_ethreshold) level;
+    } rows[] = {{KIPX_THH_IMMEDIATE, kipxa_ethreshold},
+                {KIPX_THH_BLUR, kipxa_ethreshold_blur},
+                {KIPX_THH_OTSU, kipxa_ethreshold_otsu},
+                {KIPX_THH_USTO, kipxa_ethreshold_usto}};
+    for (const auto &row : rows) {
+        const KipxThresholdContext context{row.method, 0, numbers, nullptr, nullptr, {5, 7, {}, 0}};
+        const auto call = [&](auto function, auto... values) {
+            dst.fill_integer(77);
+            EXPECT_EQ(function(xe, 0, 3, d->volume + 1, d->type, dst.address({}), nullptr,
+                               d->strides + 1, s->type, src.address({}), nullptr, s->strides + 1,
+                               &context, values...),
+                      0);
+            dst.for_each(
+                [&](At at) { ASSERT_EQ(dst.integer(at), whole.integer(at)) << row.method; });
+        };
+        ASSERT_EQ(KipxThreshold(xe, 0, whole.arr(), s, nullptr, nullptr, &context, yes, no), 0);
+        call(row.level, yes, no);
+        ASSERT_EQ(
+            KipxThreshold(xe, 0, whole.arr(), s, nullptr, nullptr, &context, nullptr, nullptr), 0);
+        call(kipxa_threshold);
+    }
+}
+
 // ---- thresholds of neighbourhoods --------------------------------------------------------------
 
 struct Window {

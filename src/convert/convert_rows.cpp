@@ -92,6 +92,7 @@ void scaled_by_channel(Run run) {
         s.widen({wide, {from, nullptr, nullptr}, n, nullptr, Writing::cached});
         KIPX_INDEPENDENT
         for (size_t i = 0; i < n; ++i)
+            // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): widened above
             wide[i] = one_nan(wide[i] * load<f64>(run.src[1], done + i) +
                               load<f64>(run.src[2], done + i));
         char *to = static_cast<char *>(run.dst) + done * s.dst_size;

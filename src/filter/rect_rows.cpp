@@ -60,7 +60,7 @@ public:
 private:
     u32 loads_, bytes_, words_;
     ptrdiff_t at_[4];
-    Shift byte_shift_[most_byte_stages], word_shift_[most_word_stages];
+    Shift byte_shift_[most_byte_stages] = {}, word_shift_[most_word_stages] = {};
     Bits byte_before_[most_byte_stages] = {}, word_before_[most_word_stages] = {};
 };
 

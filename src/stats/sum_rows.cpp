@@ -154,7 +154,7 @@ template<class T, uint32_t C> void add_squares(FoldRun run) {
         }
     }
     for (size_t k = 0; i < n; ++i, ++k) {
-        const s64 x = load<T>(run.src, i);
+        const s64 x = load<T>(run.src, i); // NOLINT(bugprone-signed-char-misuse): no characters
         state[k % C].squares[0] += static_cast<u64>(x * x);
     }
 }

