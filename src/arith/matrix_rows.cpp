@@ -99,8 +99,8 @@ void sums(MatrixBlock &out, [[maybe_unused]] const MatrixBlock &a, const MatrixB
         }
         if constexpr (fixed)
             for (size_t x = 0; way.addends && x < n; ++x)
-                out[i][x] +=
-                    way.addends[i]; // NOLINT(clang-analyzer-core.uninitialized.Assign): set
+                // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.Assign): the sums above
+                out[i][x] += way.addends[i];
     }
 }
 
