@@ -22,11 +22,11 @@ std::string chart_of(const std::vector<uint32_t> &counts, const Chart &chart) {
     for (size_t i = 0; i < bins; ++i) columns[i / share] += counts[i];
     const uint64_t most = *std::max_element(columns.begin(), columns.end());
     const std::string top = fmt::format("{}", most);
-    const size_t margin = std::max<size_t>(top.size(), 8);
+    const size_t before_axis = std::max<size_t>(top.size(), 8);
     std::string out;
     for (uint32_t line = chart.lines; line-- > 0;) {
         const bool first = line + 1 == chart.lines;
-        out += fmt::format("{:>{}} |", first ? top : line == 0 ? "0" : "", margin);
+        out += fmt::format("{:>{}} |", first ? top : line == 0 ? "0" : "", before_axis);
         for (const uint64_t count : columns) {
             const double height = most ? double(count) / double(most) * chart.lines * 8 : 0;
             const auto eighths = std::max<uint64_t>(uint64_t(height + 0.5), count > 0);
@@ -36,10 +36,10 @@ std::string chart_of(const std::vector<uint32_t> &counts, const Chart &chart) {
         out.erase(out.find_last_not_of(' ') + 1);
         out += '\n';
     }
-    out += fmt::format("{:>{}} +{}\n", "", margin, std::string(columns.size(), '-'));
+    out += fmt::format("{:>{}} +{}\n", "", before_axis, std::string(columns.size(), '-'));
     const std::string low = fmt::format("{:.6g}", chart.low);
     const std::string high = fmt::format("{:.6g}", chart.low + chart.width * double(bins));
     const size_t room = std::max(columns.size(), low.size() + high.size() + 1);
-    out += fmt::format("{:>{}}  {}{:>{}}\n", "", margin, low, high, room - low.size());
+    out += fmt::format("{:>{}}  {}{:>{}}\n", "", before_axis, low, high, room - low.size());
     return out;
 }
