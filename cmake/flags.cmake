@@ -20,6 +20,8 @@ target_compile_options(kipx_library_flags INTERFACE
     $<$<C_COMPILER_ID:GNU>:-fno-semantic-interposition>
     $<$<CXX_COMPILER_ID:Clang>:-Wno-dollar-in-identifier-extension>)
 target_link_options(kipx_library_flags INTERFACE -Wl,-Bsymbolic-functions)
+# What the loader writes it writes before anything runs, and then never again.
+target_link_options(kipx_library_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack,-z,text)
 if(NOT KIPX_SANITIZE)
     target_link_options(kipx_library_flags INTERFACE -Wl,--no-undefined)
 endif()

@@ -14,9 +14,9 @@ NAME = r"[A-Za-z_$][\w$]*"
 FOREIGN = re.compile(r"^(__asan_|__odr_asan|__ubsan_|__sanitizer_|_init$|_fini$|_edata$|_end$|__bss_start$)")
 
 
-def preprocessed(compiler, header, folder):
+def preprocessed(compiler, header, folder, root=tree.ROOT):
     """The header's text after the preprocessor, only what comes from files of the folder."""
-    include = os.path.join(tree.ROOT, "include")
+    include = os.path.join(root, "include")
     text = subprocess.run([compiler, "-std=c11", "-E", "-I" + include, "-x", "c", header], text=True,
                           capture_output=True, check=True).stdout
     ours, kept = False, []
