@@ -13,5 +13,7 @@ from kipx._library import __version__ as __version__, set_simd as set_simd
 from kipx import raw as raw
 from kipx.arithmetic import *  # noqa: F403
 from kipx.filters import *  # noqa: F403
+from kipx.stable import *  # noqa: F403
 from kipx.statistics import *  # noqa: F403
+from kipx.trees import *  # noqa: F403
 from kipx.values import *  # noqa: F403

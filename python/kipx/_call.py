@@ -21,9 +21,10 @@ _ARR = ffi.typeof("kipx_arr *")
 
 
 def call(where: str, function: Any, *arguments: Any, flags: int = 0,
-         operands: Sequence[tuple[str, Image]] = ()) -> int:
-    """Calls function (environment, flags, *arguments); operands are what errors are told with."""
-    code: int = function(environment(), flags, *arguments)
+         operands: Sequence[tuple[str, Image]] = (), xe: Any = None) -> int:
+    """Calls function (environment, flags, *arguments); operands are what errors are told with. xe: the
+    environment, if not the thread's."""
+    code: int = function(environment() if xe is None else xe, flags, *arguments)
     if code < 0:
         raise failure(where, code, function, flags, arguments, operands)
     return code

@@ -5,7 +5,7 @@ kipx/arith.h, logic.h, muladd.h, unary.h and matrix.h tell rounding, scaling and
 """
 from __future__ import annotations
 
-from typing import Any, Optional, Protocol
+from typing import Any, Optional, Protocol, TypeVar
 
 import numpy as np
 from numpy.typing import DTypeLike
@@ -107,15 +107,18 @@ _DOC = """{what}
     """
 
 
-def _document(function: Any, name: str, what: str, c: str, example: str, answer: str, *, wider: str = _WIDER,
-              parameters: str, more: str = "", scaled: bool = True) -> Any:
+F = TypeVar("F")
+
+
+def _document(function: F, name: str, what: str, c: str, example: str, answer: str, *, wider: str = _WIDER,
+              parameters: str, more: str = "", scaled: bool = True) -> F:
     options = _OPTIONS.format(wider=wider)
     if not scaled:
         options = options[options.index("    out :"):]
-    function.__name__ = function.__qualname__ = name
-    function.__doc__ = _DOC.format(what=what, c=c, example=example, answer=answer, parameters=parameters,
+    named: Any = function
+    named.__name__ = named.__qualname__ = name
+    named.__doc__ = _DOC.format(what=what, c=c, example=example, answer=answer, parameters=parameters,
                                    options=options, more=more)
-    function.__module__ = __name__
     return function
 
 

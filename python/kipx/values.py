@@ -84,7 +84,7 @@ def compare(a: Any, b: Any, op: str = "==", *, if_true: Optional[Values] = None,
     if chosen:
         tail += _choice_values(where, if_true, if_false, channels(a, channel_axis))
     goal = np.dtype(np.uint8 if dtype is None else dtype) if out is None or dtype is not None else None
-    kept = dict(tail=tail, out=out, roi=roi, axis=channel_axis, planes=True, dtype=goal)
+    kept: dict[str, Any] = dict(tail=tail, out=out, roi=roi, axis=channel_axis, planes=True, dtype=goal)
     prefix = "KipxE" if chosen else "Kipx"
     if is_constant(b):
         return each(where, getattr(lib, prefix + "CompareC"), [("a", a)], values=[("b", b)], nulls=2, **kept)

@@ -12,7 +12,8 @@ import numpy as np
 import pytest
 from kipx import raw
 
-MODULES = ("_library", "raw", "arithmetic", "filters", "statistics", "values")
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+MODULES = ("_library", "raw", "arithmetic", "filters", "stable", "statistics", "trees", "values")
 
 
 @pytest.mark.parametrize("name", MODULES)
@@ -100,6 +101,45 @@ def test_the_lock_is_released():
 @pytest.mark.parametrize("path", ["README.md", "python/README.md"])
 def test_read_me(path):
     """The Python examples of the first pages give what they show."""
-    root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-    ran = doctest.testfile(os.path.join(root, path), module_relative=False, encoding="utf-8")
+    ran = doctest.testfile(os.path.join(ROOT, path), module_relative=False, encoding="utf-8")
     assert ran.attempted and not ran.failed
+
+
+def test_wheel(tmp_path):
+    """A wheel, made without a network, runs by itself: its own library, its own declarations, its types."""
+    library = os.path.dirname(os.environ.get("KIPX_LIBRARY") or kipx._library._places()[1])
+    target = tmp_path / "installed"
+    pip = [sys.executable, "-m", "pip", "-q", "--disable-pip-version-check"]
+    kept = {**os.environ, "KIPX_LIBRARY_FOLDER": library}
+    for command in (["wheel", "--no-build-isolation", "--no-deps", "--no-index", "-w", str(tmp_path),
+                     os.path.join(ROOT, "python")],
+                    ["install", "--no-deps", "--no-index", "--no-compile", "--target", str(target), "-f",
+                     str(tmp_path), "kipx"]):
+        made = subprocess.run([*pip, *command], env=kept, capture_output=True, text=True)
+        assert made.returncode == 0, made.stderr
+    code = ("import kipx, numpy as np; assert kipx.add(np.ones((2, 2), 'u1'), 1).sum() == 8; "
+            "print(kipx.raw.KipxAdd.__doc__[:14], *{l.split()[-1] for l in open('/proc/self/maps') if 'libZu' in l "
+            "or 'libKipx' in l}, sep='\\n')")
+    ran = subprocess.run([sys.executable, "-B", "-c", code], capture_output=True, text=True, cwd=tmp_path,
+                         env={"PYTHONPATH": str(target), "PATH": os.environ["PATH"]})
+    assert ran.returncode == 0, ran.stderr
+    signature, *loaded = ran.stdout.splitlines()
+    assert signature == "int32_t KipxAd" and sorted(loaded) == [
+        str(target / "kipx" / name) for name in ("libKipx-1_0_0.so", "libZu-2.so")]
+
+
+def test_types(tmp_path):
+    """The package passes mypy's strict checks, and what callers get wrong is found."""
+    client = tmp_path / "client.py"
+    client.write_text("import kipx, numpy as np\n"
+                      "image = np.zeros((3, 4), np.uint8)\n"
+                      "a = kipx.add(image, 3, scale=-1).sum()\n"
+                      "b: int = kipx.mser(image).labels()\n"
+                      "kipx.erode(image, size=3)\n"
+                      "kipx.component_tree(image).depth\n")
+    checked = subprocess.run(
+        [sys.executable, "-m", "mypy", "--strict", "--cache-dir", os.path.join(ROOT, "build", "mypy"),
+         str(client), os.path.join(ROOT, "python", "kipx")],
+        capture_output=True, text=True, cwd=tmp_path, env={**os.environ, "MYPYPATH": os.path.join(ROOT, "python")})
+    complaints = [line for line in checked.stdout.splitlines() if ": error:" in line]
+    assert [line.split(":")[:2] for line in complaints] == [["client.py", str(k)] for k in (4, 5, 6)], checked.stdout
