@@ -21,39 +21,6 @@ bool folds(const Call &c) {
            (single || folds(c.mask, c.channels));
 }
 
-// Rows short enough to be copied in a few moves, without a call.
-void copy_short(char *to, const char *from, size_t n) {
-    constexpr size_t piece = 16;
-    if (n < piece) {
-        for (size_t i = 0; i < n; ++i) to[i] = from[i];
-        return;
-    }
-    if (n > 512) {
-        memcpy(to, from, n);
-        return;
-    }
-    for (size_t i = 0; i < n - piece; i += piece) memcpy(to + i, from + i, piece);
-    memcpy(to + n - piece, from + n - piece, piece);
-}
-
-// Fills [at - n, at) or [at, at + n) with copies of the pixel that lies next to it, twice as many at
-// a time.
-void repeat_backward(char *at, size_t n, size_t pixel) {
-    for (size_t done = 0; done < n;) {
-        size_t block = std::min(n - done, done + pixel);
-        char *to = at - done - block;
-        memcpy(to, to + rounded(block, pixel), block);
-        done += block;
-    }
-}
-void repeat_forward(char *at, size_t n, size_t pixel) {
-    for (size_t done = 0; done < n;) {
-        size_t block = std::min(n - done, done + pixel);
-        memcpy(at + done, at - pixel, block);
-        done += block;
-    }
-}
-
 } // namespace
 
 void fill_with(char *to, size_t bytes, const void *element, size_t size) {
@@ -131,70 +98,57 @@ void copy_source(const Call &c, const Window &w, const Operand &to) {
 
 // ---- source rows --------------------------------------------------------------------------------
 
-Feed::Feed(const Sheet &sheet, const Window &w, const Reach &reach, Border border, Set set)
-    : sheet_(sheet), reach_(reach), set_(set), scattered_(sheet.src.pixel != sheet.src.size),
-      top_(-static_cast<ptrdiff_t>(w.above)),
+Feed::Feed(const Sheet &sheet, const Window &w, const Span &reach, Border border, Set set)
+    : sheet_(sheet), set_(set), border_(border), top_(-static_cast<ptrdiff_t>(w.above)),
       bottom_(static_cast<ptrdiff_t>(sheet.height + w.below)),
-      begin_(-static_cast<ptrdiff_t>(w.left * sheet.step_bytes())),
-      end_(static_cast<ptrdiff_t>(sheet.bytes() + w.right * sheet.step_bytes())), border_(border) {
-    auto vector = static_cast<ptrdiff_t>(reach.vector);
-    total_ = static_cast<ptrdiff_t>(rounded(reach.bytes, reach.vector));
-    middle_ = reach.first;
-    while (middle_ + reach.low < begin_) middle_ += vector;
-    ptrdiff_t straight = std::max<ptrdiff_t>(end_ - reach.high - middle_, 0) / vector * vector;
-    right_ = std::min(total_, middle_ + straight);
-    if (scattered_ || right_ - middle_ < 2 * vector) middle_ = right_ = total_;
-    pieces_ = {{static_cast<size_t>(middle_ - reach.first) / reach.vector,
-                static_cast<size_t>(right_ - middle_) / reach.vector,
-                static_cast<size_t>(total_ - right_) / reach.vector}};
-    ptrdiff_t beyond = reach.high - reach.low;
-    auto room = [&](ptrdiff_t vectors) {
-        return vectors > 0 ? rounded(static_cast<size_t>(vectors + beyond), line_bytes) : 0;
-    };
-    left_size_ = room(middle_ - reach.first);
-    slot_size_ = left_size_ + room(total_ - right_);
-    scratch_ = most_rows * slot_size_ + room(total_ - reach.first);
+      real_{-static_cast<ptrdiff_t>(w.left * sheet.step_bytes()),
+            static_cast<ptrdiff_t>(sheet.bytes() + w.right * sheet.step_bytes())},
+      there_(real_) {
+    bool mapped = border != Border::constant && border != Border::replicate;
+    if (mapped) {
+        there_ = reach;
+    } else {
+        there_.begin = std::max(there_.begin, reach.begin);
+        there_.end = std::min(there_.end, reach.end);
+    }
+    copies_ = mapped || sheet.src.pixel != sheet.src.size;
+    slot_size_ = rounded(there_.size(), line_bytes);
+    scratch_ = ((copies_ ? most_rows : 0) + (border == Border::constant ? 1 : 0)) * slot_size_;
 }
 
 void Feed::start(char *scratch, const Sheet &sheet, const void *fill) {
     sheet_ = sheet;
-    slots_ = scratch, outside_ = scratch + most_rows * slot_size_;
-    if (border_ == Border::constant) fill_with(scratch, scratch_, fill, sheet_.src.size);
+    slots_ = scratch - there_.begin;
+    outside_ = slots_ + (copies_ ? most_rows : 0) * slot_size_;
+    if (border_ == Border::constant)
+        fill_with(outside_ + there_.begin, slot_size_, fill, sheet_.src.size);
 }
 
-// The row's bytes from `from` to `end`, borders included where they are not there already.
-void Feed::copy_span(char *to, const char *row, ptrdiff_t from, ptrdiff_t end) const {
-    ptrdiff_t first = std::clamp(begin_, from, end), last = std::clamp(end_, first, end);
-    size_t before = static_cast<size_t>(first - from), after = static_cast<size_t>(end - last);
-    size_t n = static_cast<size_t>(last - first), size = sheet_.src.size;
-    if (scattered_) {
-        ptrdiff_t element = first / static_cast<ptrdiff_t>(size);
+// All that is given of a row; `to` and `row` are its byte 0.
+void Feed::copy_row(char *to, const char *row) const {
+    ptrdiff_t first = std::max(there_.begin, real_.begin), last = std::min(there_.end, real_.end);
+    auto size = static_cast<ptrdiff_t>(sheet_.src.size);
+    auto pixel = static_cast<ptrdiff_t>(sheet_.src.pixel);
+    if (pixel != size)
         stages_of(set_)[stage_pack * stage_sizes + size_index(sheet_.src.size)](
-            to + before, row + element * static_cast<ptrdiff_t>(sheet_.src.pixel), nullptr,
-            n / size, sheet_.src.pixel);
-    } else {
-        copy_short(to + before, row + first, n);
-    }
-    if (border_ == Border::constant || n < sheet_.step_bytes()) return;
-    if (border_ != Border::replicate) {
-        map_span(to, row, from, first);
-        map_span(to + before + n, row, last, end);
-        return;
-    }
-    repeat_backward(to + before, before, sheet_.step_bytes());
-    repeat_forward(to + before + n, after, sheet_.step_bytes());
+            to + first, row + first / size * pixel, nullptr,
+            static_cast<size_t>((last - first) / size), sheet_.src.pixel);
+    else
+        memcpy(to + first, row + first, static_cast<size_t>(last - first));
+    map_span(to, row, there_.begin, first);
+    map_span(to, row, last, there_.end);
 }
 
 // Elements of a border, one by one.
 void Feed::map_span(char *to, const char *row, ptrdiff_t from, ptrdiff_t end) const {
     auto size = static_cast<ptrdiff_t>(sheet_.src.size), step = ptrdiff_t{sheet_.step};
     auto pixel = static_cast<ptrdiff_t>(sheet_.src.pixel);
-    ptrdiff_t first = begin_ / size, pixels = (end_ - begin_) / (size * step);
-    for (ptrdiff_t i = from / size; i < end / size; ++i, to += size) {
+    ptrdiff_t first = real_.begin / size, pixels = (real_.end - real_.begin) / (size * step);
+    for (ptrdiff_t i = from / size; i < end / size; ++i) {
         ptrdiff_t place = i - first,
                   channel = place % step < 0 ? place % step + step : place % step;
         ptrdiff_t which = continued(border_, (place - channel) / step, pixels);
-        memcpy(to, row + (first + which * step + channel) * pixel, sheet_.src.size);
+        memcpy(to + i * size, row + (first + which * step + channel) * pixel, sheet_.src.size);
     }
 }
 
@@ -202,32 +156,17 @@ Band Feed::band(ptrdiff_t y, size_t rows) {
     bool above = y < top_, below = y >= bottom_;
     ptrdiff_t left = above ? top_ - y : below ? PTRDIFF_MAX : bottom_ - y;
     auto n = std::min(static_cast<size_t>(left), std::min(rows, most_rows));
-    if ((above || below) && border_ == Border::constant) {
-        const char *row = outside_;
-        return {{row, row + (middle_ - reach_.first), row + (right_ - reach_.first)},
-                {0, 0, 0},
-                n,
-                true};
-    }
+    if ((above || below) && border_ == Border::constant) return {outside_, 0, n, true};
     bool repeated = above || below;
     if (repeated && border_ != Border::replicate) n = 1;
     if (repeated) y = top_ + continued(border_, y - top_, bottom_ - top_);
-    const Reach &r = reach_;
     auto row_step = static_cast<ptrdiff_t>(sheet_.src.row);
     const char *row = sheet_.src.at + y * row_step;
-    for (size_t i = 0; i < (repeated ? 1 : n); ++i) {
-        char *slot = slots_ + i * slot_size_;
-        const char *from = row + static_cast<ptrdiff_t>(i) * row_step;
-        if (pieces_.vectors[0]) copy_span(slot, from, r.first + r.low, middle_ + r.high);
-        if (pieces_.vectors[2]) copy_span(slot + left_size_, from, right_ + r.low, total_ + r.high);
-    }
+    if (!copies_) return {row, repeated ? 0 : row_step, n, false};
     auto slot_step = static_cast<ptrdiff_t>(slot_size_);
-    Band band{{slots_, row + middle_ + r.low, slots_ + left_size_},
-              {slot_step, row_step, slot_step},
-              n,
-              false};
-    if (repeated) std::fill_n(band.step, 3, 0);
-    return band;
+    for (size_t i = 0; i < (repeated ? 1 : n); ++i)
+        copy_row(slots_ + i * slot_size_, row + static_cast<ptrdiff_t>(i) * row_step);
+    return {slots_, repeated ? 0 : slot_step, n, false};
 }
 
 // ---- steps --------------------------------------------------------------------------------------
@@ -243,8 +182,8 @@ RingPass::RingPass(const Window &window, size_t group, size_t row_bytes, size_t 
                rounded(2 * ring_rows_ * sizeof(char *), line_bytes);
 }
 
-void RingPass::start(char *scratch, const Pieces &pieces) {
-    pieces_ = pieces, ring_ = scratch, border_row_ = ring_ + ring_rows_ * pitch_;
+void RingPass::start(char *scratch, const Span &there, Beyond beyond) {
+    there_ = there, beyond_ = beyond, ring_ = scratch, border_row_ = ring_ + ring_rows_ * pitch_;
     place_ = reinterpret_cast<const char **>(border_row_ + pitch_);
     under_ = place_ + ring_rows_;
     extra_ = border_row_ + pitch_ + rounded(2 * ring_rows_ * sizeof(char *), line_bytes);
@@ -285,36 +224,27 @@ void RingPass::rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t st
     }
 }
 
-Between::Between(const Sheet &sheet, const Pass &first, const Pass &second)
-    : height_(sheet.height), size_(sheet.src.size), most_(first.likes()) {
-    const Reach &r = second.reach();
-    size_t vectors = rounded(r.bytes, r.vector) / r.vector;
-    size_t primes = static_cast<size_t>(-r.first) / r.vector;
-    pieces_ = {{primes + vectors, 0, 0}};
-    lead_ = rounded(static_cast<size_t>(std::max<ptrdiff_t>(-(r.first + r.low), 0)), line_bytes);
-    size_t last = static_cast<size_t>(
-        std::max<ptrdiff_t>(static_cast<ptrdiff_t>(vectors * r.vector) + r.high, 0));
-    slot_size_ = lead_ + rounded(std::max(last, sheet.bytes()), line_bytes) + r.vector;
-    // One more slot, of nothing but the fill.
-    scratch_ = (most_ + 1) * slot_size_;
-    line_offset_ = static_cast<size_t>(static_cast<ptrdiff_t>(lead_) + r.first + r.low);
-}
+// One slot more than the first pass makes at once, of nothing but the fill.
+Between::Between(const Sheet &sheet, const Pass &first)
+    : height_(sheet.height), size_(sheet.src.size),
+      slot_size_(rounded(sheet.bytes(), line_bytes) + line_bytes),
+      scratch_((first.likes() + 1) * slot_size_),
+      most_(first.likes()), there_{0, static_cast<ptrdiff_t>(sheet.bytes())} {}
 
 void Between::start(char *scratch, Pass &first, Lines &lines, const void *fill) {
     slots_ = scratch, first_ = &first, lines_ = &lines;
-    fill_with(scratch, scratch_, fill, size_);
+    fill_with(scratch + most_ * slot_size_, slot_size_, fill, size_);
 }
 
 Band Between::band(ptrdiff_t y, size_t rows) {
-    auto step = static_cast<ptrdiff_t>(slot_size_);
     if (y < 0 || y >= static_cast<ptrdiff_t>(height_)) {
         if (y < 0) rows = std::min(rows, static_cast<size_t>(-y));
-        return {
-            {slots_ + most_ * slot_size_ + line_offset_, nullptr, nullptr}, {0, 0, 0}, rows, true};
+        return {slots_ + most_ * slot_size_, 0, rows, true};
     }
     rows = std::min({rows, most_, height_ - static_cast<size_t>(y)});
-    first_->rows(*lines_, static_cast<size_t>(y), rows, slots_ + lead_, step);
-    return {{slots_ + line_offset_, nullptr, nullptr}, {step, 0, 0}, rows, false};
+    auto step = static_cast<ptrdiff_t>(slot_size_);
+    first_->rows(*lines_, static_cast<size_t>(y), rows, slots_, step);
+    return {slots_, step, rows, false};
 }
 
 // ---- result rows --------------------------------------------------------------------------------

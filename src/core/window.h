@@ -1,13 +1,14 @@
 // core/window.h - rows for operations that look at neighbours: sheets, borders, delivery.
 //
-// Gives    Sheet and each_sheet(), a call as planes of folded rows; Feed, which hands out source rows
-//          with their border made; Drain, which takes result rows; how_they_lie(), whether results
-//          land on what is still to be read.
+// Gives    Sheet and each_sheet(), a call as planes of folded rows; Feed, which hands out source rows;
+//          RingPass, an operation in two steps, along the rows and down the columns; Between, which
+//          chains two of them; Drain, which takes result rows; how_they_lie(), whether results land
+//          on what is still to be read.
 // Promises nothing is read outside the source array nor written outside the destination's region.
-//          A row is given in up to three pieces: its ends come from short copies with a border, the
-//          rest straight from the array. Where that is not possible (short rows, scattered elements,
-//          a row that its own result overwrites) the whole row is a copy.
-// Costs    two short copies a row; results a copy where they are masked or scattered.
+//          A source row is given where it lies, with the extent of what there is of it: its user
+//          makes the border. Where that is not possible (scattered elements, a border that comes
+//          back late) the row is a copy, border and all.
+// Costs    nothing a row, but for the copies; results a copy where they are masked or scattered.
 // Owner    scratch is the caller's, taken once for all sheets of a call: they are of one size.
 #pragma once
 
@@ -59,23 +60,19 @@ void fill_with(char *to, size_t bytes, const void *element, size_t size);
 
 // ---- source rows --------------------------------------------------------------------------------
 
-// For the result's bytes from x to x + vector, source bytes from x + low to x + vector + high are
-// read; x goes from first (0 or below) to `bytes` in steps of a vector.
-struct Reach {
-    ptrdiff_t low, high, first;
-    size_t bytes, vector;
+// A stretch of a row in bytes, 0 being the region's first: what results look at, or what there is.
+struct Span {
+    ptrdiff_t begin, end;
+    size_t size() const { return static_cast<size_t>(end - begin); }
 };
 
-// How many vectors of a row come from which piece.
-struct Pieces {
-    size_t vectors[3];
-};
+// What lies about the rows that there are.
+enum class Beyond { fill, nearest }; // an element of the pass's own; the nearest pixel of the row
 
-// Rows one below the other: where the byte at `low` of each piece's first vector lies, and how far
-// it is from row to row.
+// Rows one below the other: where the first one's byte 0 lies, and how far it is from row to row.
 struct Band {
-    const char *at[3];
-    ptrdiff_t step[3];
+    const char *at;
+    ptrdiff_t step;
     size_t rows;
     bool fill; // rows of the border: nothing but the fill
 };
@@ -93,28 +90,27 @@ protected:
 // The rows of a source array.
 class Feed final : public Lines {
 public:
-    Feed(const Sheet &sheet, const Window &window, const Reach &reach, Border border, Set set);
+    // reach: what the results of a row look at.
+    Feed(const Sheet &sheet, const Window &window, const Span &reach, Border border, Set set);
     size_t scratch() const { return scratch_; }
-    const Pieces &pieces() const { return pieces_; }
+    const Span &there() const { return there_; } // no further than the reach
+    Beyond beyond() const { return border_ == Border::constant ? Beyond::fill : Beyond::nearest; }
     // fill: an element, where the border is one.
     void start(char *scratch, const Sheet &sheet, const void *fill);
     Band band(ptrdiff_t y, size_t rows) override;
 
 private:
-    void copy_span(char *to, const char *row, ptrdiff_t from, ptrdiff_t end) const;
+    void copy_row(char *to, const char *row) const;
     void map_span(char *to, const char *row, ptrdiff_t from, ptrdiff_t end) const;
     Sheet sheet_;
-    Reach reach_;
     Set set_;
-    bool scattered_;           // elements of a row do not touch
-    ptrdiff_t top_, bottom_;   // rows that there are
-    ptrdiff_t begin_, end_;    // bytes that there are in a row
-    ptrdiff_t middle_, right_; // where the second and the third piece begin
-    ptrdiff_t total_;          // vectors times their size, from 0 on
-    size_t left_size_, slot_size_, scratch_;
-    Pieces pieces_;
     Border border_;
-    char *slots_ = nullptr, *outside_ = nullptr;
+    ptrdiff_t top_, bottom_; // rows that there are
+    Span real_, there_;      // bytes that the array has of a row, and that are given
+    bool copies_;
+    size_t slot_size_, scratch_;
+    char *slots_ = nullptr; // byte 0 of the first of them
+    char *outside_ = nullptr;
 };
 
 // ---- steps --------------------------------------------------------------------------------------
@@ -127,18 +123,19 @@ class Pass {
 public:
     // What its source rows have to give, the scratch that it takes, and how many rows it likes to
     // make at once.
-    const Reach &reach() const { return reach_; }
+    const Span &reach() const { return reach_; }
     size_t scratch() const { return scratch_; }
     size_t likes() const { return likes_; }
     // What lies about its source rows, where that is an element.
     virtual const void *fill() const = 0;
-    virtual void start(char *scratch, const Pieces &pieces) = 0;
+    // there, beyond: of the rows that it will be given.
+    virtual void start(char *scratch, const Span &there, Beyond beyond) = 0;
     // Rows from y on, each step bytes from the one before; at most likes().
     virtual void rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) = 0;
 
 protected:
     ~Pass() = default;
-    Reach reach_{};
+    Span reach_{};
     size_t scratch_ = 0, likes_ = 1;
 };
 
@@ -146,7 +143,7 @@ protected:
 // under a group of result rows.
 class RingPass : public Pass {
 public:
-    void start(char *scratch, const Pieces &pieces) override;
+    void start(char *scratch, const Span &there, Beyond beyond) override;
     void rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) override;
 
 protected:
@@ -157,7 +154,8 @@ protected:
     virtual void along(const Band &band, char *out, ptrdiff_t step) = 0;
     // group + height - 1 rows for as many results as group says.
     virtual void down(const char *const *rows, size_t group, char *out, ptrdiff_t step) = 0;
-    const Pieces &pieces() const { return pieces_; }
+    const Span &there() const { return there_; }
+    Beyond beyond() const { return beyond_; }
     char *extra() const { return extra_; }
     size_t height() const { return height_; }
     size_t group() const { return group_; }
@@ -166,7 +164,8 @@ private:
     void take(Lines &lines, size_t rows);
     size_t height_, group_, pitch_, ring_rows_;
     ptrdiff_t first_; // of the rows under the first result
-    Pieces pieces_{}; // of the lines
+    Span there_{};    // of the lines
+    Beyond beyond_ = Beyond::fill;
     char *ring_ = nullptr, *border_row_ = nullptr, *extra_ = nullptr;
     const char **place_ = nullptr; // what each place of the ring holds
     const char **under_ = nullptr; // what lies under a group
@@ -178,15 +177,15 @@ private:
 // The results of one pass as the rows of the next, with nothing but a fill about them.
 class Between final : public Lines {
 public:
-    Between(const Sheet &sheet, const Pass &first, const Pass &second);
+    Between(const Sheet &sheet, const Pass &first);
     size_t scratch() const { return scratch_; }
-    const Pieces &pieces() const { return pieces_; }
+    const Span &there() const { return there_; }
     void start(char *scratch, Pass &first, Lines &lines, const void *fill);
     Band band(ptrdiff_t y, size_t rows) override;
 
 private:
-    size_t height_, size_, lead_, slot_size_, line_offset_, scratch_, most_;
-    Pieces pieces_;
+    size_t height_, size_, slot_size_, scratch_, most_;
+    Span there_;
     Pass *first_ = nullptr;
     Lines *lines_ = nullptr;
     char *slots_ = nullptr;

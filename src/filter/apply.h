@@ -61,7 +61,7 @@ public:
     size_t likes() const { return pass_.likes(); }
     void start(char *at, const Sheet &s) {
         feed_.start(at, s, pass_.fill());
-        pass_.start(at + feed_.scratch(), feed_.pieces());
+        pass_.start(at + feed_.scratch(), feed_.there(), feed_.beyond());
     }
     void rows(size_t y, size_t n, char *out, ptrdiff_t step) { pass_.rows(feed_, y, n, out, step); }
 
@@ -76,16 +76,16 @@ public:
     template<class Make>
     Double(const Make &make, const Sheet &s, const Recipe &r, int)
         : first_(make(s, r.window, {0, false})), second_(make(s, alone(r.window), {1, false})),
-          feed_(s, r.window, first_.reach(), r.border, r.set), between_(s, first_, second_) {}
+          feed_(s, r.window, first_.reach(), r.border, r.set), between_(s, first_) {}
     size_t scratch() const {
         return feed_.scratch() + first_.scratch() + between_.scratch() + second_.scratch();
     }
     size_t likes() const { return second_.likes(); }
     void start(char *at, const Sheet &s) {
         feed_.start(at, s, first_.fill());
-        first_.start(at += feed_.scratch(), feed_.pieces());
+        first_.start(at += feed_.scratch(), feed_.there(), feed_.beyond());
         between_.start(at += first_.scratch(), first_, feed_, second_.fill());
-        second_.start(at += between_.scratch(), between_.pieces());
+        second_.start(at += between_.scratch(), between_.there(), Beyond::fill);
     }
     void rows(size_t y, size_t n, char *out, ptrdiff_t step) {
         second_.rows(between_, y, n, out, step);

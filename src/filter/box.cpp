@@ -36,8 +36,8 @@ BoxPass::BoxPass(const Sheet &sheet, const Window &window, const BoxLoops &loops
       loops_(loops), n_(sheet.width), step_(sheet.step), width_(window.width),
       count_(positions(window)) {
     auto bytes = [&](size_t pixels) { return static_cast<ptrdiff_t>(pixels * sheet.step_bytes()); };
-    ptrdiff_t low = -bytes(window.column);
-    reach_ = {low, low + bytes(window.width - 1), 0, sheet.bytes(), vector};
+    reach_ = {-bytes(window.column), bytes(window.width - 1 - window.column)};
+    reach_.end += static_cast<ptrdiff_t>(sheet.bytes());
 }
 
 const void *BoxPass::fill() const {
@@ -46,7 +46,7 @@ const void *BoxPass::fill() const {
 }
 
 void BoxPass::along(const Band &band, char *out, ptrdiff_t step) {
-    loops_.along({band, pieces(), vector, width_, step_, n_, extra(), out, step});
+    loops_.along({band, reach(), there(), beyond(), width_, step_, n_, extra(), out, step});
 }
 
 void BoxPass::down(const char *const *rows, size_t count, char *out, ptrdiff_t step) {

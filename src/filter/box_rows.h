@@ -12,8 +12,8 @@ namespace kipx {
 
 struct BoxAlong {
     Band band;
-    Pieces pieces;
-    size_t vector;      // bytes of a vector of the pieces
+    Span reach, there;
+    Beyond beyond;
     size_t width, step; // of the window in pixels; elements of a pixel
     size_t n;           // elements of a result row
     char *sums;         // scratch: (n + width * step) sums

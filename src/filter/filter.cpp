@@ -11,9 +11,9 @@
 namespace kipx {
 namespace {
 
-// Bytes of a row that are worked on together, so that the ring stays in the first-level cache.
+// Bytes of a row that are worked on together, so that the ring stays in the second-level cache.
 size_t tile_for(const Window &w) {
-    constexpr size_t ring = 32u << 10, piece = 768; // whole vectors and whole pixels of any kind
+    constexpr size_t ring = 256u << 10, piece = 768; // whole vectors and whole pixels of any kind
     size_t bytes = ring / (w.height + 16) / piece * piece;
     return std::max(bytes, piece);
 }

@@ -1,4 +1,4 @@
-// filter/gather.h - the pieces of a row one behind the other, converted. For row files only.
+// filter/gather.h - a row with its border, converted. For row files only.
 #pragma once
 
 #include "core/lanes.h"
@@ -6,20 +6,29 @@
 
 namespace kipx::KIPX_SET {
 
-// `need` elements of row y of a band, which has so many.
-template<class T, class A>
-void gather(const Band &band, const Pieces &pieces, size_t vector, size_t y, size_t need, A *to) {
-    int last = pieces.vectors[2] ? 2 : pieces.vectors[1] ? 1 : 0;
-    for (int piece = 0; piece <= last; ++piece) {
-        const char *at = band.at[piece];
-        if (!pieces.vectors[piece]) continue;
-        at += static_cast<ptrdiff_t>(y) * band.step[piece];
-        size_t n = pieces.vectors[piece] * vector / sizeof(T);
-        if (piece == last || n > need) n = need;
-        KIPX_INDEPENDENT
-        // NOLINTNEXTLINE(bugprone-signed-char-misuse): no characters
-        for (size_t i = 0; i < n; ++i) to[i] = static_cast<A>(load<T>(at, i));
-        to += n, need -= n;
+// Rows of which not everything that is wanted is there.
+struct Wanted {
+    Span reach, there;
+    Beyond beyond;
+    size_t step; // elements of a pixel
+};
+
+// What is wanted of a row whose byte 0 is given. There is a whole pixel at least; the fill is 0.
+template<class T, class A> void gather(const Wanted &w, const char *row, A *to) {
+    constexpr auto size = static_cast<ptrdiff_t>(sizeof(T));
+    const auto before = static_cast<size_t>((w.there.begin - w.reach.begin) / size);
+    const auto after = static_cast<size_t>((w.reach.end - w.there.end) / size);
+    const size_t n = w.there.size() / sizeof(T);
+    const char *const from = row + w.there.begin;
+    A *const real = to + before, *const end = real + n;
+    KIPX_INDEPENDENT
+    // NOLINTNEXTLINE(bugprone-signed-char-misuse): no characters
+    for (size_t i = 0; i < n; ++i) real[i] = static_cast<A>(load<T>(from, i));
+    const bool nearest = w.beyond == Beyond::nearest;
+    for (size_t c = 0; c < w.step; ++c) {
+        const A first = nearest ? real[c] : A{}, last = nearest ? end[c - w.step] : A{};
+        for (size_t i = c; i < before; i += w.step) to[i] = first;
+        for (size_t i = c; i < after; i += w.step) end[i] = last;
     }
 }
 

@@ -105,10 +105,10 @@ MembersPass::MembersPass(const Sheet &s, const Window &w, const Members &members
     : RingPass(w, group_rows, std::max<size_t>(members.length_count(), 1) * row_pitch(s, w),
                row_pitch(s, w) + line + members.tap_count() * sizeof(char *)),
       loops_(members_sets_of(set)[0].loops[s.src.type][static_cast<uint32_t>(rank)]),
-      members_(members), bytes_(s.bytes()), step_(s.step_bytes()), beyond_((w.width - 1) * step_),
-      pitch_(row_pitch(s, w)) {
-    auto low = -static_cast<ptrdiff_t>(w.column * step_);
-    reach_ = {low, low + static_cast<ptrdiff_t>(beyond_), 0, bytes_, line};
+      members_(members), size_(s.src.size), bytes_(s.bytes()), step_(s.step_bytes()),
+      beyond_((w.width - 1) * step_), pitch_(row_pitch(s, w)) {
+    reach_.begin = -static_cast<ptrdiff_t>(w.column * step_);
+    reach_.end = reach_.begin + static_cast<ptrdiff_t>(bytes_ + beyond_);
 }
 
 // A row of every length from a row of single pixels, which is used up.
@@ -127,16 +127,14 @@ void MembersPass::runs_of(char *row, char *out) const {
 void MembersPass::along(const Band &band, char *out, ptrdiff_t step) {
     bool single = members_.length_count() == 1 && members_.lengths()[0] == 1;
     for (size_t y = 0; y < band.rows; ++y, out += step) {
-        char *row = single ? out : extra(), *to = row;
-        size_t need = bytes_ + beyond_;
-        for (int piece = 0; piece < 3 && need; ++piece) {
-            if (!pieces().vectors[piece]) continue;
-            size_t n = pieces().vectors[piece] * line;
-            bool last = piece == 2 || !(pieces().vectors[2] || (piece == 0 && pieces().vectors[1]));
-            n = last ? need : std::min(n, need);
-            memcpy(to, band.at[piece] + static_cast<ptrdiff_t>(y) * band.step[piece], n);
-            to += n, need -= n;
-        }
+        char *row = single ? out : extra();
+        const Span &all = reach(), &some = there();
+        const auto before = static_cast<size_t>(some.begin - all.begin);
+        const auto after = static_cast<size_t>(all.end - some.end);
+        const char *from = band.at + static_cast<ptrdiff_t>(y) * band.step;
+        memcpy(row + before, from + some.begin, some.size());
+        if (before) fill_with(row, before, loops_.neutral, size_);
+        if (after) fill_with(row + before + some.size(), after, loops_.neutral, size_);
         loops_.settle(row, bytes_ + beyond_);
         if (!single) runs_of(row, out);
     }

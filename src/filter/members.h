@@ -67,7 +67,8 @@ private:
     void runs_of(char *row, char *out) const;
     const MembersLoops &loops_;
     const Members &members_;
-    size_t bytes_, step_, beyond_, pitch_; // beyond_: bytes that a row is longer than its results
+    size_t size_, bytes_, step_, beyond_,
+        pitch_; // beyond_: bytes that a row is longer than its results
 };
 
 } // namespace kipx

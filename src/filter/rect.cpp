@@ -6,111 +6,59 @@
 namespace kipx {
 namespace {
 
-constexpr size_t most_loads = 4, most_stages = 6, most_group = 16;
+constexpr size_t most_group = 64, most_vector = 64;
+// Rows that take a step together, before one of them takes the next: what a step has written is on
+// its way to the cache for a while, and reading it would have to wait.
+constexpr size_t together = 16;
+constexpr ptrdiff_t rows_ahead = 4; // of the work lines are fetched
 
-size_t rounded(size_t bytes, size_t to) { return (bytes + to - 1) / to * to; }
+size_t rounded(size_t bytes) { return (bytes + most_vector - 1) / most_vector * most_vector; }
 
-// The loads and stages of a window along the row, in the making.
-struct Steps {
-    size_t at[64], loads = 1;
-    size_t shift[8], stages = 0;
-    size_t covers = 1; // pixels, by the stages
-
-    void drop_first_stages(size_t n) {
-        for (size_t i = n; i < stages; ++i) shift[i - n] = shift[i];
-        stages -= n;
-    }
-    void sort_loads() {
-        std::sort(at, at + loads);
-        loads = static_cast<size_t>(std::unique(at, at + loads) - at);
-    }
-};
-
-// Stages that double the window, as far as a vector looks back.
-Steps doubled(size_t width, size_t step, size_t vector) {
-    Steps s;
-    s.at[0] = 0;
-    while (s.covers * 2 <= width && s.covers * step <= vector && s.stages < most_stages) {
-        s.shift[s.stages++] = s.covers * step;
-        s.covers *= 2;
-    }
-    return s;
+size_t pitch_of(const RectPlan &plan) {
+    return plan.steps > 1 ? rounded(plan.step[0].bytes) + most_vector : 0;
 }
 
-// Loads are cheaper than the first stages where those cannot move whole words.
-void load_rather(Steps &s, size_t step, size_t vector) {
-    bool words = step % 4 == 0 && vector == 64;
-    if (words || s.stages == 0) return;
-    if (s.loads == 1 && s.stages > 1 && (2 * step) % 4 != 0) {
-        for (; s.loads < 4; ++s.loads) s.at[s.loads] = s.loads * step;
-        s.drop_first_stages(2);
-    } else if (s.loads <= 2) {
-        for (size_t i = 0, n = s.loads; i < n; ++i) s.at[s.loads++] = s.at[i] + step;
-        s.sort_loads();
-        s.drop_first_stages(1);
-    }
+// Windows overlap where they do not divide the width; from left to right, so that the first of equal
+// zeros stays. covers: pixels of a window before the step; gives those after it.
+size_t unite_some(AlongRows &step, size_t covers, size_t width, size_t pixel) {
+    constexpr size_t fold = 4;
+    const size_t parts = (width + covers - 1) / covers;
+    const bool last = parts <= most_loads;
+    step.loads = last ? parts : fold;
+    for (size_t i = 0; i < step.loads; ++i)
+        step.at[i] = static_cast<ptrdiff_t>(std::min(i * covers, width - covers) * pixel);
+    return last ? width : covers * fold;
 }
 
-Along along_of(const Steps &s, size_t vector) {
-    Along a{};
-    a.loads = static_cast<uint32_t>(s.loads);
-    for (size_t i = 0; i < s.loads; ++i) a.at[i] = static_cast<ptrdiff_t>(s.at[i]);
-    // Byte stages first: doubling makes words of all later ones.
-    uint32_t bytes = 0, words = 0;
-    for (size_t i = 0; i < s.stages; ++i)
-        if (s.shift[i] % 4) a.shift[bytes++] = static_cast<uint8_t>(s.shift[i]);
-    for (size_t i = 0; i < s.stages; ++i)
-        if (s.shift[i] % 4 == 0) a.shift[bytes + words++] = static_cast<uint8_t>(s.shift[i]);
-    a.byte_stages = bytes, a.word_stages = words;
-    for (size_t i = 0; i < s.stages; ++i) a.looks_back += s.shift[i];
-    a.primes = (a.looks_back + vector - 1) / vector;
-    return a;
-}
-
-Reach reach_of(const Along &a, size_t width, size_t anchor, size_t bytes, size_t step,
-               size_t vector) {
-    auto signed_of = [](size_t n) { return static_cast<ptrdiff_t>(n); };
-    return {signed_of(a.looks_back) - signed_of(anchor),
-            signed_of((width - 1) * step) - signed_of(anchor), -signed_of(a.primes * vector), bytes,
-            vector};
+// Windows of as many pixels as there are loads double, and grow by what is missing if that is near.
+size_t grow(AlongRows &step, size_t width, size_t pixel, size_t most) {
+    size_t covers = step.loads;
+    step.grows = true;
+    for (; 2 * covers <= width && covers * pixel <= most && step.words < most_words; covers *= 2)
+        step.shift[step.words++] = covers * pixel;
+    const size_t rest = (width - covers) * pixel;
+    if (rest <= most) step.shift[step.words] = rest, covers = width;
+    const size_t back = (covers - step.loads) * pixel;
+    for (size_t i = 0; i < step.loads; ++i) step.at[i] += static_cast<ptrdiff_t>(back);
+    step.before = (back + most - 1) / most;
+    return covers;
 }
 
 } // namespace
 
-// Where the order counts (real), windows are united from left to right: the stages double, the last
-// of them may overlap. Otherwise what the stages leave is loaded from several places at first.
-RectPlan rect_plan(const Sheet &sheet, const Window &window, size_t vector) {
-    RectPlan plan;
-    bool real = sheet.src.type == KIPX_F32 || sheet.src.type == KIPX_F64;
-    size_t step = sheet.step_bytes(), bytes = sheet.bytes();
-    size_t width = window.width, anchor = window.column * step;
-    Steps s = doubled(width, step, vector);
-    size_t covers = s.covers, rest = width - covers;
-    bool wide = real ? rest * step > vector || (rest && s.stages == most_stages)
-                     : (width + covers - 1) / covers > most_loads;
-    if (!wide) {
-        if (!real || !rest)
-            for (size_t at = covers; at < width; at += covers)
-                s.at[s.loads++] = std::min(at, width - covers) * step;
-        load_rather(s, step, vector);
-        if (real && rest) s.shift[s.stages++] = rest * step;
-        plan.along = along_of(s, vector);
-        plan.reach = reach_of(plan.along, width, anchor, bytes, step, vector);
-        return plan;
+RectPlan rect_plan(const Sheet &sheet, const Window &window, size_t grows) {
+    RectPlan plan{};
+    const size_t width = window.width, pixel = sheet.step_bytes();
+    for (size_t covers = 1; plan.steps == 0 || covers < width;) {
+        AlongRows &step = plan.step[plan.steps];
+        covers = unite_some(step, covers, width, pixel);
+        if (plan.steps++ == 0) {
+            if (covers < width && growing_loads * pixel <= grows)
+                covers = grow(step, width, pixel, grows);
+            for (ptrdiff_t &at : step.at) at -= static_cast<ptrdiff_t>(window.column * pixel);
+        }
+        step.bytes = sheet.bytes() + (width - covers) * pixel;
     }
-    load_rather(s, step, vector);
-    plan.wide = along_of(s, vector);
-    plan.wide_bytes = bytes + (width - covers) * step;
-    plan.reach = reach_of(plan.wide, covers, anchor, plan.wide_bytes, step, vector);
-    for (; (width + covers - 1) / covers > most_loads; covers *= 2) {
-        plan.shift[plan.doublings] = covers * step;
-        plan.span[plan.doublings++] = bytes + (width - 2 * covers) * step;
-    }
-    Steps last;
-    last.loads = 0;
-    for (size_t at = 0; at + covers < width; at += covers) last.at[last.loads++] = at * step;
-    last.at[last.loads++] = (width - covers) * step;
-    plan.along = along_of(last, vector);
     return plan;
 }
 
@@ -119,38 +67,47 @@ bool RectPass::has_type(uint32_t type) {
 }
 
 RectPass::RectPass(const Sheet &sheet, const Window &window, Rank rank, bool over_source, Set set)
-    : RingPass(window, std::min<size_t>(window.height, most_group),
-               rounded(sheet.bytes(), rect_sets_of(set)[0].vector_bytes),
-               most_group * down_width * 64 + sheet.bytes() + window.width * sheet.step_bytes() +
-                   3 * 64),
-      loops_(rect_sets_of(set)[0].loops[sheet.src.type][static_cast<uint32_t>(rank)]),
-      bytes_(sheet.bytes()), vector_(rect_sets_of(set)[0].vector_bytes),
-      straight_(window.height == 1 && !over_source), plan_(rect_plan(sheet, window, vector_)) {
-    reach_ = plan_.reach;
+    : RectPass(sheet, window, rect_sets_of(set)[0].loops[sheet.src.type][static_cast<int>(rank)],
+               over_source, rect_plan(sheet, window, rect_sets_of(set)[0].grows)) {}
+
+// Extra: what is kept of a group, and rows between two steps.
+RectPass::RectPass(const Sheet &sheet, const Window &window, const RectLoops &loops,
+                   bool over_source, const RectPlan &plan)
+    : RingPass(window, std::min<size_t>(window.height, most_group), rounded(sheet.bytes()),
+               most_group * down_width * most_vector + together * pitch_of(plan)),
+      loops_(loops), bytes_(sheet.bytes()), pitch_(pitch_of(plan)),
+      straight_(window.height == 1 && !over_source), plan_(plan) {
+    reach_.begin = -static_cast<ptrdiff_t>(window.column * sheet.step_bytes());
+    reach_.end = reach_.begin +
+                 static_cast<ptrdiff_t>((window.width - 1) * sheet.step_bytes() + sheet.bytes());
 }
 
 void RectPass::along(const Band &band, char *out, ptrdiff_t step) {
-    if (!plan_.wide_bytes) return loops_.along({&plan_.along, band, pieces(), out, step, bytes_});
-    char *row = extra();
-    for (size_t i = 0; i < band.rows; ++i) {
-        Band one = band;
-        for (int k = 0; k < 3; ++k)
-            if (one.at[k]) one.at[k] += static_cast<ptrdiff_t>(i) * band.step[k];
-        one.rows = 1;
-        loops_.along({&plan_.wide, one, pieces(), row, 0, plan_.wide_bytes});
-        for (size_t k = 0; k < plan_.doublings; ++k)
-            loops_.unite(row, plan_.shift[k], plan_.span[k]);
-        Pieces whole = {{rounded(bytes_, vector_) / vector_, 0, 0}};
-        Band wide{{row, nullptr, nullptr}, {0, 0, 0}, 1, false};
-        loops_.along(
-            {&plan_.along, wide, whole, out + static_cast<ptrdiff_t>(i) * step, 0, bytes_});
+    Band few = band;
+    for (size_t left = band.rows; left > 0; left -= few.rows) {
+        few.rows = std::min(left, together);
+        few_along(few, out, step);
+        few.at += static_cast<ptrdiff_t>(few.rows) * few.step;
+        out += static_cast<ptrdiff_t>(few.rows) * step;
+    }
+}
+
+void RectPass::few_along(const Band &band, char *out, ptrdiff_t step) {
+    char *const between = extra() + most_group * down_width * most_vector;
+    const auto pitch = static_cast<ptrdiff_t>(pitch_);
+    for (size_t i = 0; i < plan_.steps; ++i) {
+        AlongRows &rows = plan_.step[i];
+        const bool first = i == 0, last = i + 1 == plan_.steps;
+        rows.band = first ? band : Band{between, pitch, band.rows, false};
+        rows.there = first ? there() : Span{0, pitch};
+        rows.ahead = first ? rows_ahead * band.step : 0;
+        rows.out = last ? out : between, rows.step = last ? step : pitch;
+        loops_.along(rows);
     }
 }
 
 void RectPass::down(const char *const *rows, size_t group, char *out, ptrdiff_t step) {
-    // Behind the row of narrower windows.
-    char *kept = extra() + rounded(plan_.wide_bytes ? plan_.wide_bytes + 2 * 64 : 0, 64);
-    loops_.down({rows, height(), group, out, step, bytes_, kept});
+    loops_.down({rows, height(), group, out, step, bytes_, extra()});
 }
 
 // One row high: there is nothing to be kept.

@@ -4,8 +4,8 @@
 // Promises positions outside the source array do not count, if the lines are filled with neutral().
 //          Among equal floating zeros the first of the window in row-major order stays; NaN never
 //          counts.
-// Costs    three comparisons an element down the columns, and the logarithm of the width along the
-//          row; a ring of as many rows as the window is high.
+// Costs    three comparisons an element down the columns, and one to four along the row for every
+//          fourfold of the width; a ring of as many rows as the window is high.
 #pragma once
 
 #include "core/window.h"
@@ -13,15 +13,15 @@
 
 namespace kipx {
 
-// How windows along a row are made: at once, or those wider than that from a row of narrower ones,
-// which are doubled as often as it takes.
+// How windows along a row are made: from the source's pixels windows of a few, which grow as far as
+// registers let them; from a row of those, windows of a few times as many, until they are as wide as
+// they have to be.
 struct RectPlan {
-    Along along{}, wide{};
-    size_t wide_bytes = 0; // of the row of narrower ones; 0 for none
-    size_t doublings = 0, shift[32], span[32];
-    Reach reach{};
+    AlongRows step[17]; // without rows; bytes: of the step's results
+    size_t steps;
 };
-RectPlan rect_plan(const Sheet &sheet, const Window &window, size_t vector);
+// grows: bytes that a window can grow by at once.
+RectPlan rect_plan(const Sheet &sheet, const Window &window, size_t grows);
 
 class RectPass final : public RingPass {
 public:
@@ -32,11 +32,14 @@ public:
     void rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) override;
 
 private:
+    RectPass(const Sheet &sheet, const Window &window, const RectLoops &loops, bool over_source,
+             const RectPlan &plan);
     void along(const Band &band, char *out, ptrdiff_t step) override;
+    void few_along(const Band &band, char *out, ptrdiff_t step);
     void down(const char *const *rows, size_t group, char *out, ptrdiff_t step) override;
     const RectLoops &loops_;
-    size_t bytes_, vector_;
-    bool straight_; // along the rows only, without a ring
+    size_t bytes_, pitch_; // pitch_: of the rows between two steps
+    bool straight_;        // along the rows only, without a ring
     RectPlan plan_;
 };
 

@@ -1,9 +1,9 @@
 // filter/rect_rows.h - what the row loops of minimum and maximum over rectangles take.
 //
-// Two loops: along a row, the smallest (largest) of each element's neighbours to the left and right;
+// Two loops: along rows, the smallest (largest) of what lies at a few places from each element on;
 // and down the columns of such rows, a group of results at a time. Whatever all windows of the group
 // share is united once, what lies above it from the bottom up, what lies below from the top down:
-// three comparisons an element for any height, and the logarithm of the width along the row.
+// three comparisons an element for any height.
 #pragma once
 
 #include <cstddef>
@@ -15,24 +15,22 @@
 
 namespace kipx {
 
-// Along a row: a window is the union of shorter ones, each a power of two wide. loads read them at
-// their places; stages double them, the vector before shifted over the one at hand. at[i] and shift
-// are bytes.
-struct Along {
-    uint32_t loads, byte_stages, word_stages;
-    ptrdiff_t at[4];
-    uint8_t shift[8];  // byte stages first
-    size_t primes;     // vectors before the first that stages look back at
-    size_t looks_back; // sum of the shifts
-};
-
+// Along rows: a window is first the union of what lies at a few places, byte 0 of a row being its
+// first result's. Then it may grow in registers, by the window that ends `shift` bytes before it:
+// `words` times by whole words, and once more by any number of bytes.
+inline constexpr size_t most_loads = 5, most_words = 4, growing_loads = 4;
 struct AlongRows {
-    const Along *along;
     Band band;
-    Pieces pieces;
-    char *out; // result rows, whole vectors of them where there is room
+    Span there;               // of the band's rows; whatever lies beyond it does not count
+    size_t loads;             // 1 to most_loads; growing_loads where windows grow
+    ptrdiff_t at[most_loads]; // ascending
+    bool grows;
+    size_t words, shift[most_words + 1]; // at most a vector each; the last 0 to stay as it is
+    size_t before;                       // vectors ahead of the first, which growing looks back at
+    ptrdiff_t ahead; // how far ahead lies what is to be read soon; 0 for nothing
+    char *out;
     ptrdiff_t step;
-    size_t bytes; // of a row
+    size_t bytes; // of a result row
 };
 
 struct DownRows {
@@ -48,8 +46,6 @@ inline constexpr size_t down_width = 4;
 struct RectLoops {
     void (*along)(const AlongRows &);
     void (*down)(const DownRows &);
-    // row[x] becomes the union of the windows at x and x + shift, for `bytes` of x.
-    void (*unite)(char *row, size_t shift, size_t bytes);
     const void *neutral; // an element that never wins
 };
 
@@ -63,7 +59,7 @@ struct RectLoops {
 enum class Rank : uint32_t { smallest, largest };
 
 struct RectSet {
-    size_t vector_bytes;
+    size_t grows;           // bytes that a window can grow by at once; 0 for none
     RectLoops loops[16][2]; // by type code and rank
 };
 

@@ -71,8 +71,8 @@ SepPass::SepPass(const Sheet &s, const Window &w, const SepWeights &weights, Cho
       loops_(loops), weights_(weights), margin_(choice.margin), n_(s.width), step_(s.step),
       width_(w.width), kept_(choice.variant == sep_guarded ? kept_at(s, loops) : 0) {
     auto bytes = [&](size_t pixels) { return static_cast<ptrdiff_t>(pixels * s.step_bytes()); };
-    ptrdiff_t low = -bytes(w.column);
-    reach_ = {low, low + bytes(w.width - 1), 0, s.bytes(), vector};
+    reach_ = {-bytes(w.column), bytes(w.width - 1 - w.column)};
+    reach_.end += static_cast<ptrdiff_t>(s.bytes());
 }
 
 const void *SepPass::fill() const {
@@ -81,8 +81,8 @@ const void *SepPass::fill() const {
 }
 
 void SepPass::along(const Band &band, char *out, ptrdiff_t step) {
-    loops_.along(
-        {band, pieces(), vector, width_, step_, n_, weights_.columns, extra(), out, step, kept_});
+    loops_.along({band, reach(), there(), beyond(), width_, step_, n_, weights_.columns, extra(),
+                  out, step, kept_});
 }
 
 void SepPass::down(const char *const *rows, size_t group, char *out, ptrdiff_t step) {

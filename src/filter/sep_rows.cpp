@@ -58,12 +58,12 @@ void sum_all(A *sum, size_t n, const f64 *weights, size_t count, const At &at) {
 
 template<class T, class A> void along(const SepAlong &s) {
     A *const wide = reinterpret_cast<A *>(s.wide);
-    size_t need = s.n + (s.width - 1) * s.step;
+    const Wanted wanted{s.reach, s.there, s.beyond, s.step};
     for (size_t y = 0; y < s.band.rows; ++y) {
         char *out = s.out + static_cast<ptrdiff_t>(y) * s.out_step;
-        gather<T>(s.band, s.pieces, s.vector, y, need, wide);
-        if (s.kept)
-            gather<T>(s.band, s.pieces, s.vector, y, need, reinterpret_cast<T *>(out + s.kept));
+        const char *row = s.band.at + static_cast<ptrdiff_t>(y) * s.band.step;
+        gather<T>(wanted, row, wide);
+        if (s.kept) gather<T>(wanted, row, reinterpret_cast<T *>(out + s.kept));
         for (size_t x = 0; x < s.n; x += chunk) {
             size_t n = s.n - x < chunk ? s.n - x : chunk;
             sum_all(reinterpret_cast<A *>(out) + x, n, s.weights, s.width,

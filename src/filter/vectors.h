@@ -1,5 +1,5 @@
-// filter/vectors.h - whole vectors of elements: loads and stores, the smaller and the larger of two,
-// and a row's vectors shifted by any number of bytes. For row files only.
+// filter/vectors.h - whole vectors of elements: loads and stores, the smaller and the larger of two.
+// For row files only.
 //
 // Promises every set gives the same bits. Of two floating numbers the later one wins only where it
 //          compares as smaller (larger), so that NaN never wins and of equal zeros the earlier
@@ -7,10 +7,6 @@
 #pragma once
 
 #include "core/lanes.h"
-
-#if defined(__ARM_NEON)
-#include <arm_neon.h>
-#endif
 
 namespace kipx::KIPX_SET {
 
@@ -32,6 +28,38 @@ inline void store_first(char *at, Bits v, size_t n) {
     char whole[vector_bytes];
     store_bits(whole, v);
     memcpy(at, whole, n);
+#endif
+}
+
+// The bytes of a vector that may be read: from the first to before the last, of none any may do.
+struct Part {
+#if defined(__AVX512VBMI__)
+    __mmask64 bytes;
+#else
+    size_t first, last;
+#endif
+    static Part of(ptrdiff_t begin, ptrdiff_t end) {
+        constexpr auto whole = static_cast<ptrdiff_t>(vector_bytes);
+        const ptrdiff_t low = begin < 0 ? 0 : begin < whole ? begin : whole;
+        const ptrdiff_t high = end < low ? low : end < whole ? end : whole;
+#if defined(__AVX512VBMI__)
+        auto below = [](ptrdiff_t n) { return n < 64 ? (uint64_t{1} << n) - 1 : ~uint64_t{0}; };
+        return {below(high) & ~below(low)};
+#else
+        return {static_cast<size_t>(low), static_cast<size_t>(high)};
+#endif
+    }
+};
+// A vector of which a part is read, the rest being as in `other`.
+inline Bits load_part(const char *at, Part part, Bits other) {
+#if defined(__AVX512VBMI__)
+    return reinterpret_cast<Bits>(
+        _mm512_mask_loadu_epi8(reinterpret_cast<__m512i>(other), part.bytes, at));
+#else
+    char whole[vector_bytes];
+    store_bits(whole, other);
+    memcpy(whole + part.first, at + part.first, part.last - part.first);
+    return load_bits(whole);
 #endif
 }
 
@@ -94,94 +122,5 @@ template<class T> struct Larger {
     }
 };
 #undef KIPX_REAL
-
-// ---- shifts along a row -------------------------------------------------------------------------
-
-// How far the vectors of a row are shifted, 1 to vector_bytes bytes; with AVX-512 a multiple of 4,
-// or fewer than vector_bytes, depending on the function that is to use it.
-struct Shift {
-#if defined(__AVX512VBMI__)
-    __m512i index;
-    static Shift of_bytes(size_t bytes) {
-        alignas(64) u8 at[64];
-        for (size_t i = 0; i < 64; ++i) at[i] = static_cast<u8>(64 - bytes + i);
-        return {_mm512_load_si512(at)};
-    }
-    static Shift of_words(size_t bytes) {
-        alignas(64) u32 at[16];
-        for (u32 i = 0; i < 16; ++i) at[i] = 16 - static_cast<u32>(bytes / 4) + i;
-        return {_mm512_load_si512(at)};
-    }
-#elif defined(__AVX2__)
-    __m256i near, far;
-    bool half; // 16 bytes more
-    static Shift of_bytes(size_t bytes) {
-        alignas(32) u8 a[32], b[32];
-        bool half = bytes > 16;
-        size_t s = half ? bytes - 16 : bytes;
-        for (size_t i = 0; i < 32; ++i) {
-            size_t lane = i & 15;
-            a[i] = static_cast<u8>(lane >= s ? lane - s : 0x80);
-            b[i] = static_cast<u8>(lane < s ? 16 + lane - s : 0x80);
-        }
-        return {_mm256_load_si256(reinterpret_cast<const __m256i *>(a)),
-                _mm256_load_si256(reinterpret_cast<const __m256i *>(b)), half};
-    }
-    static Shift of_words(size_t bytes) { return of_bytes(bytes); }
-#elif defined(__SSE2__)
-    __m128i left, right;
-    bool half; // 8 bytes more
-    static Shift of_bytes(size_t bytes) {
-        bool half = bytes > 8;
-        int s = static_cast<int>(half ? bytes - 8 : bytes);
-        return {_mm_cvtsi32_si128(8 * s), _mm_cvtsi32_si128(64 - 8 * s), half};
-    }
-    static Shift of_words(size_t bytes) { return of_bytes(bytes); }
-#else
-    size_t bytes;
-    static Shift of_bytes(size_t n) { return {n}; }
-    static Shift of_words(size_t n) { return {n}; }
-#endif
-};
-
-// The vector that ends so many bytes before the end of current, previous lying before it.
-inline Bits shift_bytes(Bits previous, Bits current, const Shift &s) {
-#if defined(__AVX512VBMI__)
-    return reinterpret_cast<Bits>(_mm512_permutex2var_epi8(
-        reinterpret_cast<__m512i>(previous), s.index, reinterpret_cast<__m512i>(current)));
-#elif defined(__AVX2__)
-    auto p = reinterpret_cast<__m256i>(previous), c = reinterpret_cast<__m256i>(current);
-    __m256i between = _mm256_permute2x128_si256(p, c, 0x21);
-    __m256i near = _mm256_shuffle_epi8(s.half ? between : c, s.near);
-    __m256i far = _mm256_shuffle_epi8(s.half ? p : between, s.far);
-    return reinterpret_cast<Bits>(_mm256_or_si256(near, far));
-#elif defined(__SSE2__)
-    auto p = reinterpret_cast<__m128i>(previous), c = reinterpret_cast<__m128i>(current);
-    __m128i between = reinterpret_cast<__m128i>(
-        _mm_shuffle_pd(reinterpret_cast<__m128d>(p), reinterpret_cast<__m128d>(c), 1));
-    __m128i left = _mm_sll_epi64(s.half ? between : c, s.left);
-    __m128i right = _mm_srl_epi64(s.half ? p : between, s.right);
-    return reinterpret_cast<Bits>(_mm_or_si128(left, right));
-#elif defined(__ARM_NEON) && defined(__aarch64__)
-    uint8x16x2_t both = {
-        {reinterpret_cast<uint8x16_t>(previous), reinterpret_cast<uint8x16_t>(current)}};
-    alignas(16) static const u8 ramp[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-    uint8x16_t index = vaddq_u8(vld1q_u8(ramp), vdupq_n_u8(static_cast<u8>(16 - s.bytes)));
-    return reinterpret_cast<Bits>(vqtbl2q_u8(both, index));
-#else
-    char both[2 * vector_bytes];
-    store_bits(both, previous);
-    store_bits(both + vector_bytes, current);
-    return load_bits(both + vector_bytes - s.bytes);
-#endif
-}
-inline Bits shift_words(Bits previous, Bits current, const Shift &s) {
-#if defined(__AVX512VBMI__)
-    return reinterpret_cast<Bits>(_mm512_permutex2var_epi32(
-        reinterpret_cast<__m512i>(previous), s.index, reinterpret_cast<__m512i>(current)));
-#else
-    return shift_bytes(previous, current, s);
-#endif
-}
 
 } // namespace kipx::KIPX_SET
