@@ -182,8 +182,8 @@ RingPass::RingPass(const Window &window, size_t group, size_t row_bytes, size_t 
                rounded(2 * ring_rows_ * sizeof(char *), line_bytes);
 }
 
-void RingPass::start(char *scratch, const Span &there, Beyond beyond) {
-    there_ = there, beyond_ = beyond, ring_ = scratch, border_row_ = ring_ + ring_rows_ * pitch_;
+void RingPass::start(char *scratch, const Source &source) {
+    source_ = source, ring_ = scratch, border_row_ = ring_ + ring_rows_ * pitch_;
     place_ = reinterpret_cast<const char **>(border_row_ + pitch_);
     under_ = place_ + ring_rows_;
     extra_ = border_row_ + pitch_ + rounded(2 * ring_rows_ * sizeof(char *), line_bytes);
@@ -222,6 +222,19 @@ void RingPass::rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t st
         down(under_, group, out + static_cast<ptrdiff_t>(done) * step, step);
         done += group;
     }
+}
+
+const char *const *RingPass::rows_under(Lines &lines, size_t y, size_t rows) {
+    size_t have = y == 0 ? 0 : height_ - 1;
+    std::copy_n(place_ + slot_, have, place_);
+    while (have < rows + height_ - 1) {
+        Band band = lines.band(next_, rows + height_ - 1 - have);
+        for (size_t i = 0; i < band.rows; ++i)
+            place_[have + i] = band.at + static_cast<ptrdiff_t>(i) * band.step;
+        have += band.rows, next_ += static_cast<ptrdiff_t>(band.rows), last_step_ = band.step;
+    }
+    slot_ = rows;
+    return place_;
 }
 
 // One slot more than the first pass makes at once, of nothing but the fill.

@@ -69,6 +69,13 @@ struct Span {
 // What lies about the rows that there are.
 enum class Beyond { fill, nearest }; // an element of the pass's own; the nearest pixel of the row
 
+// What the rows of a Lines have in common. stay: they are where they are for good.
+struct Source {
+    Span there;
+    Beyond beyond;
+    bool stay;
+};
+
 // Rows one below the other: where the first one's byte 0 lies, and how far it is from row to row.
 struct Band {
     const char *at;
@@ -93,8 +100,10 @@ public:
     // reach: what the results of a row look at.
     Feed(const Sheet &sheet, const Window &window, const Span &reach, Border border, Set set);
     size_t scratch() const { return scratch_; }
-    const Span &there() const { return there_; } // no further than the reach
-    Beyond beyond() const { return border_ == Border::constant ? Beyond::fill : Beyond::nearest; }
+    // Rows are there no further than the reach.
+    Source source() const {
+        return {there_, border_ == Border::constant ? Beyond::fill : Beyond::nearest, !copies_};
+    }
     // fill: an element, where the border is one.
     void start(char *scratch, const Sheet &sheet, const void *fill);
     Band band(ptrdiff_t y, size_t rows) override;
@@ -128,8 +137,7 @@ public:
     size_t likes() const { return likes_; }
     // What lies about its source rows, where that is an element.
     virtual const void *fill() const = 0;
-    // there, beyond: of the rows that it will be given.
-    virtual void start(char *scratch, const Span &there, Beyond beyond) = 0;
+    virtual void start(char *scratch, const Source &source) = 0;
     // Rows from y on, each step bytes from the one before; at most likes().
     virtual void rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) = 0;
 
@@ -143,7 +151,7 @@ protected:
 // under a group of result rows.
 class RingPass : public Pass {
 public:
-    void start(char *scratch, const Span &there, Beyond beyond) override;
+    void start(char *scratch, const Source &source) override;
     void rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) override;
 
 protected:
@@ -154,8 +162,12 @@ protected:
     virtual void along(const Band &band, char *out, ptrdiff_t step) = 0;
     // group + height - 1 rows for as many results as group says.
     virtual void down(const char *const *rows, size_t group, char *out, ptrdiff_t step) = 0;
-    const Span &there() const { return there_; }
-    Beyond beyond() const { return beyond_; }
+    const Source &source() const { return source_; }
+    const Span &there() const { return source_.there; }
+    // Where the rows stay: those that lie under so many results, without a ring; and how far the
+    // last of them are from one another.
+    const char *const *rows_under(Lines &lines, size_t y, size_t rows);
+    ptrdiff_t last_step() const { return last_step_; }
     char *extra() const { return extra_; }
     size_t height() const { return height_; }
     size_t group() const { return group_; }
@@ -164,13 +176,13 @@ private:
     void take(Lines &lines, size_t rows);
     size_t height_, group_, pitch_, ring_rows_;
     ptrdiff_t first_; // of the rows under the first result
-    Span there_{};    // of the lines
-    Beyond beyond_ = Beyond::fill;
+    Source source_{}; // of the lines
+    ptrdiff_t last_step_ = 0;
     char *ring_ = nullptr, *border_row_ = nullptr, *extra_ = nullptr;
     const char **place_ = nullptr; // what each place of the ring holds
     const char **under_ = nullptr; // what lies under a group
     ptrdiff_t next_ = 0;           // row to be taken
-    size_t slot_ = 0;              // its place in the ring
+    size_t slot_ = 0;              // its place in the ring; without one, results of the last call
     bool border_made_ = false;
 };
 
@@ -179,7 +191,7 @@ class Between final : public Lines {
 public:
     Between(const Sheet &sheet, const Pass &first);
     size_t scratch() const { return scratch_; }
-    const Span &there() const { return there_; }
+    Source source() const { return {there_, Beyond::fill, false}; }
     void start(char *scratch, Pass &first, Lines &lines, const void *fill);
     Band band(ptrdiff_t y, size_t rows) override;
 

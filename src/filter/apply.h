@@ -61,7 +61,7 @@ public:
     size_t likes() const { return pass_.likes(); }
     void start(char *at, const Sheet &s) {
         feed_.start(at, s, pass_.fill());
-        pass_.start(at + feed_.scratch(), feed_.there(), feed_.beyond());
+        pass_.start(at + feed_.scratch(), feed_.source());
     }
     void rows(size_t y, size_t n, char *out, ptrdiff_t step) { pass_.rows(feed_, y, n, out, step); }
 
@@ -83,9 +83,9 @@ public:
     size_t likes() const { return second_.likes(); }
     void start(char *at, const Sheet &s) {
         feed_.start(at, s, first_.fill());
-        first_.start(at += feed_.scratch(), feed_.there(), feed_.beyond());
+        first_.start(at += feed_.scratch(), feed_.source());
         between_.start(at += first_.scratch(), first_, feed_, second_.fill());
-        second_.start(at += between_.scratch(), between_.there(), Beyond::fill);
+        second_.start(at += between_.scratch(), between_.source());
     }
     void rows(size_t y, size_t n, char *out, ptrdiff_t step) {
         second_.rows(between_, y, n, out, step);

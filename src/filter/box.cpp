@@ -46,7 +46,7 @@ const void *BoxPass::fill() const {
 }
 
 void BoxPass::along(const Band &band, char *out, ptrdiff_t step) {
-    loops_.along({band, reach(), there(), beyond(), width_, step_, n_, extra(), out, step});
+    loops_.along({band, reach(), source(), width_, step_, n_, extra(), out, step});
 }
 
 void BoxPass::down(const char *const *rows, size_t count, char *out, ptrdiff_t step) {

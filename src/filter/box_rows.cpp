@@ -14,7 +14,7 @@ constexpr size_t chunk = 256;
 // Windows of 1, 2, 4 ... pixels, of which those that make up the width are added.
 template<class T, class A> void along(const BoxAlong &b) {
     A *const sums = reinterpret_cast<A *>(b.sums);
-    const Wanted wanted{b.reach, b.there, b.beyond, b.step};
+    const Wanted wanted{b.reach, b.source, b.step};
     for (size_t y = 0; y < b.band.rows; ++y) {
         gather<T>(wanted, b.band.at + static_cast<ptrdiff_t>(y) * b.band.step, sums);
         A *const out = reinterpret_cast<A *>(b.out + static_cast<ptrdiff_t>(y) * b.out_step);

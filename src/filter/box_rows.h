@@ -12,8 +12,8 @@ namespace kipx {
 
 struct BoxAlong {
     Band band;
-    Span reach, there;
-    Beyond beyond;
+    Span reach;
+    Source source;
     size_t width, step; // of the window in pixels; elements of a pixel
     size_t n;           // elements of a result row
     char *sums;         // scratch: (n + width * step) sums

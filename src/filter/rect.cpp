@@ -75,8 +75,8 @@ RectPass::RectPass(const Sheet &sheet, const Window &window, const RectLoops &lo
                    bool over_source, const RectPlan &plan)
     : RingPass(window, std::min<size_t>(window.height, most_group), rounded(sheet.bytes()),
                most_group * down_width * most_vector + together * pitch_of(plan)),
-      loops_(loops), bytes_(sheet.bytes()), pitch_(pitch_of(plan)),
-      straight_(window.height == 1 && !over_source), plan_(plan) {
+      loops_(loops), bytes_(sheet.bytes()), pitch_(pitch_of(plan)), over_source_(over_source),
+      plan_(plan) {
     reach_.begin = -static_cast<ptrdiff_t>(window.column * sheet.step_bytes());
     reach_.end = reach_.begin +
                  static_cast<ptrdiff_t>((window.width - 1) * sheet.step_bytes() + sheet.bytes());
@@ -107,12 +107,33 @@ void RectPass::few_along(const Band &band, char *out, ptrdiff_t step) {
 }
 
 void RectPass::down(const char *const *rows, size_t group, char *out, ptrdiff_t step) {
-    loops_.down({rows, height(), group, out, step, bytes_, extra()});
+    const auto end = static_cast<ptrdiff_t>(rounded(bytes_));
+    loops_.down({rows, height(), group, group, {0, end}, 1, {}, 0, out, step, bytes_, extra()});
 }
 
-// One row high: there is nothing to be kept.
+// Small windows are made of the source's pixels faster than they are kept.
+void RectPass::start(char *scratch, const Source &source) {
+    RingPass::start(scratch, source);
+    const AlongRows &only = plan_.step[0];
+    const bool small = plan_.steps == 1 && !only.grows && height() <= most_loads &&
+                       (only.loads == 3 || only.loads == 5);
+    straight_ = !over_source_ && height() == 1;
+    direct_ = !over_source_ && !straight_ && source.stay && small;
+}
+
 void RectPass::rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) {
+    if (direct_) {
+        const char *const *under = rows_under(lines, y, rows);
+        const AlongRows &only = plan_.step[0];
+        DownRows r{under, height(), group(), rows, there(), only.loads,
+                   {},    0,        out,     step, bytes_,  extra()};
+        std::copy_n(only.at, most_loads, r.at);
+        r.ahead = static_cast<ptrdiff_t>(group()) * last_step();
+        loops_.down(r);
+        return;
+    }
     if (!straight_) return RingPass::rows(lines, y, rows, out, step);
+    // One row high: there is nothing to be kept.
     for (size_t done = 0; done < rows;) {
         Band band = lines.band(static_cast<ptrdiff_t>(y + done), rows - done);
         along(band, out + static_cast<ptrdiff_t>(done) * step, step);

@@ -29,6 +29,7 @@ public:
     RectPass(const Sheet &sheet, const Window &window, Rank rank, bool over_source, Set set);
     static bool has_type(uint32_t type);
     const void *fill() const override { return loops_.neutral; }
+    void start(char *scratch, const Source &source) override;
     void rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) override;
 
 private:
@@ -39,7 +40,9 @@ private:
     void down(const char *const *rows, size_t group, char *out, ptrdiff_t step) override;
     const RectLoops &loops_;
     size_t bytes_, pitch_; // pitch_: of the rows between two steps
-    bool straight_;        // along the rows only, without a ring
+    bool over_source_;
+    bool straight_ = false; // along the rows only, without a ring
+    bool direct_ = false;   // down the columns only, from rows where they lie
     RectPlan plan_;
 };
 

@@ -57,16 +57,17 @@ private:
 constexpr size_t most_growth = 0;
 #endif
 
-// The places of a row that a vector of windows is made of.
-template<class Op, size_t loads> struct Places {
+// The places of a row that a vector of windows is made of. fresh: elements may be NaN.
+template<class Op, size_t loads, bool fresh> struct Places {
+    static constexpr size_t count = loads;
     ptrdiff_t at[loads];
     Span there;
-    explicit Places(const AlongRows &r) : there(r.there) {
-        for (size_t i = 0; i < loads; ++i) at[i] = r.at[i];
+    Places(const ptrdiff_t *places, const Span &span) : there(span) {
+        for (size_t i = 0; i < loads; ++i) at[i] = places[i];
     }
     [[gnu::always_inline]] Bits whole(const char *row) const {
         Bits v = load_bits(row + at[0]);
-        if constexpr (floating<typename Op::Element>) v = Op::of(all(Op::neutral), v);
+        if constexpr (fresh && floating<typename Op::Element>) v = Op::of(all(Op::neutral), v);
         for (size_t i = 1; i < loads; ++i) v = Op::of(v, load_bits(row + at[i]));
         return v;
     }
@@ -90,51 +91,55 @@ template<class Op, size_t loads> struct Places {
 
 // Vectors of a row from `start` on: those of which not everything is there, the whole ones from
 // `first` to before `last`, and the rest, up to `end`.
-struct Course {
+template<class Places> struct Course {
+    static constexpr auto step = static_cast<ptrdiff_t>(vb);
     ptrdiff_t start, first, last, end;
-    Course(const AlongRows &r, ptrdiff_t low, ptrdiff_t high)
-        : start(-static_cast<ptrdiff_t>(r.before * vb)), end(static_cast<ptrdiff_t>(r.bytes)) {
-        constexpr auto step = static_cast<ptrdiff_t>(vb);
-        for (first = start; first + low < r.there.begin && first < end;) first += step;
-        last = r.there.end - high < end ? r.there.end - high : end;
+    // The parts are the same for all rows; of long borders those of the first vectors are kept.
+    static constexpr size_t most_kept = 8;
+    typename Places::Parts kept[most_kept];
+
+    Course(const Places &places, ptrdiff_t low, ptrdiff_t high, size_t before, size_t bytes)
+        : start(-static_cast<ptrdiff_t>(before * vb)), end(static_cast<ptrdiff_t>(bytes)) {
+        for (first = start; first + low < places.there.begin && first < end;) first += step;
+        last = places.there.end - high < end ? places.there.end - high : end;
         last = last > first ? first + (last - first) / step * step : first;
+        size_t count = 0;
+        for (ptrdiff_t x = start; x < end && count < most_kept; x += step) {
+            if (x == first) x = last;
+            if (x < end) kept[count++] = places.parts(x);
+        }
+    }
+    typename Places::Parts parts(const Places &places, size_t number, ptrdiff_t x) const {
+        return number < most_kept ? kept[number] : places.parts(x);
+    }
+    void put(char *out, ptrdiff_t x, Bits v) const {
+        if (x + step <= end)
+            store_bits(out + x, v);
+        else if (x < end)
+            store_first(out + x, v, static_cast<size_t>(end - x));
     }
 };
 
 template<class Op, size_t loads, class Growth> void along_with(const AlongRows &r) {
-    const Places<Op, loads> places(r);
-    constexpr auto step = static_cast<ptrdiff_t>(vb);
-    const Course course(r, r.at[0], r.at[loads - 1]);
-    // The parts are the same for all rows; of long borders those of the first vectors are kept.
-    constexpr size_t most_kept = 8;
-    typename Places<Op, loads>::Parts kept[most_kept];
-    size_t count = 0;
-    for (ptrdiff_t x = course.start; x < course.end && count < most_kept; x += step) {
-        if (x == course.first) x = course.last;
-        if (x < course.end) kept[count++] = places.parts(x);
-    }
+    using From = Places<Op, loads, true>;
+    const From places(r.at, r.there);
+    const Course<From> course(places, r.at[0], r.at[loads - 1], r.before, r.bytes);
+    constexpr ptrdiff_t step = Course<From>::step;
+    const ptrdiff_t ahead = r.ahead, last = course.last;
     Growth growth(r);
-    const ptrdiff_t ahead = r.ahead;
     for (size_t y = 0; y < r.band.rows; ++y) {
         const char *const row = r.band.at + static_cast<ptrdiff_t>(y) * r.band.step;
         char *const out = r.out + static_cast<ptrdiff_t>(y) * r.step;
         size_t number = 0;
         growth.start(all(Op::neutral));
         auto edge = [&](ptrdiff_t x) {
-            const auto parts = number < most_kept ? kept[number] : places.parts(x);
+            const auto parts = course.parts(places, number++, x);
             const Bits v = growth.template grown<Op>(places.partly(row + x, parts));
-            ++number;
-            if (x < 0) return;
-            if (x + step <= course.end)
-                store_bits(out + x, v);
-            else
-                store_first(out + x, v, static_cast<size_t>(course.end - x));
+            if (x >= 0) course.put(out, x, v);
         };
         ptrdiff_t x = course.start;
         for (; x < course.first; x += step) edge(x);
-        for (; x < 0 && x < course.last; x += step)
-            growth.template grown<Op>(places.whole(row + x));
-        const ptrdiff_t last = course.last;
+        for (; x < 0 && x < last; x += step) growth.template grown<Op>(places.whole(row + x));
         for (; x < last; x += step) {
             __builtin_prefetch(row + x + ahead);
             store_bits(out + x, growth.template grown<Op>(places.whole(row + x)));
@@ -174,51 +179,100 @@ template<class Op> void along(const AlongRows &r) {
     }
 }
 
-template<class Op, size_t n>
-[[gnu::always_inline]] inline void down_columns(const DownRows &r, size_t x, bool whole) {
-    const size_t height = r.height, group = r.group;
-    const char *const *row = r.rows;
-    char *const kept = r.scratch;
+// n vectors of a group of results; load (row, k): the k-th of a row; give (row, k, v) takes them.
+// size: of the group and the window, where both are the same and known; else 0.
+template<class Op, size_t n, size_t size, class Load, class Give>
+[[gnu::always_inline]] inline void group_down(const DownRows &r, const char *const *row,
+                                              const Load &load, const Give &give) {
+    const size_t height = size ? size : r.height, group = size ? size : r.group;
+    Bits in_registers[size ? size * n : 1];
+    char *const kept = size ? reinterpret_cast<char *>(in_registers) : r.scratch;
     Bits s[n], p[n];
     // What every window of the group has.
-    for (size_t k = 0; k < n; ++k) s[k] = load_bits(row[height - 1] + x + k * vb);
+    for (size_t k = 0; k < n; ++k) s[k] = load(row[height - 1], k);
     size_t i = height - 1;
     for (; i-- >= group;)
-        for (size_t k = 0; k < n; ++k) s[k] = Op::of(load_bits(row[i] + x + k * vb), s[k]);
-    // From the bottom up what the upper ones have, too.
+        for (size_t k = 0; k < n; ++k) s[k] = Op::of(load(row[i], k), s[k]);
+            // From the bottom up what the upper ones have, too.
+#pragma GCC unroll 5
     for (i = group - 1; i > 0; --i)
         for (size_t k = 0; k < n; ++k) {
-            if (i < group) store_bits(kept + (i * n + k) * vb, s[k]);
-            s[k] = Op::of(load_bits(row[i - 1] + x + k * vb), s[k]);
+            store_bits(kept + (i * n + k) * vb, s[k]);
+            s[k] = Op::of(load(row[i - 1], k), s[k]);
         }
-    auto give = [&](size_t at, Bits(&v)[n]) {
-        char *to = r.out + static_cast<ptrdiff_t>(at) * r.step + x;
-        for (size_t k = 0; k < n; ++k)
-            __builtin_prefetch(to + static_cast<ptrdiff_t>(group) * r.step + k * vb, 1);
+    for (size_t k = 0; k < n; ++k) give(0, k, s[k]);
+#pragma GCC unroll 5
+    for (i = 1; i < group; ++i)
         for (size_t k = 0; k < n; ++k) {
-            if (whole || x + (k + 1) * vb <= r.bytes)
-                store_bits(to + k * vb, v[k]);
-            else if (x + k * vb < r.bytes)
-                store_first(to + k * vb, v[k], r.bytes - x - k * vb);
-        }
-    };
-    give(0, s);
-    for (i = 1; i < group; ++i) {
-        Bits v[n];
-        for (size_t k = 0; k < n; ++k) {
-            Bits next = load_bits(row[height + i - 1] + x + k * vb);
+            const Bits next = load(row[height + i - 1], k);
             p[k] = i == 1 ? next : Op::of(p[k], next);
-            v[k] = Op::of(load_bits(kept + (i * n + k) * vb), p[k]);
+            give(i, k, Op::of(load_bits(kept + (i * n + k) * vb), p[k]));
         }
-        give(i, v);
+}
+
+// One group of results, along all of its rows.
+template<class Op, size_t size, class From>
+void group_along(const DownRows &r, const char *const *rows, char *out, const From &places,
+                 const Course<From> &course) {
+    constexpr ptrdiff_t step = Course<From>::step;
+    constexpr size_t wide = From::count == 1 ? down_width : size ? 2 : 1;
+    const ptrdiff_t ahead = r.ahead, row_step = r.step, last = course.last;
+    const ptrdiff_t below = static_cast<ptrdiff_t>(r.group) * row_step;
+    size_t number = 0;
+    ptrdiff_t x = 0;
+    auto edge = [&] {
+        const auto parts = course.parts(places, number++, x);
+        group_down<Op, 1, size>(
+            r, rows, [&](const char *row, size_t) { return places.partly(row + x, parts); },
+            [&](size_t i, size_t, Bits v) {
+                course.put(out + static_cast<ptrdiff_t>(i) * row_step, x, v);
+            });
+    };
+    auto load = [&](const char *row, size_t k) {
+        const char *const at = row + x + k * vb;
+        if constexpr (From::count > 1) __builtin_prefetch(at + ahead);
+        return places.whole(at);
+    };
+    auto give = [&](size_t i, size_t k, Bits v) {
+        char *const to = out + static_cast<ptrdiff_t>(i) * row_step + x + k * vb;
+        __builtin_prefetch(to + below, 1);
+        store_bits(to, v);
+    };
+    for (x = course.first; x + ptrdiff_t{wide} * step <= last; x += ptrdiff_t{wide} * step)
+        group_down<Op, wide, size>(r, rows, load, give);
+    for (; wide > 1 && x < last; x += step) group_down<Op, 1, size>(r, rows, load, give);
+    for (x = 0; x < course.end; x += step) {
+        if (x == course.first) x = last;
+        if (x < course.end) edge();
+    }
+}
+
+template<class Op, size_t loads> void down_with(const DownRows &given) {
+    using From = Places<Op, loads, (loads > 1)>;
+    const From places(given.at, given.there);
+    const Course<From> course(places, given.at[0], given.at[loads - 1], 0, given.bytes);
+    DownRows r = given;
+    for (size_t y = 0; y < given.results; y += given.group) {
+        const char *const *const rows = given.rows + y;
+        char *const out = given.out + static_cast<ptrdiff_t>(y) * given.step;
+        if (given.results - y < r.group) r.group = given.results - y;
+        constexpr size_t size = loads > 1 ? loads : 0;
+        if (size && r.height == size && r.group == size)
+            group_along<Op, size>(r, rows, out, places, course);
+        else
+            group_along<Op, 0>(r, rows, out, places, course);
     }
 }
 
 template<class Op> void down(const DownRows &r) {
-    constexpr size_t width = down_width * vector_bytes;
-    size_t x = 0;
-    for (; x + width <= r.bytes; x += width) down_columns<Op, down_width>(r, x, true);
-    for (; x < r.bytes; x += vector_bytes) down_columns<Op, 1>(r, x, false);
+    switch (r.loads) {
+    case 3:
+        return down_with<Op, 3>(r);
+    case 5:
+        return down_with<Op, 5>(r);
+    default:
+        return down_with<Op, 1>(r);
+    }
 }
 
 template<class Op> constexpr typename Op::Element neutral = Op::neutral;

@@ -33,9 +33,16 @@ struct AlongRows {
     size_t bytes; // of a result row
 };
 
+// Down the columns: of rows that hold windows, or, with more than one load, of such as they are made
+// of. Those are 3 or 5.
 struct DownRows {
-    const char *const *rows; // group + height - 1 of them
+    const char *const *rows; // results + height - 1 of them
     size_t height, group;    // group at most height
+    size_t results;
+    Span there;
+    size_t loads;
+    ptrdiff_t at[most_loads];
+    ptrdiff_t ahead; // how far ahead of a row lies what is to be read soon
     char *out;
     ptrdiff_t step;
     size_t bytes;

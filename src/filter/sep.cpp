@@ -81,7 +81,7 @@ const void *SepPass::fill() const {
 }
 
 void SepPass::along(const Band &band, char *out, ptrdiff_t step) {
-    loops_.along({band, reach(), there(), beyond(), width_, step_, n_, weights_.columns, extra(),
+    loops_.along({band, reach(), source(), width_, step_, n_, weights_.columns, extra(),
                   out, step, kept_});
 }
 

@@ -58,7 +58,7 @@ void sum_all(A *sum, size_t n, const f64 *weights, size_t count, const At &at) {
 
 template<class T, class A> void along(const SepAlong &s) {
     A *const wide = reinterpret_cast<A *>(s.wide);
-    const Wanted wanted{s.reach, s.there, s.beyond, s.step};
+    const Wanted wanted{s.reach, s.source, s.step};
     for (size_t y = 0; y < s.band.rows; ++y) {
         char *out = s.out + static_cast<ptrdiff_t>(y) * s.out_step;
         const char *row = s.band.at + static_cast<ptrdiff_t>(y) * s.band.step;
