@@ -6,7 +6,9 @@
 namespace kipx {
 namespace {
 
-constexpr size_t vector = 64, most_group = 16;
+constexpr size_t slack = 128, most_group = 16; // slack: loops work on whole vectors, two at most
+
+size_t rounded(size_t bytes) { return (bytes + 63) / 64 * 64; }
 
 uint64_t positions(const Window &w) { return uint64_t{w.height} * w.width; }
 
@@ -17,7 +19,12 @@ const BoxLoops &loops_for(uint32_t type, const Window &w, Set set) {
 }
 
 size_t sums_size(const Sheet &s, const Window &w, const BoxLoops &loops) {
-    return (s.width + size_t{w.width} * s.step) * loops.sum_size + vector;
+    return rounded((s.width + size_t{w.width} * s.step) * loops.sum_size + slack);
+}
+
+// As many rows as the first-level cache has room for.
+size_t together(size_t row) {
+    return std::clamp<size_t>(box_together_bytes / row, 1, box_together);
 }
 
 } // namespace
@@ -29,12 +36,12 @@ bool BoxPass::has_type(uint32_t type) {
 BoxPass::BoxPass(const Sheet &sheet, const Window &window, Set set)
     : BoxPass(sheet, window, loops_for(sheet.src.type, window, set)) {}
 
-// Extra: a row of sums in the making, and the sums that windows share.
+// Extra: rows of sums in the making, and the sums that windows share.
 BoxPass::BoxPass(const Sheet &sheet, const Window &window, const BoxLoops &loops)
     : RingPass(window, std::min<size_t>(window.height, most_group), sheet.width * loops.sum_size,
-               2 * sums_size(sheet, window, loops)),
-      loops_(loops), n_(sheet.width), step_(sheet.step), width_(window.width),
-      count_(positions(window)) {
+               (together(sums_size(sheet, window, loops)) + 1) * sums_size(sheet, window, loops)),
+      loops_(loops), sums_size_(sums_size(sheet, window, loops)), n_(sheet.width),
+      step_(sheet.step), width_(window.width), count_(positions(window)) {
     auto bytes = [&](size_t pixels) { return static_cast<ptrdiff_t>(pixels * sheet.step_bytes()); };
     reach_ = {-bytes(window.column), bytes(window.width - 1 - window.column)};
     reach_.end += static_cast<ptrdiff_t>(sheet.bytes());
@@ -46,12 +53,12 @@ const void *BoxPass::fill() const {
 }
 
 void BoxPass::along(const Band &band, char *out, ptrdiff_t step) {
-    loops_.along({band, reach(), source(), width_, step_, n_, extra(), out, step});
+    loops_.along({band, reach(), source(), width_, step_, n_, extra(), sums_size_,
+                  together(sums_size_), out, step});
 }
 
 void BoxPass::down(const char *const *rows, size_t count, char *out, ptrdiff_t step) {
-    size_t sums = (n_ + width_ * step_) * loops_.sum_size + vector;
-    char *shared = extra() + sums / 64 * 64;
+    char *shared = extra() + together(sums_size_) * sums_size_;
     loops_.down({rows, height(), count, n_, shared, first_, out, step, count_});
     first_ = false;
 }

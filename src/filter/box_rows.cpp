@@ -11,32 +11,45 @@ namespace {
 // Elements that go through a buffer together.
 constexpr size_t chunk = 256;
 
+// to = a + b, whole vectors of them; b may lie ahead of a, and `to` be a.
+template<class A> void add(A *to, const A *a, const A *b, size_t n) {
+    constexpr size_t lanes = vector_bytes / sizeof(A);
+    for (size_t i = 0; i < n; i += lanes) {
+        const Vector<A> sum = load_vector<A>(a, i) + load_vector<A>(b, i);
+        memcpy(to + i, &sum, sizeof sum);
+    }
+}
+
 // Windows of 1, 2, 4 ... pixels, of which those that make up the width are added.
-template<class T, class A> void along(const BoxAlong &b) {
-    A *const sums = reinterpret_cast<A *>(b.sums);
+template<class T, class A> void few_along(const BoxAlong &b, size_t first, size_t rows) {
     const Wanted wanted{b.reach, b.source, b.step};
-    for (size_t y = 0; y < b.band.rows; ++y) {
-        gather<T>(wanted, b.band.at + static_cast<ptrdiff_t>(y) * b.band.step, sums);
-        A *const out = reinterpret_cast<A *>(b.out + static_cast<ptrdiff_t>(y) * b.out_step);
-        size_t length = b.n + (b.width - 1) * b.step, from = 0;
-        bool first = true;
-        for (size_t w = 1; w <= b.width; w *= 2) {
-            if (b.width & w) {
-                const A *const part = sums + from;
-                if (first) {
-                    memcpy(out, part, b.n * sizeof(A));
-                } else {
-                    KIPX_INDEPENDENT
-                    for (size_t i = 0; i < b.n; ++i) out[i] = static_cast<A>(out[i] + part[i]);
-                }
-                first = false, from += w * b.step;
+    auto sums = [&](size_t y) { return reinterpret_cast<A *>(b.sums + y * b.pitch); };
+    auto out = [&](size_t y) {
+        return reinterpret_cast<A *>(b.out + static_cast<ptrdiff_t>(first + y) * b.out_step);
+    };
+    for (size_t y = 0; y < rows; ++y)
+        gather<T>(wanted, b.band.at + static_cast<ptrdiff_t>(first + y) * b.band.step, sums(y));
+    size_t length = b.n + (b.width - 1) * b.step, from = 0;
+    for (size_t w = 1; w <= b.width; w *= 2) {
+        if (b.width & w) {
+            for (size_t y = 0; y < rows; ++y) {
+                if (from == 0)
+                    memcpy(out(y), sums(y), b.n * sizeof(A));
+                else
+                    add(out(y), out(y), sums(y) + from, b.n);
             }
-            if (2 * w > b.width) break;
-            length -= w * b.step;
-            const A *const next = sums + w * b.step;
-            KIPX_INDEPENDENT
-            for (size_t i = 0; i < length; ++i) sums[i] = static_cast<A>(sums[i] + next[i]);
+            from += w * b.step;
         }
+        if (2 * w > b.width) break;
+        length -= w * b.step;
+        for (size_t y = 0; y < rows; ++y) add(sums(y), sums(y), sums(y) + w * b.step, length);
+    }
+}
+
+template<class T, class A> void along(const BoxAlong &b) {
+    for (size_t y = 0; y < b.band.rows; y += b.together) {
+        const size_t left = b.band.rows - y;
+        few_along<T, A>(b, y, left < b.together ? left : b.together);
     }
 }
 
@@ -142,6 +155,63 @@ template<class T, class A> void down_integers(const BoxDown &b) {
     }
 }
 
+Vector<u16> high_half_of_product(Vector<u16> a, Vector<u16> b) {
+#if defined(__AVX512BW__)
+    return reinterpret_cast<Vector<u16>>(
+        _mm512_mulhi_epu16(reinterpret_cast<__m512i>(a), reinterpret_cast<__m512i>(b)));
+#elif defined(__AVX2__)
+    return reinterpret_cast<Vector<u16>>(
+        _mm256_mulhi_epu16(reinterpret_cast<__m256i>(a), reinterpret_cast<__m256i>(b)));
+#elif defined(__SSE2__)
+    return reinterpret_cast<Vector<u16>>(
+        _mm_mulhi_epu16(reinterpret_cast<__m128i>(a), reinterpret_cast<__m128i>(b)));
+#else
+    Vector<u16> high;
+    for (size_t i = 0; i < vector_bytes / sizeof(u16); ++i)
+        high[i] = static_cast<u16>(u32{a[i]} * b[i] >> 16);
+    return high;
+#endif
+}
+
+// Bytes by products, two vectors of sums at a time from one group's first row to its last.
+void down_bytes(const BoxDown &b) {
+    const Mean<u8, u16> mean(b);
+    if (!mean.exact) return down_integers<u8, u16>(b);
+    constexpr size_t lanes = vector_bytes / sizeof(u16), most = 2 * lanes;
+    typedef u8 Bytes __attribute__((vector_size(lanes)));
+    const Vector<u16> none{}, half = none + mean.half, factor = none + mean.factor,
+                              count = none + mean.count, even = none + mean.even;
+    const int shift = static_cast<int>(mean.shift);
+    for (size_t x = 0; x < b.n; x += most) {
+        u16 *const shared = reinterpret_cast<u16 *>(b.shared) + x;
+        Vector<u16> sum[2] = {};
+        if (b.first) {
+            for (size_t i = 0; i + 1 < b.height; ++i)
+                for (size_t k = 0; k < 2; ++k)
+                    sum[k] += load_vector<u16>(row_of<u16>(b, i, x), k * lanes);
+        } else {
+            memcpy(sum, shared, sizeof sum);
+        }
+        char *to = b.out + x;
+        for (size_t g = 0; g < b.group; ++g, to += b.step) {
+            u8 bytes[most];
+            for (size_t k = 0; k < 2; ++k) {
+                sum[k] += load_vector<u16>(row_of<u16>(b, g + b.height - 1, x), k * lanes);
+                const Vector<u16> t = sum[k] + half, q = high_half_of_product(t, factor) >> shift;
+                const Vector<u16> tie = q * count == t ? q & even : none;
+                const Bytes means = __builtin_convertvector(q - tie, Bytes);
+                memcpy(bytes + k * lanes, &means, sizeof means);
+                sum[k] -= load_vector<u16>(row_of<u16>(b, g, x), k * lanes);
+            }
+            if (b.n - x >= most)
+                memcpy(to, bytes, most);
+            else
+                memcpy(to, bytes, b.n - x);
+        }
+        memcpy(shared, sum, sizeof sum);
+    }
+}
+
 template<class T, class A> void down_reals(const BoxDown &b) {
     constexpr size_t most_group = 16, piece = 64;
     const Mean<T, A> mean(b);
@@ -182,7 +252,7 @@ template<class T, class A> constexpr BoxLoops loops_of(uint64_t most) {
 constexpr BoxSet make_set() {
     constexpr uint64_t all = UINT64_MAX;
     BoxSet set{};
-    set.loops[KIPX_CODE_u8][0] = loops_of<u8, u16>(257);
+    set.loops[KIPX_CODE_u8][0] = {along<u8, u16>, down_bytes, 257, sizeof(u16)};
     set.loops[KIPX_CODE_u8][1] = loops_of<u8, u32>(1u << 24);
     set.loops[KIPX_CODE_u8][2] = loops_of<u8, s64>(all);
     set.loops[KIPX_CODE_s8][0] = loops_of<s8, s32>(1u << 24);

@@ -10,13 +10,18 @@
 
 namespace kipx {
 
+// Rows that take a step together, before one of them takes the next: what a step has written is on
+// its way to the cache for a while, and reading it would have to wait.
+inline constexpr size_t box_together = 8, box_together_bytes = 16384;
+
 struct BoxAlong {
     Band band;
     Span reach;
     Source source;
-    size_t width, step; // of the window in pixels; elements of a pixel
-    size_t n;           // elements of a result row
-    char *sums;         // scratch: (n + width * step) sums
+    size_t width, step;     // of the window in pixels; elements of a pixel
+    size_t n;               // elements of a result row
+    char *sums;             // scratch: rows of (n + width * step) sums, a pitch each
+    size_t pitch, together; // together: how many rows
     char *out;
     ptrdiff_t out_step;
 };

@@ -9,7 +9,7 @@
 namespace kipx {
 namespace {
 
-constexpr size_t vector = 64, most_group = 16;
+constexpr size_t slack = sep_block, most_group = 16;
 
 double absolute_sum(const double *weights, size_t n) {
     double sum = 0;
@@ -30,11 +30,11 @@ double whole_scale(const double *weights, size_t n) {
 }
 
 size_t sums_size(const Sheet &s, const Window &w, size_t size) {
-    return (s.width + size_t{w.width} * s.step) * size + vector;
+    return (s.width + size_t{w.width} * s.step) * size + slack;
 }
 
 size_t kept_at(const Sheet &s, const SepLoops &loops) {
-    return (s.width * loops.sum_size + vector) / 64 * 64;
+    return (s.width * loops.sum_size + slack + 63) / 64 * 64;
 }
 
 size_t ring_row(const Sheet &s, const Window &w, const SepLoops &loops, bool keeps) {
@@ -81,8 +81,8 @@ const void *SepPass::fill() const {
 }
 
 void SepPass::along(const Band &band, char *out, ptrdiff_t step) {
-    loops_.along({band, reach(), source(), width_, step_, n_, weights_.columns, extra(),
-                  out, step, kept_});
+    loops_.along(
+        {band, reach(), source(), width_, step_, n_, weights_.columns, extra(), out, step, kept_});
 }
 
 void SepPass::down(const char *const *rows, size_t group, char *out, ptrdiff_t step) {

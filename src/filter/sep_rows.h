@@ -12,6 +12,9 @@
 
 namespace kipx {
 
+// Rows of sums have room for so many bytes more than they hold.
+inline constexpr size_t sep_block = 256;
+
 struct SepAlong {
     Band band;
     Span reach;
@@ -19,7 +22,7 @@ struct SepAlong {
     size_t width, step; // of the window in pixels; elements of a pixel
     size_t n;           // elements of a result row
     const double *weights;
-    char *wide; // scratch: n + width * step sums
+    char *wide; // scratch: n + width * step sums, and a block
     char *out;
     ptrdiff_t out_step;
     size_t kept; // where in a row of the ring the source's elements go; 0: nowhere
