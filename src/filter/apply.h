@@ -47,8 +47,15 @@ struct Recipe {
     Finish finish;
     Set set;
     size_t tile; // bytes of a row to be done together where that is possible; 0 for all
-    bool over_source = false;
+    bool over_source = false, in_place = false;
 };
+
+// What a pass is told of the source's rows: results that are written over them do not let them stay.
+inline Source source_of(const Feed &feed, bool in_place) {
+    Source source = feed.source();
+    source.stay &= !in_place;
+    return source;
+}
 
 // One pass over the source.
 template<class P> class Single {
@@ -56,18 +63,19 @@ public:
     template<class Make>
     Single(const Make &make, const Sheet &s, const Recipe &r, int maker)
         : pass_(make(s, r.window, {maker, r.over_source})),
-          feed_(s, r.window, pass_.reach(), r.border, r.set) {}
+          feed_(s, r.window, pass_.reach(), r.border, r.set), in_place_(r.in_place) {}
     size_t scratch() const { return feed_.scratch() + pass_.scratch(); }
     size_t likes() const { return pass_.likes(); }
     void start(char *at, const Sheet &s) {
         feed_.start(at, s, pass_.fill());
-        pass_.start(at + feed_.scratch(), feed_.source());
+        pass_.start(at + feed_.scratch(), source_of(feed_, in_place_));
     }
     void rows(size_t y, size_t n, char *out, ptrdiff_t step) { pass_.rows(feed_, y, n, out, step); }
 
 private:
     P pass_;
     Feed feed_;
+    bool in_place_;
 };
 
 // A second pass over the first one's results.
@@ -76,14 +84,15 @@ public:
     template<class Make>
     Double(const Make &make, const Sheet &s, const Recipe &r, int)
         : first_(make(s, r.window, {0, false})), second_(make(s, alone(r.window), {1, false})),
-          feed_(s, r.window, first_.reach(), r.border, r.set), between_(s, first_) {}
+          feed_(s, r.window, first_.reach(), r.border, r.set), between_(s, first_),
+          in_place_(r.in_place) {}
     size_t scratch() const {
         return feed_.scratch() + first_.scratch() + between_.scratch() + second_.scratch();
     }
     size_t likes() const { return second_.likes(); }
     void start(char *at, const Sheet &s) {
         feed_.start(at, s, first_.fill());
-        first_.start(at += feed_.scratch(), feed_.source());
+        first_.start(at += feed_.scratch(), source_of(feed_, in_place_));
         between_.start(at += first_.scratch(), first_, feed_, second_.fill());
         second_.start(at += between_.scratch(), between_.source());
     }
@@ -99,6 +108,7 @@ private:
     P first_, second_;
     Feed feed_;
     Between between_;
+    bool in_place_;
 };
 
 // Takes rows of one sheet through the finish to the destination.
@@ -163,7 +173,8 @@ int32_t apply(const Call &given, Recipe recipe, const Make &make) {
     if (beyond_memory(given, window)) return KIPX_ENOMEM;
     Call call = given;
     Lie lie = how_they_lie(call, window);
-    recipe.over_source = lie == Lie::in_place && !recipe.finish.loop;
+    recipe.in_place = lie == Lie::in_place;
+    recipe.over_source = recipe.in_place && !recipe.finish.loop;
     bool late = recipe.border != Border::constant && recipe.border != Border::replicate;
     bool copies = lie == Lie::across || (lie == Lie::in_place && late);
     Packed packed = packed_source(call, window);
