@@ -115,8 +115,8 @@ void RectPass::down(const char *const *rows, size_t group, char *out, ptrdiff_t 
 void RectPass::start(char *scratch, const Source &source) {
     RingPass::start(scratch, source);
     const AlongRows &only = plan_.step[0];
-    const bool small = plan_.steps == 1 && !only.grows && height() <= most_loads &&
-                       (only.loads == 3 || only.loads == 5);
+    const bool small = loops_.square && plan_.steps == 1 && !only.grows &&
+                       height() == only.loads && (only.loads == 3 || only.loads == 5);
     straight_ = !over_source_ && height() == 1;
     direct_ = !over_source_ && !straight_ && source.stay && small;
 }

@@ -11,8 +11,15 @@ namespace {
 
 constexpr size_t vb = vector_bytes;
 
+constexpr size_t lower_of(size_t a, size_t b) { return a < b ? a : b; }
+
+// Types that images come in have loops of their own for every number of loads; the others share one,
+// which takes places more than once: that changes no result, and keeps this file compilable.
+template<class T> constexpr bool frequent = same<T, u8> || same<T, s16> || same<T, f32>;
+
 // Windows that stay as the loads make them.
 struct Stays {
+    static constexpr bool looks_back = false;
     explicit Stays(const AlongRows &) {}
     void start(Bits) {}
     template<class Op> Bits grown(Bits v) { return v; }
@@ -24,6 +31,7 @@ constexpr size_t most_growth = vector_bytes;
 // Windows that grow: a vector of them by the vector before, shifted over it.
 template<size_t words> class Grows {
 public:
+    static constexpr bool looks_back = true;
     explicit Grows(const AlongRows &r) {
         alignas(64) u8 bytes[64];
         alignas(64) u32 of_words[16];
@@ -132,26 +140,27 @@ template<class Op, size_t loads, class Growth> void along_with(const AlongRows &
         char *const out = r.out + static_cast<ptrdiff_t>(y) * r.step;
         size_t number = 0;
         growth.start(all(Op::neutral));
-        auto edge = [&](ptrdiff_t x) {
+        for (ptrdiff_t x = course.start;; x += step) {
+            if (x == course.first) {
+                if constexpr (Growth::looks_back)
+                    for (; x < 0 && x < last; x += step)
+                        growth.template grown<Op>(places.whole(row + x));
+                for (; x < last; x += step) {
+                    __builtin_prefetch(row + x + ahead);
+                    store_bits(out + x, growth.template grown<Op>(places.whole(row + x)));
+                }
+            }
+            if (x >= course.end) break;
             const auto parts = course.parts(places, number++, x);
             const Bits v = growth.template grown<Op>(places.partly(row + x, parts));
             if (x >= 0) course.put(out, x, v);
-        };
-        ptrdiff_t x = course.start;
-        for (; x < course.first; x += step) edge(x);
-        for (; x < 0 && x < last; x += step) growth.template grown<Op>(places.whole(row + x));
-        for (; x < last; x += step) {
-            __builtin_prefetch(row + x + ahead);
-            store_bits(out + x, growth.template grown<Op>(places.whole(row + x)));
         }
-        for (; x < course.end; x += step) edge(x);
     }
 }
 
-template<class Op> void along(const AlongRows &r) {
 #if defined(__AVX512VBMI__)
-    if (r.grows) {
-        switch (r.words) {
+template<class Op> void along_growing(const AlongRows &r) {
+    if constexpr (frequent<typename Op::Element>) switch (r.words) {
         case 0:
             return along_with<Op, growing_loads, Grows<0>>(r);
         case 1:
@@ -160,23 +169,29 @@ template<class Op> void along(const AlongRows &r) {
             return along_with<Op, growing_loads, Grows<2>>(r);
         case 3:
             return along_with<Op, growing_loads, Grows<3>>(r);
-        default:
-            return along_with<Op, growing_loads, Grows<most_words>>(r);
         }
-    }
+    AlongRows all = r; // that grow by nothing first
+    for (size_t i = 0, none = most_words - r.words; i <= most_words; ++i)
+        all.shift[i] = i < none ? 0 : r.shift[i - none];
+    along_with<Op, growing_loads, Grows<most_words>>(all);
+}
 #endif
-    switch (r.loads) {
-    case 1:
-        return along_with<Op, 1, Stays>(r);
-    case 2:
-        return along_with<Op, 2, Stays>(r);
-    case 3:
-        return along_with<Op, 3, Stays>(r);
-    case 4:
-        return along_with<Op, 4, Stays>(r);
-    default:
-        return along_with<Op, most_loads, Stays>(r);
-    }
+
+template<class Op> void along(const AlongRows &r) {
+#if defined(__AVX512VBMI__)
+    if (r.grows) return along_growing<Op>(r);
+#endif
+    if constexpr (frequent<typename Op::Element>) switch (r.loads) {
+        case 2:
+            return along_with<Op, 2, Stays>(r);
+        case 3:
+            return along_with<Op, 3, Stays>(r);
+        case 4:
+            return along_with<Op, 4, Stays>(r);
+        }
+    AlongRows all = r;
+    for (size_t i = r.loads; i < most_loads; ++i) all.at[i] = r.at[r.loads - 1];
+    along_with<Op, most_loads, Stays>(all);
 }
 
 // n vectors of a group of results; load (row, k): the k-th of a row; give (row, k, v) takes them.
@@ -220,20 +235,13 @@ void group_along(const DownRows &r, const char *const *rows, char *out, const Fr
     const ptrdiff_t below = static_cast<ptrdiff_t>(r.group) * row_step;
     size_t number = 0;
     ptrdiff_t x = 0;
-    auto edge = [&] {
-        const auto parts = course.parts(places, number++, x);
-        group_down<Op, 1, size>(
-            r, rows, [&](const char *row, size_t) { return places.partly(row + x, parts); },
-            [&](size_t i, size_t, Bits v) {
-                course.put(out + static_cast<ptrdiff_t>(i) * row_step, x, v);
-            });
-    };
     auto load = [&](const char *row, size_t k) {
         const char *const at = row + x + k * vb;
         if constexpr (From::count > 1) __builtin_prefetch(at + ahead);
         return places.whole(at);
     };
     auto give = [&](size_t i, size_t k, Bits v) {
+        if (size && i >= r.group) return;
         char *const to = out + static_cast<ptrdiff_t>(i) * row_step + x + k * vb;
         __builtin_prefetch(to + below, 1);
         store_bits(to, v);
@@ -243,41 +251,63 @@ void group_along(const DownRows &r, const char *const *rows, char *out, const Fr
     for (; wide > 1 && x < last; x += step) group_down<Op, 1, size>(r, rows, load, give);
     for (x = 0; x < course.end; x += step) {
         if (x == course.first) x = last;
-        if (x < course.end) edge();
+        if (x >= course.end) break;
+        const auto parts = course.parts(places, number++, x);
+        group_down<Op, 1, size>(
+            r, rows, [&](const char *row, size_t) { return places.partly(row + x, parts); },
+            [&](size_t i, size_t, Bits v) {
+                if (!size || i < r.group)
+                    course.put(out + static_cast<ptrdiff_t>(i) * row_step, x, v);
+            });
     }
 }
 
-template<class Op, size_t loads> void down_with(const DownRows &given) {
-    using From = Places<Op, loads, (loads > 1)>;
-    const From places(given.at, given.there);
-    const Course<From> course(places, given.at[0], given.at[loads - 1], 0, given.bytes);
+// Of rows that hold windows.
+template<class Op> void down_rows(const DownRows &given) {
+    const Places<Op, 1, false> places(given.at, given.there);
+    const Course course(places, 0, 0, 0, given.bytes);
     DownRows r = given;
-    for (size_t y = 0; y < given.results; y += given.group) {
-        const char *const *const rows = given.rows + y;
-        char *const out = given.out + static_cast<ptrdiff_t>(y) * given.step;
-        if (given.results - y < r.group) r.group = given.results - y;
-        constexpr size_t size = loads > 1 ? loads : 0;
-        if (size && r.height == size && r.group == size)
-            group_along<Op, size>(r, rows, out, places, course);
-        else
-            group_along<Op, 0>(r, rows, out, places, course);
+    for (size_t y = 0; y < given.results; y += r.group) {
+        r.group = lower_of(given.group, given.results - y);
+        group_along<Op, 0>(r, given.rows + y, given.out + static_cast<ptrdiff_t>(y) * given.step,
+                           places, course);
+    }
+}
+
+// Square windows of the source's rows. The last group may be a part of one: rows that are missing
+// are the last one again, and give nothing.
+template<class Op, size_t size> void down_square(const DownRows &given) {
+    const Places<Op, size, true> places(given.at, given.there);
+    const Course course(places, given.at[0], given.at[size - 1], 0, given.bytes);
+    const size_t count = given.results + size - 1;
+    DownRows r = given;
+    for (size_t y = 0; y < given.results; y += size) {
+        const char *const *rows = given.rows + y, *padded[2 * size - 1];
+        r.group = lower_of(size, given.results - y);
+        if (r.group < size) {
+            for (size_t i = 0; i < 2 * size - 1; ++i)
+                padded[i] = given.rows[lower_of(y + i, count - 1)];
+            rows = padded;
+        }
+        group_along<Op, size>(r, rows, given.out + static_cast<ptrdiff_t>(y) * given.step, places,
+                              course);
     }
 }
 
 template<class Op> void down(const DownRows &r) {
-    switch (r.loads) {
-    case 3:
-        return down_with<Op, 3>(r);
-    case 5:
-        return down_with<Op, 5>(r);
-    default:
-        return down_with<Op, 1>(r);
-    }
+    if constexpr (frequent<typename Op::Element>) switch (r.loads) {
+        case 3:
+            return down_square<Op, 3>(r);
+        case 5:
+            return down_square<Op, 5>(r);
+        }
+    down_rows<Op>(r);
 }
 
 template<class Op> constexpr typename Op::Element neutral = Op::neutral;
 
-template<class Op> constexpr RectLoops loops = {along<Op>, down<Op>, &neutral<Op>};
+template<class Op>
+constexpr RectLoops loops = {along<Op>, down<Op>, frequent<typename Op::Element>, &neutral<Op>};
 
 constexpr RectSet make_set() {
     RectSet set{most_growth, {}};

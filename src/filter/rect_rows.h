@@ -33,8 +33,8 @@ struct AlongRows {
     size_t bytes; // of a result row
 };
 
-// Down the columns: of rows that hold windows, or, with more than one load, of such as they are made
-// of. Those are 3 or 5.
+// Down the columns: of rows that hold windows, or of such as square ones of 3 or 5 are made of; then
+// loads says 3 or 5, and group is height.
 struct DownRows {
     const char *const *rows; // results + height - 1 of them
     size_t height, group;    // group at most height
@@ -53,6 +53,7 @@ inline constexpr size_t down_width = 4;
 struct RectLoops {
     void (*along)(const AlongRows &);
     void (*down)(const DownRows &);
+    bool square; // down takes square windows
     const void *neutral; // an element that never wins
 };
 
