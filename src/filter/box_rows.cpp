@@ -11,11 +11,17 @@ namespace {
 // Elements that go through a buffer together.
 constexpr size_t chunk = 256;
 
+// Integers that wrap: sums never do, but what lies behind a row in its last vector may be anything.
+template<class A> struct Wrapping { using Type = A; };
+template<> struct Wrapping<s32> { using Type = u32; };
+template<> struct Wrapping<s64> { using Type = u64; };
+
 // to = a + b, whole vectors of them; b may lie ahead of a, and `to` be a.
 template<class A> void add(A *to, const A *a, const A *b, size_t n) {
+    using W = typename Wrapping<A>::Type;
     constexpr size_t lanes = vector_bytes / sizeof(A);
     for (size_t i = 0; i < n; i += lanes) {
-        const Vector<A> sum = load_vector<A>(a, i) + load_vector<A>(b, i);
+        const Vector<W> sum = load_vector<W>(a, i) + load_vector<W>(b, i);
         memcpy(to + i, &sum, sizeof sum);
     }
 }
