@@ -54,7 +54,7 @@ void translate(Call &c, const uint8_t *tables) {
     c.sources = row.count > 1 ? 2 : 1;
     if (row.count > 1)
         c.src[1] = channel.repeating(KIPX_U8, numbers, c);
-    else if (how.set != Set::avx512)
+    else
         row.pieces = pieces_of(tables);
     how.loop = translate_rows_of(how.set)[0], how.params = &row, how.repeats = true;
     rows(c, how);

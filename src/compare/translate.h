@@ -2,9 +2,9 @@
 //
 // Gives    translate(), which looks every byte of a call's source up in the table of its channel.
 // Promises the same bytes on every instruction set. Source and destination may be the same place.
-// Costs    with AVX-512 the table stands in registers and the work goes at the speed of copying;
-//          elsewhere tables of up to three pieces, constant or passing the byte through, are worked
-//          out by comparisons, and other ones by steps of 16 entries (AVX2) or byte by byte.
+// Costs    tables of up to three pieces, constant or passing the byte through, are worked out by
+//          comparisons, at the speed of copying. Others stand in registers with AVX-512, and go in
+//          steps of 16 entries with AVX2, and byte by byte elsewhere.
 #pragma once
 
 #include <cstdint>

@@ -36,6 +36,29 @@ private:
     Vector part_[4];
 };
 
+// A table in two or three pieces: a comparison and a choice for each start.
+template<u32 count> class Pieces {
+public:
+    using Vector = __m512i;
+    explicit Pieces(const TablePieces &p) {
+        for (u32 i = 0; i < count; ++i) keep_[i] = all(p.keep[i]), value_[i] = all(p.value[i]);
+        for (u32 i = 1; i < count; ++i) start_[i] = all(p.start[i - 1]);
+    }
+    Vector of(Vector x) const {
+        Vector out = piece(x, 0);
+        for (u32 i = 1; i < count; ++i)
+            out = _mm512_mask_mov_epi8(out, _mm512_cmpge_epu8_mask(x, start_[i]), piece(x, i));
+        return out;
+    }
+
+private:
+    static Vector all(u8 byte) { return _mm512_set1_epi8(static_cast<char>(byte)); }
+    Vector piece(Vector x, u32 i) const {
+        return _mm512_or_si512(_mm512_and_si512(x, keep_[i]), value_[i]);
+    }
+    Vector keep_[count], value_[count], start_[count];
+};
+
 #elif defined(__AVX2__)
 
 // A table in sixteen steps of sixteen entries. Each step looks up those whose upper half is its own:
@@ -80,40 +103,45 @@ private:
 
 #if defined(__AVX2__)
 
-// Whole vectors; gives the bytes done. numbers: pattern_length table numbers, if there are several.
-template<u32 count>
-size_t vectors(u8 *dst, const u8 *src, const u8 *numbers, size_t n, const u8 *tables,
-               bool streamed) {
-    Table table[count];
-    for (u32 i = 0; i < count; ++i) table[i] = Table(tables + 256 * i);
+// Whole vectors; gives the bytes done. of (x, i): what the vector x at byte i becomes.
+template<class Of> inline size_t vectors(u8 *dst, const u8 *src, size_t n, bool streamed, Of of) {
     size_t done = 0;
-    for (size_t phase = 0; n - done >= Table::width; done += Table::width) {
+    for (; n - done >= Table::width; done += Table::width) {
         prefetch_lines<Table::width>(reinterpret_cast<const char *>(src + done) + read_ahead);
         if (!streamed)
             prefetch_lines<Table::width>(reinterpret_cast<const char *>(dst + done) + write_ahead);
-        auto x = Table::load(src + done);
-        auto out = table[0].of(x);
-        if constexpr (count > 1) {
-            auto channels = Table::load(numbers + phase);
-            for (u32 i = 1; i < count; ++i) out = Table::where(channels, i, table[i].of(x), out);
-            phase = (phase + Table::width) % pattern_length;
-        }
-        Table::store(dst + done, out, streamed);
+        Table::store(dst + done, of(Table::load(src + done), done), streamed);
     }
     return done;
+}
+
+// numbers: pattern_length table numbers, if there are several.
+template<u32 count>
+size_t looked_up(u8 *dst, const u8 *src, const u8 *numbers, size_t n, const u8 *tables,
+                 bool streamed) {
+    Table table[count];
+    for (u32 i = 0; i < count; ++i) table[i] = Table(tables + 256 * i);
+    return vectors(dst, src, n, streamed, [&](Table::Vector x, size_t at) {
+        auto out = table[0].of(x);
+        if constexpr (count > 1) {
+            const auto channels = Table::load(numbers + at % pattern_length);
+            for (u32 i = 1; i < count; ++i) out = Table::where(channels, i, table[i].of(x), out);
+        }
+        return out;
+    });
 }
 
 size_t vectors_of(u32 count, u8 *dst, const u8 *src, const u8 *numbers, size_t n, const u8 *tables,
                   bool streamed) {
     switch (count) {
     case 1:
-        return vectors<1>(dst, src, numbers, n, tables, streamed);
+        return looked_up<1>(dst, src, numbers, n, tables, streamed);
     case 2:
-        return vectors<2>(dst, src, numbers, n, tables, streamed);
+        return looked_up<2>(dst, src, numbers, n, tables, streamed);
     case 3:
-        return vectors<3>(dst, src, numbers, n, tables, streamed);
+        return looked_up<3>(dst, src, numbers, n, tables, streamed);
     default:
-        return vectors<4>(dst, src, numbers, n, tables, streamed);
+        return looked_up<4>(dst, src, numbers, n, tables, streamed);
     }
 }
 
@@ -123,7 +151,14 @@ size_t vectors_of(u32, u8 *, const u8 *, const u8 *, size_t, const u8 *, bool) {
 
 #endif
 
-template<u32 count> void row_of_pieces(u8 *dst, const u8 *src, size_t n, const TablePieces &p) {
+template<u32 count>
+void row_of_pieces(u8 *dst, const u8 *src, size_t n, const TablePieces &p, bool streamed) {
+    size_t done = 0;
+#if defined(__AVX512VBMI__)
+    const Pieces<count> pieces(p);
+    done = vectors(dst, src, n, streamed, [&](__m512i x, size_t) { return pieces.of(x); });
+#endif
+    (void)streamed;
     const u8 first = p.start[0], second = p.start[1];
     const u8 keep[3] = {p.keep[0], p.keep[1], p.keep[2]};
     const u8 value[3] = {p.value[0], p.value[1], p.value[2]};
@@ -132,7 +167,7 @@ template<u32 count> void row_of_pieces(u8 *dst, const u8 *src, size_t n, const T
         return static_cast<u8>(before ^ ((before ^ behind) & -static_cast<s32>(there)));
     };
     KIPX_INDEPENDENT
-    for (size_t i = 0; i < n; ++i) {
+    for (size_t i = done; i < n; ++i) {
         u8 x = src[i], out = from(x >= first, piece(x, 0), piece(x, 1));
         if constexpr (count == 3) out = from(x >= second, out, piece(x, 2));
         dst[i] = out;
@@ -144,15 +179,15 @@ void row(Run run) {
     u8 *dst = static_cast<u8 *>(run.dst);
     const u8 *src = static_cast<const u8 *>(run.src[0]), *tables = how.tables;
     const u8 *numbers = how.count > 1 ? static_cast<const u8 *>(run.src[1]) : nullptr;
-    size_t n = run.n;
+    const size_t n = run.n;
+    const bool streamed = run.writing == Writing::streamed;
     // Neighbours of one number: a channel by itself.
     bool single = !numbers || n < 2 || numbers[0] == numbers[1];
     if (numbers && single) tables += 256 * numbers[0];
     if (!numbers && how.pieces.count)
-        return how.pieces.count == 3 ? row_of_pieces<3>(dst, src, n, how.pieces)
-                                     : row_of_pieces<2>(dst, src, n, how.pieces);
-    size_t i = vectors_of(single ? 1 : how.count, dst, src, numbers, n, tables,
-                          run.writing == Writing::streamed);
+        return how.pieces.count == 3 ? row_of_pieces<3>(dst, src, n, how.pieces, streamed)
+                                     : row_of_pieces<2>(dst, src, n, how.pieces, streamed);
+    size_t i = vectors_of(single ? 1 : how.count, dst, src, numbers, n, tables, streamed);
     for (; i < n; ++i) dst[i] = tables[(single ? 0 : 256 * numbers[i % pattern_length]) + src[i]];
 }
 

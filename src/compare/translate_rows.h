@@ -19,7 +19,7 @@ struct TablePieces {
 struct TranslateRow {
     const uint8_t *tables;
     uint32_t count;
-    TablePieces pieces; // of a single table; left at none where whole tables are as fast
+    TablePieces pieces; // of a single table
 };
 
 KIPX_SET_TABLES(RowLoop, translate_rows, 1)

@@ -90,6 +90,32 @@ int32_t settle_result(const Comparison &given, const Call &c, Chosen &k, Vectors
     return 0;
 }
 
+// An operator as one of the relations that have loops: greater is less with the sources exchanged, and
+// what is not less is greater or equal, if it is no NaN.
+struct Ordering {
+    Relation relation;
+    bool exchanged, opposite;
+};
+static Ordering ordering_of(kipx_cmpop cmpop, bool reals) {
+    switch (operator_of(cmpop)) {
+    case KIPX_CMPOP_EQUAL:
+        return {Relation::equal, false, false};
+    case KIPX_CMPOP_NOT_EQUAL:
+        return reals ? Ordering{Relation::not_equal, false, false}
+                     : Ordering{Relation::equal, false, true};
+    case KIPX_CMPOP_LESS:
+        return {Relation::less, false, false};
+    case KIPX_CMPOP_GREATER:
+        return {Relation::less, true, false};
+    case KIPX_CMPOP_LESS_OR_EQUAL:
+        return reals ? Ordering{Relation::less_or_equal, false, false}
+                     : Ordering{Relation::less, true, true};
+    default:
+        return reals ? Ordering{Relation::less_or_equal, true, false}
+                     : Ordering{Relation::less, false, true};
+    }
+}
+
 void compare(Call &c, const Chosen &k, const Operand &kept) {
     const bool chosen = k.result == Result::chosen;
     Constants values, yes, no;
@@ -101,20 +127,27 @@ void compare(Call &c, const Chosen &k, const Operand &kept) {
                    : marker_of(k.false_values) == source_value ? kept
                                                                : c.dst;
     }
-    // Greater is less with the sources exchanged.
-    const uint32_t op = operator_of(k.cmpop);
-    if (op == KIPX_CMPOP_GREATER || op == KIPX_CMPOP_GREATER_OR_EQUAL)
-        std::swap(c.src[0], c.src[1]);
-    Relation relation = op == KIPX_CMPOP_EQUAL       ? Relation::equal
-                        : op == KIPX_CMPOP_NOT_EQUAL ? Relation::not_equal
-                        : op == KIPX_CMPOP_LESS || op == KIPX_CMPOP_GREATER
-                            ? Relation::less
-                            : Relation::less_or_equal;
+    const uint32_t source = k.pair % compare_sources, dst_size = k.pair / compare_sources;
+    const Ordering ordering = ordering_of(k.cmpop, source == compare_sources - 1);
+    if (ordering.exchanged) std::swap(c.src[0], c.src[1]);
+    if (ordering.opposite && chosen) std::swap(c.src[2], c.src[3]);
     CompareRow row{};
     for (uint32_t i = 0; i < c.sources; ++i) row.repeats[i] = c.src[i].period != 0;
+    row.opposite = ordering.opposite && !chosen;
     Rows how;
     how.set = active_set(c.flags);
-    how.loop = compare_rows_of(how.set)[compare_row_index(k.pair, relation, chosen)];
+    const RowLoop *loops = compare_rows_of(how.set);
+    const uint32_t src_size = compare_source_size[source];
+    const RowLoop mask = loops[mask_row_index(source, ordering.relation, dst_size)];
+    if (!chosen) {
+        how.loop = mask;
+    } else if (src_size == dst_size) {
+        how.loop = loops[chosen_row_index(source, ordering.relation)];
+    } else {
+        how.loop = loops[two_step_row_index];
+        row.mask = mask, row.choice = loops[choice_row_index(dst_size)];
+        row.src_size = 1u << src_size, row.dst_size = 1u << dst_size;
+    }
     how.params = &row, how.repeats = true;
     rows(c, how);
 }
