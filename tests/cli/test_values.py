@@ -66,6 +66,8 @@ class Stats(ProgramCase):
         self.assertRegex(text, r"\n +1 +8 +0 +255 +111\.875 +69\.4846\n")
         drawn = [line.split("|")[1] for line in text.splitlines() if "|" in line]
         self.assertEqual(["".join(column).count("#") for column in zip(*(line.ljust(4) for line in drawn))], [2, 4, 8, 2])
+        for options, ends in (((), ["0", "255"]), (("--bins", "4", "--range", "0,255"), ["0", "255"]), (("--range", "9,20"), ["9", "20"])):
+            self.assertEqual(self.works("stats", "in.npy", *options).splitlines()[-1].split(), ends)
         table = self.works("stats", "in.npy", "--format", "csv").splitlines()
         self.assertEqual(table[1].split(",")[:4], ["1", "8", "0", "255"])
         self.put("nan.npy", as_type(np.full((2, 2), np.nan), "f32"))

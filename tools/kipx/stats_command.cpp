@@ -118,7 +118,11 @@ std::string stats_text(const StatsArguments &given, const StatsResult &found) {
         out += odd ? fmt::format("  {:>10}  {:>10}\n", s.nan, s.infinite) : "\n";
     }
     if (!found.bins) return out;
-    Chart chart{found.bins->low, found.bins->width};
+    // A bin that is one whole number ends with it.
+    const size_t bins = found.bins->counts[0].size();
+    const bool numbers = is_integer(type) && found.bins->width == 1;
+    const double low = found.bins->low;
+    Chart chart{low, low + found.bins->width * double(numbers ? bins - 1 : bins)};
     chart.columns = 68;
     if (given.output == "-" && isatty(STDOUT_FILENO)) {
         const uint32_t room = terminal_size(STDOUT_FILENO).width;

@@ -38,7 +38,7 @@ std::string chart_of(const std::vector<uint32_t> &counts, const Chart &chart) {
     }
     out += fmt::format("{:>{}} +{}\n", "", before_axis, std::string(columns.size(), '-'));
     const std::string low = fmt::format("{:.6g}", chart.low);
-    const std::string high = fmt::format("{:.6g}", chart.low + chart.width * double(bins));
+    const std::string high = fmt::format("{:.6g}", chart.high);
     const size_t room = std::max(columns.size(), low.size() + high.size() + 1);
     out += fmt::format("{:>{}}  {}{:>{}}\n", "", before_axis, low, high, room - low.size());
     return out;

@@ -6,12 +6,12 @@
 #include <vector>
 
 struct Chart {
-    double low = 0, width = 1; // of the first bin, and of every bin
+    double low = 0, high = 1; // the least and the greatest value that the bins may hold
     uint32_t columns = 72, lines = 8;
     bool blocks = false; // eighths of characters as UTF-8; else # and .
 };
 
 // Bins side by side share a column, as many in each, where there are more bins than columns. The
-// highest column fills the lines; one that is not empty shows at least its foot. Below stand the
-// values where the first column begins and the last one ends.
+// highest column fills the lines; one that is not empty shows at least its foot. Below stand low
+// and high.
 std::string chart_of(const std::vector<uint32_t> &counts, const Chart &chart);
