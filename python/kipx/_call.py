@@ -7,7 +7,7 @@ Promises what the library refuses becomes ValueError, TypeError or MemoryError w
 """
 from __future__ import annotations
 
-from collections.abc import Iterator, Sequence
+from collections.abc import Sequence
 from typing import Any, Optional
 
 import numpy as np
@@ -17,7 +17,6 @@ from kipx._arrays import (DTYPES, Image, Roi, channels as channels_of, crop, mas
 from kipx._library import environment, ffi, lib
 
 NULL = ffi.NULL
-_NULLS = [(NULL,) * count for count in range(6)]
 _ARR = ffi.typeof("kipx_arr *")
 
 
@@ -83,51 +82,43 @@ def failure(where: str, code: int, function: Any, flags: int, arguments: Sequenc
 
 
 def each(where: str, function: Any, sources: Sequence[tuple[str, Any]], *, dtype: Any = None,
-         values: Sequence[tuple[str, Any]] = (), nulls: int, tail: tuple[Any, ...] = (),
+         values: Sequence[tuple[str, Any]] = (), nulls: int, tail: Sequence[Any] = (),
          out: Optional[Image] = None, roi: Roi = None, axis: Optional[int] = -1, planes: bool = False,
-         shape: Optional[tuple[int, ...]] = None) -> Image:
+         shape: Optional[tuple[int, ...]] = None, flags: int = 0) -> Image:
     """An operation whose C form is (out, sources, values, nulls null pointers, tail).
 
     sources: (name, array) each, the first leading; "mask" may lack the channels. values: (name, number
     or numbers, one a channel). nulls: the region and the positions, which views stand for. planes:
     whether the C function goes through planes itself. shape: the result's, else the first source's.
     """
-    window = out
-    if roi is not None:
-        sources = [(name, crop(where, np.asarray(value), roi, axis)) for name, value in sources]
-        window = None if out is None else crop(where, out, roi, axis)
-    arrays: list[Image] = []
-    records: list[Any] = []
-    for name, value in sources:
-        if name == "mask":
-            array, record = mask_for(where, value, arrays[0], axis)
-        else:
-            array, record = source(where, name, value, axis)
-            if arrays and shape is None and array.shape != arrays[0].shape:
-                raise ValueError(f"{where}: {name} is {told(array)}; expected shape {arrays[0].shape}, that of "
-                                 f"{sources[0][0]}")
-        arrays.append(array)
-        records.append(record)
-    result, goal = target(where, window, arrays[0].shape if shape is None else shape, dtype, axis)
+    arrays = [(name, crop(where, value if isinstance(value, np.ndarray) else np.asarray(value), roi, axis))
+              for name, value in sources]
+    first = arrays[0][1]
+    described = [mask_for(where, value, first, axis) if name == "mask" else source(where, name, value, axis)
+                 for name, value in arrays]
+    for name, value in arrays[1:]:
+        if value.shape != first.shape and shape is None and name != "mask":
+            raise ValueError(f"{where}: {name} is {told(value)}; expected shape {first.shape}, that of "
+                             f"{arrays[0][0]}")
+    window = None if out is None else crop(where, out, roi, axis)
+    result, goal = target(where, window, first.shape if shape is None else shape, dtype, axis)
     numbers = [vector(where, name, value, channels_of(result, axis)) for name, value in values]
-    behind = (*numbers, *_NULLS[nulls], *tail)
-    if planes or goal.naxes != 4:
-        steps: Any = ((goal, *records),)
+    names = [("out", result), *((name, array) for (name, _), (array, _) in zip(arrays, described))]
+    if goal.naxes == 4 and not planes:
+        _each_plane(where, function, goal, [record for _, record in described], numbers, nulls, tail, flags,
+                    names)
     else:
-        steps = _planes(goal, records)
-    for step in steps:
-        code = function(environment(), 0, *step, *behind)
-        if code < 0:
-            names = [("out", result), *((name, array) for (name, _), array in zip(sources, arrays))]
-            raise failure(where, code, function, 0, (*step, *behind), names)
+        call(where, function, goal, *(record for _, record in described), *numbers, *([NULL] * nulls), *tail,
+             flags=flags, operands=names)
     if out is None:
         return result
-    if result is not window and window is not None and not np.shares_memory(result, window):
+    if window is not None and result is not window and not np.shares_memory(result, window):
         window[...] = result
     return out
 
 
-def _planes(goal: Any, sources: Sequence[Any]) -> Iterator[list[Any]]:
+def _each_plane(where: str, function: Any, goal: Any, sources: Sequence[Any], numbers: Sequence[Any],
+                nulls: int, tail: Sequence[Any], flags: int, names: Sequence[tuple[str, Image]]) -> None:
     """Plane after plane, by descriptors of three axes; those with one plane meet every plane."""
     for plane in range(goal.volume[0]):
         flat = []
@@ -137,4 +128,4 @@ def _planes(goal: Any, sources: Sequence[Any]) -> Iterator[list[Any]]:
                 part.base = ffi.cast("char *", part.base) + plane * part.strides[0]
             part.volume[0], part.naxes = 1, 3
             flat.append(part)
-        yield flat
+        call(where, function, *flat, *numbers, *([NULL] * nulls), *tail, flags=flags, operands=names)

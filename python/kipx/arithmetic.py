@@ -135,8 +135,6 @@ def _goal(dtype: Any, out: Optional[Image], *sources: Any) -> Any:
     """The result's dtype: what is asked for, else `out`'s own (told by None), else the wider source's."""
     if dtype is not None:
         return np.dtype(dtype)
-    if out is None and all(_dtype(value) is _dtype(sources[0]) for value in sources):
-        return _dtype(sources[0]).newbyteorder("=")
     return None if out is not None else _wider(*(_dtype(value) for value in sources)).newbyteorder("=")
 
 

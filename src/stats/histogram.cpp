@@ -66,6 +66,7 @@ BinRule rule_of(const kipx_histogram &h, const kipx_vrange *range, uint32_t type
 // As the row loops do.
 uint32_t bin_of(const BinRule &r, double value) {
     if (!(value >= r.least && value <= r.most)) return r.bins;
+    if (r.direct) return static_cast<uint32_t>(value - r.low);
     const double t = (value - r.low) / r.width, last = r.bins - 1;
     return static_cast<uint32_t>(t > 0 ? std::min(t, last) : 0);
 }

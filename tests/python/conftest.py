@@ -2,10 +2,9 @@
 import sys
 import tempfile
 
-from hypothesis import Phase, configuration, settings
+from hypothesis import configuration, settings
 
 sys.dont_write_bytecode = True
 configuration.set_hypothesis_home_dir(tempfile.gettempdir())
-settings.register_profile("kipx", database=None, deadline=None, derandomize=True, max_examples=12,
-                          phases=(Phase.explicit, Phase.generate))
+settings.register_profile("kipx", database=None, deadline=None, derandomize=True, max_examples=12)
 settings.load_profile("kipx")
