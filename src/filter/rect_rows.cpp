@@ -84,7 +84,7 @@ template<class Op, size_t loads, bool fresh> struct Places {
         Part of[loads];
     };
     Parts parts(ptrdiff_t x) const {
-        Parts p;
+        Parts p = {};
         for (size_t i = 0; i < loads; ++i)
             p.of[i] = Part::of(there.begin - x - at[i], there.end - x - at[i]);
         return p;
@@ -282,7 +282,8 @@ template<class Op, size_t size> void down_square(const DownRows &given) {
     const size_t count = given.results + size - 1;
     DownRows r = given;
     for (size_t y = 0; y < given.results; y += size) {
-        const char *const *rows = given.rows + y, *padded[2 * size - 1];
+        const char *const *rows = given.rows + y;
+        const char *padded[2 * size - 1];
         r.group = lower_of(size, given.results - y);
         if (r.group < size) {
             for (size_t i = 0; i < 2 * size - 1; ++i)
@@ -312,7 +313,8 @@ constexpr RectLoops loops = {along<Op>, down<Op>, frequent<typename Op::Element>
 constexpr RectSet make_set() {
     RectSet set{most_growth, {}};
 #define KIPX_RECT_ROW(T, ...)                                                                      \
-    set.loops[KIPX_CODE_##T][0] = loops<Smaller<T>>, set.loops[KIPX_CODE_##T][1] = loops<Larger<T>>;
+    set.loops[KIPX_CODE_##T][0] = loops<Smaller<T>>;                                               \
+    set.loops[KIPX_CODE_##T][1] = loops<Larger<T>>;
     KIPX_RECT_TYPES(KIPX_RECT_ROW)
 #undef KIPX_RECT_ROW
     return set;
