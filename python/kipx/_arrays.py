@@ -100,7 +100,7 @@ def _admit(where: str, name: str, value: Any, axis: Optional[int]) -> tuple[Imag
             return _admit(where, name, array.astype(array.dtype.newbyteorder("="), order="C"), axis)
         if len(_templates) > 4000:
             _templates.clear()
-        _templates[key] = template
+        _templates[key] = template = template[0]
     return array, template
 
 
@@ -113,8 +113,11 @@ def source(where: str, name: str, value: Any, axis: Optional[int] = -1) -> tuple
             array, template = _admit(where, name, value, axis)
     else:
         array, template = _admit(where, name, value, axis)
-    record = ffi.new(_ARR, template[0])
-    record.base = ffi.cast(_VOID, array.__array_interface__["data"][0])
+    record = ffi.new(_ARR, template)
+    try:
+        record.base = ffi.from_buffer(array)  # the sooner way, for adjacent elements
+    except (ValueError, BufferError):
+        record.base = ffi.cast(_VOID, array.__array_interface__["data"][0])
     return array, record
 
 
@@ -188,8 +191,9 @@ def mask_for(where: str, mask: Any, image: Image, axis: Optional[int]) -> tuple[
 
 def is_constant(value: Any) -> bool:
     """Whether an operand is a number, or a number per channel."""
-    return not isinstance(value, np.ndarray) and (np.isscalar(value) or isinstance(value, (list, tuple))
-                                                  ) or isinstance(value, np.ndarray) and value.ndim < 2
+    if isinstance(value, np.ndarray):
+        return value.ndim < 2
+    return np.isscalar(value) or isinstance(value, (list, tuple))
 
 
 def vector(where: str, name: str, value: Any, count: int) -> Any:
@@ -208,6 +212,8 @@ def vector(where: str, name: str, value: Any, count: int) -> Any:
 
 def whole(where: str, name: str, value: Any, low: int, high: int) -> int:
     """An argument that has to be a whole number of a range."""
+    if type(value) is int and low <= value <= high:
+        return value
     try:
         number = int(value.__index__())
     except (AttributeError, TypeError):

@@ -7,17 +7,19 @@ Promises what the library refuses becomes ValueError, TypeError or MemoryError w
 """
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
 from typing import Any, Optional
 
 import numpy as np
 
-from kipx._arrays import (DTYPES, Image, Roi, channels as channels_of, crop, mask_for, source, target, told,
+from kipx._arrays import (_templates, DTYPES, Image, Roi, channels as channels_of, crop, mask_for, source, target, told,
                           vector)
-from kipx._library import environment, ffi, lib
+from kipx._library import _local, environment, ffi, lib
 
 NULL = ffi.NULL
-_ARR = ffi.typeof("kipx_arr *")
+_NULLS = [(NULL,) * count for count in range(6)]
+_ARR, _BYTES = ffi.typeof("kipx_arr *"), ffi.typeof("char[]")
+_new, _from_buffer = ffi.new, ffi.from_buffer
 
 
 def call(where: str, function: Any, *arguments: Any, flags: int = 0,
@@ -81,44 +83,77 @@ def failure(where: str, code: int, function: Any, flags: int, arguments: Sequenc
     return ValueError(f"{where}: {sentence}; {what}")
 
 
+def swift(function: Any, arrays: tuple[Any, ...], out: Optional[Image], axis: Optional[int],
+          behind: tuple[Any, ...]) -> Optional[Image]:
+    """The short way of `each`, for small images: arrays of one shape, adjacent elements and known layouts,
+    with 3 axes. None where the long way has to look, also at what is wrong."""
+    lead = arrays[0]
+    if axis is None or type(lead) is not np.ndarray or lead.ndim > 3:
+        return None
+    shape, dtype = lead.shape, lead.dtype
+    result: Any = np.empty(shape, dtype) if out is None else out
+    records = []
+    for array in (result, *arrays):
+        if type(array) is not np.ndarray or array.shape != shape or out is None and array.dtype is not dtype:
+            return None
+        template = _templates.get((shape, array.strides, array.dtype, axis))
+        if template is None:
+            return None
+        record = _new(_ARR, template)
+        try:
+            record.base = _from_buffer(_BYTES, array, array is result)
+        except (ValueError, BufferError):
+            return None
+        records.append(record)
+    return result if function(_local.record, 0, *records, *behind) == 0 else None
+
+
 def each(where: str, function: Any, sources: Sequence[tuple[str, Any]], *, dtype: Any = None,
-         values: Sequence[tuple[str, Any]] = (), nulls: int, tail: Sequence[Any] = (),
+         values: Sequence[tuple[str, Any]] = (), nulls: int, tail: tuple[Any, ...] = (),
          out: Optional[Image] = None, roi: Roi = None, axis: Optional[int] = -1, planes: bool = False,
-         shape: Optional[tuple[int, ...]] = None, flags: int = 0) -> Image:
+         shape: Optional[tuple[int, ...]] = None) -> Image:
     """An operation whose C form is (out, sources, values, nulls null pointers, tail).
 
     sources: (name, array) each, the first leading; "mask" may lack the channels. values: (name, number
     or numbers, one a channel). nulls: the region and the positions, which views stand for. planes:
     whether the C function goes through planes itself. shape: the result's, else the first source's.
     """
-    arrays = [(name, crop(where, value if isinstance(value, np.ndarray) else np.asarray(value), roi, axis))
-              for name, value in sources]
-    first = arrays[0][1]
-    described = [mask_for(where, value, first, axis) if name == "mask" else source(where, name, value, axis)
-                 for name, value in arrays]
-    for name, value in arrays[1:]:
-        if value.shape != first.shape and shape is None and name != "mask":
-            raise ValueError(f"{where}: {name} is {told(value)}; expected shape {first.shape}, that of "
-                             f"{arrays[0][0]}")
-    window = None if out is None else crop(where, out, roi, axis)
-    result, goal = target(where, window, first.shape if shape is None else shape, dtype, axis)
+    window = out
+    if roi is not None:
+        sources = [(name, crop(where, np.asarray(value), roi, axis)) for name, value in sources]
+        window = None if out is None else crop(where, out, roi, axis)
+    arrays: list[Image] = []
+    records: list[Any] = []
+    for name, value in sources:
+        if name == "mask":
+            array, record = mask_for(where, value, arrays[0], axis)
+        else:
+            array, record = source(where, name, value, axis)
+            if arrays and shape is None and array.shape != arrays[0].shape:
+                raise ValueError(f"{where}: {name} is {told(array)}; expected shape {arrays[0].shape}, that of "
+                                 f"{sources[0][0]}")
+        arrays.append(array)
+        records.append(record)
+    result, goal = target(where, window, arrays[0].shape if shape is None else shape, dtype, axis)
     numbers = [vector(where, name, value, channels_of(result, axis)) for name, value in values]
-    names = [("out", result), *((name, array) for (name, _), (array, _) in zip(arrays, described))]
-    if goal.naxes == 4 and not planes:
-        _each_plane(where, function, goal, [record for _, record in described], numbers, nulls, tail, flags,
-                    names)
+    behind = (*numbers, *_NULLS[nulls], *tail)
+    if planes or goal.naxes != 4:
+        steps: Any = ((goal, *records),)
     else:
-        call(where, function, goal, *(record for _, record in described), *numbers, *([NULL] * nulls), *tail,
-             flags=flags, operands=names)
+        steps = _planes(goal, records)
+    for step in steps:
+        code = function(environment(), 0, *step, *behind)
+        if code < 0:
+            names = [("out", result), *((name, array) for (name, _), array in zip(sources, arrays))]
+            raise failure(where, code, function, 0, (*step, *behind), names)
     if out is None:
         return result
-    if window is not None and result is not window and not np.shares_memory(result, window):
+    if result is not window and window is not None and not np.shares_memory(result, window):
         window[...] = result
     return out
 
 
-def _each_plane(where: str, function: Any, goal: Any, sources: Sequence[Any], numbers: Sequence[Any],
-                nulls: int, tail: Sequence[Any], flags: int, names: Sequence[tuple[str, Image]]) -> None:
+def _planes(goal: Any, sources: Sequence[Any]) -> Iterator[list[Any]]:
     """Plane after plane, by descriptors of three axes; those with one plane meet every plane."""
     for plane in range(goal.volume[0]):
         flat = []
@@ -128,4 +163,4 @@ def _each_plane(where: str, function: Any, goal: Any, sources: Sequence[Any], nu
                 part.base = ffi.cast("char *", part.base) + plane * part.strides[0]
             part.volume[0], part.naxes = 1, 3
             flat.append(part)
-        call(where, function, *flat, *numbers, *([NULL] * nulls), *tail, flags=flags, operands=names)
+        yield flat

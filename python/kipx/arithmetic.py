@@ -11,7 +11,7 @@ import numpy as np
 from numpy.typing import DTypeLike
 
 from kipx._arrays import Image, Roi, Values, channels, crop, is_constant, told, whole
-from kipx._call import each
+from kipx._call import each, swift
 from kipx._library import ffi, lib
 
 __all__ = ["add", "addq", "addsq", "sub", "subq", "subsq", "rsub", "rsubq", "rsubsq", "mul", "div", "divr",
@@ -135,6 +135,8 @@ def _goal(dtype: Any, out: Optional[Image], *sources: Any) -> Any:
     """The result's dtype: what is asked for, else `out`'s own (told by None), else the wider source's."""
     if dtype is not None:
         return np.dtype(dtype)
+    if out is None and all(_dtype(value) is _dtype(sources[0]) for value in sources):
+        return _dtype(sources[0]).newbyteorder("=")
     return None if out is not None else _wider(*(_dtype(value) for value in sources)).newbyteorder("=")
 
 
@@ -188,10 +190,15 @@ def _binary(name: str, mirror: str, c: str, what: str, answer: str) -> Binary:
     straight, constant = getattr(lib, f"Kipx{c}"), getattr(lib, f"Kipx{c}C")
     turned = getattr(lib, "Kipx" + next(row[2] for row in _BINARY if row[0] == mirror) + "C")
     divisor = {"div": "b", "rdiv": "a"}.get(name)
+    nowhere = (ffi.NULL,) * 3  # the region and the positions
 
     def function(a: Any, b: Any, *, scale: int = 0, dtype: Optional[DTypeLike] = None,
                  out: Optional[Image] = None, roi: Roi = None, channel_axis: Optional[int] = -1) -> Image:
         tail = whole(where, "scale", scale, -31, 63), 0
+        if roi is None and dtype is None and type(b) is np.ndarray and not divisor:
+            found = swift(straight, (a, b), out, channel_axis, (*nowhere, *tail))
+            if found is not None:
+                return found
         image, other, exchanged = _operands(where, a, b)
         if divisor and all(_dtype(v).kind in "iu" for v in (a, b) if not is_constant(v)):
             _refuse_zeros(where, divisor, b if divisor == "b" else a, roi, channel_axis)

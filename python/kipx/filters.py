@@ -201,20 +201,32 @@ def _rectangle(name: str, c: str, what: str, _: str) -> Rectangle:
 minimum_filter, maximum_filter, uniform_filter = (_rectangle(*row) for row in _RECTANGLES)
 
 
-def gaussian(image: Any, sigma: Any = 1.0, *, truncate: float = 3.0, size: Any = None, anchor: Any = None,
-             mode: str = "nearest", mask: Any = None, out: Optional[Image] = None, roi: Roi = None,
-             channel_axis: Optional[int] = -1) -> Image:
-    where = "kipx.gaussian"
-    border = choice(where, "mode", mode, BORDERS)
+def _sigmas(where: str, sigma: Any) -> tuple[float, float]:
     try:
         down, across = (float(s) for s in (sigma if np.ndim(sigma) else (sigma, sigma)))
     except (TypeError, ValueError):
         raise TypeError(f"{where}: sigma is {told(sigma)}; expected a number, or one of rows and one of columns"
                         ) from None
-    if not (0 < down < 2**20 and 0 < across < 2**20 and 0 < truncate < 100):
-        raise ValueError(f"{where}: sigma is {told(sigma)}, truncate is {truncate}; expected positive numbers")
-    if size is None:
-        size = tuple(2 * int(truncate * s + 0.5) + 1 for s in (down, across))
+    if not (0 < down < 2**20 and 0 < across < 2**20):
+        raise ValueError(f"{where}: sigma is {told(sigma)}; expected positive numbers")
+    return down, across
+
+
+def gaussian_size(where: str, sigma: Any, truncate: Any) -> tuple[int, int]:
+    """Height and width of the window that `gaussian` uses where none is given."""
+    if not isinstance(truncate, (int, float, np.number)) or not 0 < truncate < 100:
+        raise ValueError(f"{where}: truncate is {told(truncate)}; expected a positive number")
+    rows, columns = (2 * int(truncate * s + 0.5) + 1 for s in _sigmas(where, sigma))
+    return rows, columns
+
+
+def gaussian(image: Any, sigma: Any = 1.0, *, truncate: float = 3.0, size: Any = None, anchor: Any = None,
+             mode: str = "nearest", mask: Any = None, out: Optional[Image] = None, roi: Roi = None,
+             channel_axis: Optional[int] = -1) -> Image:
+    where = "kipx.gaussian"
+    border = choice(where, "mode", mode, BORDERS)
+    down, across = _sigmas(where, sigma)
+    size = gaussian_size(where, sigma, truncate) if size is None else size
     shape = _shape(where, size, anchor)
     if shape.volume[1] * shape.volume[2] == 1:
         return _run(where, lib.KipxFilter, image, (lib.KIPX_FILTER_COPY, NULL), mask, out, roi, channel_axis)

@@ -2,9 +2,10 @@
 import sys
 import tempfile
 
-from hypothesis import configuration, settings
+from hypothesis import Phase, configuration, settings
 
 sys.dont_write_bytecode = True
 configuration.set_hypothesis_home_dir(tempfile.gettempdir())
-settings.register_profile("kipx", database=None, deadline=None, derandomize=True, max_examples=12)
+settings.register_profile("kipx", database=None, deadline=None, derandomize=True, max_examples=8,
+                          phases=(Phase.explicit, Phase.generate))
 settings.load_profile("kipx")

@@ -13,7 +13,7 @@ import pytest
 from kipx import raw
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-MODULES = ("_library", "raw", "arithmetic", "filters", "stable", "statistics", "trees", "values")
+MODULES = ("_library", "raw", "arithmetic", "dask", "filters", "stable", "statistics", "trees", "values")
 
 
 @pytest.mark.parametrize("name", MODULES)
@@ -98,7 +98,7 @@ def test_the_lock_is_released():
         other.join()
 
 
-@pytest.mark.parametrize("path", ["README.md", "python/README.md"])
+@pytest.mark.parametrize("path", ["README.md", "python/README.md", "docs/python.md"])
 def test_read_me(path):
     """The Python examples of the first pages give what they show."""
     ran = doctest.testfile(os.path.join(ROOT, path), module_relative=False, encoding="utf-8")
