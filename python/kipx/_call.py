@@ -12,8 +12,8 @@ from typing import Any, Optional
 
 import numpy as np
 
-from kipx._arrays import (_templates, DTYPES, Image, Roi, channels as channels_of, crop, mask_for, source, target, told,
-                          vector)
+from kipx._arrays import (DTYPES, Image, Roi, _templates, channels as channels_of, crop, mask_for, source,
+                          target, told, vector)
 from kipx._library import _local, environment, ffi, lib
 
 NULL = ffi.NULL
