@@ -395,4 +395,45 @@ TEST(StatisticsCalls, RefuseWithoutWriting) {
     EXPECT_EQ(answer(good), KIPX_EINVAL);
 }
 
+// The levels below read the same region, from an origin or from where it starts.
+TEST(StatisticsLevels, AgreeWithThePublicFunctions) {
+    Rng rng(11);
+    Environment xe;
+    const Shape shape{KIPX_S16, 40, 12, 3};
+    GuardedArray src(shape), mask({KIPX_U8, 40, 12, 3});
+    src.fill(rng);
+    mask.for_each([&](At at) { mask.set_integer(at, rng.one_in(3) ? 0 : 9); });
+    const kipx_arr *s = src.arr(), *m = mask.arr();
+    const kipx_site roi = rectangle(3, 2, 20, 5);
+    const uint32_t origin[] = {2, 3, 0}, extent[] = {5, 20, s->volume[3]};
+    const auto agree = [&](auto whole, auto array, auto typed, auto &out, auto... tail) {
+        ASSERT_EQ(whole(xe, 0, s, m, &roi, nullptr, tail...), 0);
+        const auto must = out;
+        out = {};
+        ASSERT_EQ(array(xe, 0, 3, extent, s->type, src.address({}), origin, s->strides + 1, m->type,
+                        mask.address({}), nullptr, m->strides + 1, tail...),
+                  0);
+        EXPECT_EQ(std::memcmp(&out, &must, sizeof out), 0);
+        out = {};
+        ASSERT_EQ(typed(xe, 0, 3, extent, s->type, src.address({2, 3, 0, 0}), s->strides + 1,
+                        m->type, mask.address({}), m->strides + 1, tail...),
+                  0);
+        EXPECT_EQ(std::memcmp(&out, &must, sizeof out), 0);
+    };
+    std::array<double, 6> numbers{};
+    std::array<kipx_vrange, 3> ranges{};
+    std::array<uint64_t, 3> found{};
+    std::array<std::array<uint32_t, 300>, 3> counts{};
+    kipx_histogram h[3];
+    for (int c = 0; c < 3; c++) h[c] = {-32768, 220, 0, 300, counts[c].data()};
+    const double limits[] = {5, -900, 70};
+    const kipx_site all = rectangle(0, 0, 15, 4);
+    agree(KipxSum, kipxa_sum, kipxa__sum, numbers, numbers.data());
+    agree(KipxMean, kipxa_mean, kipxa__mean, numbers, numbers.data(), numbers.data() + 3);
+    agree(KipxMinmax, kipxa_minmax, kipxa__minmax, ranges, ranges.data());
+    agree(KipxHistogram, kipxa_histogram, kipxa__histogram, counts, nullptr, h);
+    agree(KipxCountRelBox, kipxa_countrelbox, kipxa__countrelbox, found, 4, limits, &all, 1u,
+          found.data());
+}
+
 } // namespace
