@@ -1,7 +1,9 @@
-// convert/convert_avx512.h - scaled conversion in registers: sixteen elements as two vectors of
-// binary64, and back. For convert_rows.cpp.
+// convert/convert_avx512.h - conversion in registers. For convert_rows.cpp.
 //
-// Promises the bits of the plain form: products and sums in binary64, to nearest even, saturated.
+// Gives    scaled_in_registers(), sixteen elements as two vectors of binary64, and back;
+//          narrowed_in_registers(), a vector into a shorter one.
+// Promises the bits of the plain form: products and sums in binary64, to nearest even, saturated, NaN
+//          to 0.
 #pragma once
 
 #include "core/lanes.h"
@@ -93,24 +95,82 @@ inline void scale_pairs(char *to, const char *from, size_t n, __m512d factor, __
     }
 }
 
-// Returns how many elements are done, all whole sixteens; those of whole lines, where streamed.
-template<class D, class S>
-inline size_t scaled_in_registers(void *dst, const void *src, size_t n, f64 scale, f64 shift,
-                                  bool streamed) {
-    const __m512d factor = _mm512_set1_pd(scale), summand = _mm512_set1_pd(shift);
+// convert (to, from, n) with n elements, whole thirty-twos. Returns how many are done; those of whole
+// lines, where streamed.
+template<class D, class S, class Convert>
+inline size_t in_registers(void *dst, const void *src, size_t n, bool streamed, Convert convert) {
     char *to = static_cast<char *>(dst);
     const char *from = static_cast<const char *>(src);
     constexpr size_t block = 256 / sizeof(D);
     if (!streamed) {
-        scale_pairs<D, S>(to, from, n / 16 * 16, factor, summand);
-        return n / 16 * 16;
+        convert(to, from, n / 32 * 32);
+        return n / 32 * 32;
     }
     for (size_t i = 0; n - i >= block; i += block) {
         alignas(64) char out[256];
-        scale_pairs<D, S>(out, from + i * sizeof(S), block, factor, summand);
+        convert(out, from + i * sizeof(S), block);
         for (size_t k = 0; k < 256; k += 64) stream_line(to + i * sizeof(D) + k, out + k);
     }
     return n / block * block;
+}
+
+template<class D, class S>
+inline size_t scaled_in_registers(void *dst, const void *src, size_t n, f64 scale, f64 shift,
+                                  bool streamed) {
+    const __m512d factor = _mm512_set1_pd(scale), summand = _mm512_set1_pd(shift);
+    return in_registers<D, S>(dst, src, n, streamed, [=](char *to, const char *from, size_t some) {
+        scale_pairs<D, S>(to, from, some, factor, summand);
+    });
+}
+
+// Pairs that the processor narrows by one instruction, saturated.
+template<class D, class S>
+inline constexpr bool
+    narrowed = (same<S, f32> && !floating<D> && (sizeof(D) < 4 || same<D, s32>)) ||
+               (same<S, s32> && sizeof(D) < 4) || (same<S, s16> && sizeof(D) == 1);
+
+// To nearest, NaN to 0; at the top as far as D goes. What lies below all words becomes the least one.
+template<class D> inline __m512i words_of(__m512 x) {
+    const __mmask16 numbers = _mm512_cmp_ps_mask(x, x, _CMP_ORD_Q);
+    if constexpr (same<D, s32>)
+        return _mm512_mask_mov_epi32(_mm512_maskz_cvtps_epi32(numbers, x),
+                                     _mm512_cmp_ps_mask(x, _mm512_set1_ps(0x1p31f), _CMP_GE_OQ),
+                                     _mm512_set1_epi32(INT32_MAX));
+    return _mm512_maskz_cvtps_epi32(
+        numbers, _mm512_min_ps(x, _mm512_set1_ps(static_cast<f32>(Range<D>::high))));
+}
+
+// Signed words, saturated.
+template<class D> inline void store_words(char *to, __m512i words) {
+    if constexpr (Range<D>::low == 0) words = _mm512_max_epi32(words, _mm512_setzero_si512());
+    if constexpr (same<D, s32>) _mm512_storeu_si512(to, words);
+    __m256i *const half = reinterpret_cast<__m256i *>(to);
+    if constexpr (same<D, s16>) _mm256_storeu_si256(half, _mm512_cvtsepi32_epi16(words));
+    if constexpr (same<D, u16>) _mm256_storeu_si256(half, _mm512_cvtusepi32_epi16(words));
+    __m128i *const quarter = reinterpret_cast<__m128i *>(to);
+    if constexpr (same<D, s8>) _mm_storeu_si128(quarter, _mm512_cvtsepi32_epi8(words));
+    if constexpr (same<D, u8>) _mm_storeu_si128(quarter, _mm512_cvtusepi32_epi8(words));
+}
+
+template<class D, class S> inline void narrow_vectors(char *to, const char *from, size_t n) {
+    constexpr size_t lanes = 64 / sizeof(S);
+    for (size_t i = 0; i < n; i += lanes, from += 64, to += lanes * sizeof(D)) {
+        __m512i x = _mm512_loadu_si512(from);
+        if constexpr (same<S, f32>) {
+            store_words<D>(to, words_of<D>(_mm512_castsi512_ps(x)));
+        } else if constexpr (same<S, s32>) {
+            store_words<D>(to, x);
+        } else {
+            if constexpr (same<D, u8>) x = _mm512_max_epi16(x, _mm512_setzero_si512());
+            _mm256_storeu_si256(reinterpret_cast<__m256i *>(to),
+                                same<D, u8> ? _mm512_cvtusepi16_epi8(x) : _mm512_cvtsepi16_epi8(x));
+        }
+    }
+}
+
+template<class D, class S>
+inline size_t narrowed_in_registers(void *dst, const void *src, size_t n, bool streamed) {
+    return in_registers<D, S>(dst, src, n, streamed, narrow_vectors<D, S>);
 }
 
 } // namespace kipx::KIPX_SET

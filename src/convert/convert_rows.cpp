@@ -53,9 +53,15 @@ template<class D, class S> D converted(S x) {
 }
 
 template<class D, class S> void row(Run run) {
-    row_of_elements<D, S, S>(run.dst, run.src[0], run.src[0], run.n,
-                             run.writing == Writing::streamed,
-                             [](S x, S) { return converted<D>(x); });
+    const bool streamed = run.writing == Writing::streamed;
+    size_t done = 0;
+#if defined(__AVX512F__)
+    if constexpr (narrowed<D, S>)
+        done = narrowed_in_registers<D, S>(run.dst, run.src[0], run.n, streamed);
+#endif
+    const char *from = static_cast<const char *>(run.src[0]) + done * sizeof(S);
+    row_of_elements<D, S, S>(static_cast<char *>(run.dst) + done * sizeof(D), from, from,
+                             run.n - done, streamed, [](S x, S) { return converted<D>(x); });
 }
 
 template<class D> void narrow(Run run) {
