@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -29,7 +30,7 @@ std::string chart_of(const std::vector<uint32_t> &counts, const Chart &chart) {
         out += fmt::format("{:>{}} |", first ? top : line == 0 ? "0" : "", before_axis);
         for (const uint64_t count : columns) {
             const double height = most ? double(count) / double(most) * chart.lines * 8 : 0;
-            const auto eighths = std::max<uint64_t>(uint64_t(height + 0.5), count > 0);
+            const auto eighths = std::max<uint64_t>(std::lround(height), count > 0);
             out += character(std::min<uint64_t>(eighths - std::min<uint64_t>(eighths, line * 8), 8),
                              chart.blocks);
         }
