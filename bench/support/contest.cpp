@@ -12,9 +12,7 @@ namespace kipx::bench {
 namespace {
 
 unsigned char *pixels_of(uint32_t bytes, Size size, int role) {
-    static const uint32_t types[9] = {0, KIPX_U8, KIPX_U16, 0, KIPX_U32, 0, 0, 0, KIPX_U64};
-    return bytes ? static_cast<unsigned char *>(image(types[bytes & 15], size, role)->base)
-                 : nullptr;
+    return bytes ? static_cast<unsigned char *>(image(KIPX_U8, size, role, bytes)->base) : nullptr;
 }
 
 } // namespace
