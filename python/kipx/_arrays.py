@@ -137,6 +137,17 @@ def target(where: str, out: Optional[Image], shape: tuple[int, ...], dtype: Any,
     return source(where, "out", out, axis)
 
 
+def put_back(result: Image, out: Image) -> None:
+    """What was made in a copy, because no descriptor can say `out`'s strides or byte order, goes into it."""
+    if result is not out and not np.may_share_memory(result, out):
+        out[...] = result
+
+
+def check_mask_has_out(where: str, mask: Any, out: Optional[Image]) -> None:
+    if mask is not None and out is None:
+        raise ValueError(f"{where}: out is None; expected an array whose elements stay where mask is 0")
+
+
 def region(where: str, roi: Roi, height: int, width: int) -> tuple[int, int, int, int]:
     """The first row and column of a region, and the ones behind its last."""
     try:

@@ -12,8 +12,8 @@ from typing import Any, Optional
 
 import numpy as np
 
-from kipx._arrays import (DTYPES, Image, Roi, _templates, channels as channels_of, crop, mask_for, source,
-                          target, told, vector)
+from kipx._arrays import (DTYPES, Image, Roi, _templates, channels as channels_of, crop, mask_for, put_back,
+                          source, target, told, vector)
 from kipx._library import _local, environment, ffi, lib
 
 NULL = ffi.NULL
@@ -148,8 +148,7 @@ def each(where: str, function: Any, sources: Sequence[tuple[str, Any]], *, dtype
             raise failure(where, code, function, 0, (*step, *behind), names)
     if out is None:
         return result
-    if result is not window and window is not None and not np.shares_memory(result, window):
-        window[...] = result
+    put_back(result, out if window is None else window)
     return out
 
 

@@ -264,7 +264,7 @@ def _ternary(name: str, c_name: str, what: str, answer: str) -> Ternary:
         values = [(key, value) for key, value in (("b", b), ("c", c)) if is_constant(value)]
         if is_constant(a) or len(values) == 1 and values[0][0] == "c":
             raise TypeError(f"{where}: a is {told(a)}, b is {told(b)}, c is {told(c)}; expected an array for "
-                            "a, and for b where c is a number an array's place is c")
+                            "a; of b and c a number for both or for b alone")
         goal = _goal(dtype, out, *(value for _, value in images))
         return each(where, (three, two, one)[len(values)], images, values=values, nulls=1 + len(images),
                     tail=(whole(where, "scale", scale, -31, 63), 0), out=out, roi=roi, axis=channel_axis,

@@ -10,7 +10,8 @@ from typing import Any, Optional, Protocol
 
 import numpy as np
 
-from kipx._arrays import Image, Roi, Values, channels, choice, mask_for, region, source, target, told, vector, _axes
+from kipx._arrays import (Image, Roi, Values, channels, check_mask_has_out, choice, mask_for, put_back, region,
+                          source, target, told, vector, _axes)
 from kipx._call import NULL, call
 from kipx._library import ffi, lib
 from kipx.values import BORDERS, _pair
@@ -40,15 +41,13 @@ def _run(where: str, function: Any, image: Any, arguments: tuple[Any, ...], mask
         goal.volume[1], goal.volume[2] = bottom, right
     stencil, operands = NULL, [("image", array), ("out", result)]
     if mask is not None:
-        if out is None:
-            raise ValueError(f"{where}: out is None; expected an array whose elements stay where mask is 0")
+        check_mask_has_out(where, mask, out)
         cut, stencil = mask_for(where, mask, array, axis)
         operands.append(("mask", cut))
     call(where, function, record, goal, stencil, site, *arguments, flags=flags, operands=operands)
     if out is None:
         return result
-    if not np.shares_memory(result, out):
-        out[...] = result
+    put_back(result, out)
     return out
 
 
@@ -159,17 +158,16 @@ def _morphology(name: str, c: str, what: str, answer: str) -> Morphology:
     _morphology(*row) for row in _MORPHOLOGY)
 
 _RECTANGLES = (
-    ("minimum_filter", "KIPX_FILTER_MIN", "Least element of a rectangle.", ""),
-    ("maximum_filter", "KIPX_FILTER_MAX", "Greatest element of a rectangle.", ""),
-    ("uniform_filter", "KIPX_FILTER_BOX", "Mean of a rectangle, to nearest, ties to even.", ""),
+    ("minimum_filter", "KIPX_FILTER_MIN", "Least element of a rectangle.",
+     "[0, 0, 0, 0, 0],\n           [0, 0, 0, 0, 0],\n           [0, 0, 0, 0, 0]"),
+    ("maximum_filter", "KIPX_FILTER_MAX", "Greatest element of a rectangle.",
+     "[9, 9, 9, 9, 9],\n           [9, 9, 9, 9, 9],\n           [9, 9, 9, 9, 9]"),
+    ("uniform_filter", "KIPX_FILTER_BOX", "Mean of a rectangle, to nearest, ties to even.",
+     "[1, 4, 5, 4, 1],\n           [1, 4, 5, 4, 1],\n           [1, 4, 5, 4, 1]"),
 )
-_RECTANGLE_ANSWERS = {
-    "minimum_filter": "[0, 0, 0, 0, 0],\n           [0, 0, 0, 0, 0],\n           [0, 0, 0, 0, 0]",
-    "maximum_filter": "[9, 9, 9, 9, 9],\n           [9, 9, 9, 9, 9],\n           [9, 9, 9, 9, 9]",
-    "uniform_filter": "[1, 4, 5, 4, 1],\n           [1, 4, 5, 4, 1],\n           [1, 4, 5, 4, 1]"}
 
 
-def _rectangle(name: str, c: str, what: str, _: str) -> Rectangle:
+def _rectangle(name: str, c: str, what: str, answer: str) -> Rectangle:
     where, number = f"kipx.{name}", getattr(lib, c)
 
     def function(image: Any, size: Any = 3, *, anchor: Any = None, mode: str = "nearest", mask: Any = None,
@@ -194,7 +192,7 @@ def _rectangle(name: str, c: str, what: str, _: str) -> Rectangle:
     mode : {{"nearest", "constant", "wrap", "reflect", "symmetric"}}, default "nearest"
         How the image goes on, with the names of numpy.pad ("constant" is 0). Minimum and maximum look at
         the image alone.
-""" + _COMMON.format(name=name, arguments=", 3", answer=_RECTANGLE_ANSWERS[name])
+""" + _COMMON.format(name=name, arguments=", 3", answer=answer)
     return function
 
 

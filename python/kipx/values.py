@@ -9,8 +9,8 @@ from typing import Any, Optional
 import numpy as np
 from numpy.typing import DTypeLike
 
-from kipx._arrays import (Image, Roi, Values, channels, choice, crop, is_constant, mask_for, source,
-                          target, told, vector, whole, _axes)
+from kipx._arrays import (Image, Roi, Values, channels, check_mask_has_out, choice, crop, is_constant, mask_for,
+                          put_back, source, target, told, vector, whole, _axes)
 from kipx._call import NULL, call, each
 from kipx._library import ffi, lib
 
@@ -32,6 +32,11 @@ def _choice_values(where: str, if_true: Any, if_false: Any, count: int) -> tuple
     given = [NULL if value is None else vector(where, name, value, count)
              for name, value in (("if_true", if_true), ("if_false", if_false))]
     return given[0], given[1]
+
+
+def _chosen_dtype(dtype: Any, out: Optional[Image]) -> Any:
+    """What is asked for, else `out`'s own (told by None), else that of masks."""
+    return None if dtype is None and out is not None else np.dtype(np.uint8 if dtype is None else dtype)
 
 
 def compare(a: Any, b: Any, op: str = "==", *, if_true: Optional[Values] = None,
@@ -83,7 +88,7 @@ def compare(a: Any, b: Any, op: str = "==", *, if_true: Optional[Values] = None,
     tail: tuple[Any, ...] = (number,)
     if chosen:
         tail += _choice_values(where, if_true, if_false, channels(a, channel_axis))
-    goal = np.dtype(np.uint8 if dtype is None else dtype) if out is None or dtype is not None else None
+    goal = _chosen_dtype(dtype, out)
     kept: dict[str, Any] = dict(tail=tail, out=out, roi=roi, axis=channel_axis, planes=True, dtype=goal)
     prefix = "KipxE" if chosen else "Kipx"
     if is_constant(b):
@@ -148,7 +153,7 @@ def threshold(image: Any, value: Optional[Values] = None, *, method: Optional[st
         context.local.height, context.local.width = _pair(where, "size", size)
     context.thresholds = numbers
     truths = _choice_values(where, if_true, if_false, count)
-    goal = np.dtype(np.uint8 if dtype is None else dtype) if out is None or dtype is not None else None
+    goal = _chosen_dtype(dtype, out)
     return each(where, lib.KipxThreshold, [("image", image)], nulls=2, tail=(context, *truths), out=out,
                 roi=roi, axis=channel_axis, planes=True, dtype=goal)
 
@@ -277,8 +282,7 @@ def copy(image: Any, *, mask: Any = None, out: Optional[Image] = None, roi: Roi 
     array([[1, 0, 3]], dtype=uint8)
     """
     where = "kipx.copy"
-    if mask is not None and out is None:
-        raise ValueError(f"{where}: out is None; expected an array whose elements stay where mask is 0")
+    check_mask_has_out(where, mask, out)
     image = np.asarray(image)
     dtype = None if out is not None else image.dtype.newbyteorder("=")
     if mask is None:
@@ -329,8 +333,7 @@ def fill(out: Image, value: Values, *, mask: Any = None, roi: Roi = None,
         cut, stencil = mask_for(where, crop(where, np.asarray(mask), roi, channel_axis), window, channel_axis)
         call(where, lib.KipxFillEx, record, stencil, numbers, NULL, NULL,
              operands=[*operands, ("mask", cut)])
-    if not np.shares_memory(result, window):
-        window[...] = result
+    put_back(result, window)
     return out
 
 
@@ -413,8 +416,7 @@ def resize(image: Any, output_shape: tuple[int, int], *, mask: Any = None, out: 
     array([[2, 4]], dtype=uint8)
     """
     where = "kipx.resize"
-    if mask is not None and out is None:
-        raise ValueError(f"{where}: out is None; expected an array whose elements stay where mask is 0")
+    check_mask_has_out(where, mask, out)
     array, record = source(where, "image", image, channel_axis)
     shape = list(array.shape)
     spatial, _ = _axes(array.shape, channel_axis)
@@ -429,6 +431,5 @@ def resize(image: Any, output_shape: tuple[int, int], *, mask: Any = None, out: 
              operands=[*operands, ("mask", cut)])
     if out is None:
         return result
-    if not np.shares_memory(result, out):
-        out[...] = result
+    put_back(result, out)
     return out
