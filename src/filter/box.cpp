@@ -14,7 +14,7 @@ uint64_t positions(const Window &w) { return uint64_t{w.height} * w.width; }
 
 const BoxLoops &loops_for(uint32_t type, const Window &w, Set set) {
     const BoxLoops *loops = box_sets_of(set)[0].loops[type];
-    while (positions(w) > loops->most) ++loops;
+    while (positions(w) > loops->most || w.height > loops->highest) ++loops;
     return *loops;
 }
 
@@ -27,6 +27,17 @@ size_t together(size_t row) {
     return std::clamp<size_t>(box_together_bytes / row, 1, box_together);
 }
 
+// Of sums, or of bytes with their border.
+size_t ring_row(const Sheet &s, const Window &w, const BoxLoops &loops) {
+    return loops.columns_first ? s.width + size_t{w.width} * s.step + slack
+                               : s.width * loops.sum_size;
+}
+
+// Rows of sums in the making, and the sums that windows share.
+size_t rows_of_sums(size_t row, const BoxLoops &loops) {
+    return loops.columns_first ? 3 : together(row) + 1;
+}
+
 } // namespace
 
 bool BoxPass::has_type(uint32_t type) {
@@ -36,10 +47,10 @@ bool BoxPass::has_type(uint32_t type) {
 BoxPass::BoxPass(const Sheet &sheet, const Window &window, Set set)
     : BoxPass(sheet, window, loops_for(sheet.src.type, window, set)) {}
 
-// Extra: rows of sums in the making, and the sums that windows share.
 BoxPass::BoxPass(const Sheet &sheet, const Window &window, const BoxLoops &loops)
-    : RingPass(window, std::min<size_t>(window.height, most_group), sheet.width * loops.sum_size,
-               (together(sums_size(sheet, window, loops)) + 1) * sums_size(sheet, window, loops)),
+    : RingPass(window, std::min<size_t>(window.height, most_group), ring_row(sheet, window, loops),
+               rows_of_sums(sums_size(sheet, window, loops), loops) *
+                   sums_size(sheet, window, loops)),
       loops_(loops), sums_size_(sums_size(sheet, window, loops)), n_(sheet.width),
       step_(sheet.step), width_(window.width), count_(positions(window)) {
     auto bytes = [&](size_t pixels) { return static_cast<ptrdiff_t>(pixels * sheet.step_bytes()); };
@@ -58,8 +69,9 @@ void BoxPass::along(const Band &band, char *out, ptrdiff_t step) {
 }
 
 void BoxPass::down(const char *const *rows, size_t count, char *out, ptrdiff_t step) {
-    char *shared = extra() + together(sums_size_) * sums_size_;
-    loops_.down({rows, height(), count, n_, shared, first_, out, step, count_});
+    char *shared = loops_.columns_first ? extra() : extra() + together(sums_size_) * sums_size_;
+    loops_.down(
+        {rows, height(), count, n_, shared, first_, out, step, count_, width_, step_, sums_size_});
     first_ = false;
 }
 

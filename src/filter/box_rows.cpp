@@ -3,6 +3,7 @@
 // Promises every set gives the same bits: sums of real numbers are formed in one order.
 #include "filter/box_rows.h"
 #include "core/element.h"
+#include "filter/box_bytes.h"
 #include "filter/gather.h"
 
 namespace kipx::KIPX_SET {
@@ -91,46 +92,6 @@ template<class T, class A> struct Mean {
     }
 };
 
-// u8 of at most 256 positions: the quotient by a product, where that has been found to be exact for
-// every multiple of the count and its neighbour below; it grows with the sum, so that is enough.
-template<> struct Mean<u8, u16> {
-    Mean<u8, u32> other;
-    u16 half, factor, count, even;
-    u32 shift;
-    bool exact;
-    explicit Mean(const BoxDown &b)
-        : other(b), half(static_cast<u16>(b.count / 2)), factor(0),
-          count(static_cast<u16>(b.count)), even(b.count % 2 == 0), shift(0),
-          exact(b.count > 1 && b.count <= 256) {
-        if (!exact) return;
-        while (uint64_t{2} << shift < b.count) ++shift;
-        u64 f = ((u64{65536} << shift) + b.count - 1) / b.count;
-        factor = static_cast<u16>(f);
-        exact = f < 65536;
-        for (u32 q = 1; exact && q <= 256; ++q) {
-            u32 n = q * static_cast<u32>(b.count);
-            exact = (n > 65535 || (n * factor >> 16) >> shift == q) &&
-                    (n > 65536 || ((n - 1) * factor >> 16) >> shift == q - 1);
-        }
-    }
-    void operator()(char *to, const u16 *sums, size_t n) const {
-        if (!exact) {
-            u32 wide[chunk];
-            for (size_t i = 0; i < n; ++i) wide[i] = sums[i];
-            return other(to, wide, n);
-        }
-        const u16 h = half, f = factor, c = count, e = even;
-        const u32 s = shift;
-        for (size_t i = 0; i < n; ++i) {
-            u16 t = static_cast<u16>(sums[i] + h);
-            u16 q = static_cast<u16>(static_cast<u32>(t) * f >> 16);
-            q = static_cast<u16>(q >> s);
-            u16 tie = static_cast<u16>(t == static_cast<u16>(q * c) ? 1 : 0);
-            store(to, i, static_cast<u8>(q - (tie & q & e)));
-        }
-    }
-};
-
 template<class A> const A *row_of(const BoxDown &b, size_t i, size_t x) {
     return reinterpret_cast<const A *>(b.rows[i]) + x;
 }
@@ -154,67 +115,10 @@ template<class T, class A> void down_integers(const BoxDown &b) {
             const A *in = row_of<A>(b, g + b.height - 1, x), *out = row_of<A>(b, g, x);
             KIPX_INDEPENDENT
             for (size_t i = 0; i < n; ++i) sum[i] = static_cast<A>(shared[i] + in[i]);
-            mean(b.out + static_cast<ptrdiff_t>(g) * b.step + x * sizeof(T), sum, n);
+            mean(b.out + static_cast<ptrdiff_t>(g) * b.out_step + x * sizeof(T), sum, n);
             KIPX_INDEPENDENT
             for (size_t i = 0; i < n; ++i) shared[i] = static_cast<A>(sum[i] - out[i]);
         }
-    }
-}
-
-Vector<u16> high_half_of_product(Vector<u16> a, Vector<u16> b) {
-#if defined(__AVX512BW__)
-    return reinterpret_cast<Vector<u16>>(
-        _mm512_mulhi_epu16(reinterpret_cast<__m512i>(a), reinterpret_cast<__m512i>(b)));
-#elif defined(__AVX2__)
-    return reinterpret_cast<Vector<u16>>(
-        _mm256_mulhi_epu16(reinterpret_cast<__m256i>(a), reinterpret_cast<__m256i>(b)));
-#elif defined(__SSE2__)
-    return reinterpret_cast<Vector<u16>>(
-        _mm_mulhi_epu16(reinterpret_cast<__m128i>(a), reinterpret_cast<__m128i>(b)));
-#else
-    Vector<u16> high;
-    for (size_t i = 0; i < vector_bytes / sizeof(u16); ++i)
-        high[i] = static_cast<u16>(u32{a[i]} * b[i] >> 16);
-    return high;
-#endif
-}
-
-// Bytes by products, two vectors of sums at a time from one group's first row to its last.
-void down_bytes(const BoxDown &b) {
-    const Mean<u8, u16> mean(b);
-    if (!mean.exact) return down_integers<u8, u16>(b);
-    constexpr size_t lanes = vector_bytes / sizeof(u16), most = 2 * lanes;
-    typedef u8 Bytes __attribute__((vector_size(lanes)));
-    const Vector<u16> none{}, half = none + mean.half, factor = none + mean.factor,
-                              count = none + mean.count, even = none + mean.even;
-    const int shift = static_cast<int>(mean.shift);
-    for (size_t x = 0; x < b.n; x += most) {
-        u16 *const shared = reinterpret_cast<u16 *>(b.shared) + x;
-        Vector<u16> sum[2] = {};
-        if (b.first) {
-            for (size_t i = 0; i + 1 < b.height; ++i)
-                for (size_t k = 0; k < 2; ++k)
-                    sum[k] += load_vector<u16>(row_of<u16>(b, i, x), k * lanes);
-        } else {
-            memcpy(sum, shared, sizeof sum);
-        }
-        char *to = b.out + x;
-        for (size_t g = 0; g < b.group; ++g, to += b.step) {
-            u8 bytes[most];
-            for (size_t k = 0; k < 2; ++k) {
-                sum[k] += load_vector<u16>(row_of<u16>(b, g + b.height - 1, x), k * lanes);
-                const Vector<u16> t = sum[k] + half, q = high_half_of_product(t, factor) >> shift;
-                const Vector<u16> tie = q * count == t ? q & even : none;
-                const Bytes means = __builtin_convertvector(q - tie, Bytes);
-                memcpy(bytes + k * lanes, &means, sizeof means);
-                sum[k] -= load_vector<u16>(row_of<u16>(b, g, x), k * lanes);
-            }
-            if (b.n - x >= most)
-                memcpy(to, bytes, most);
-            else
-                memcpy(to, bytes, b.n - x);
-        }
-        memcpy(shared, sum, sizeof sum);
     }
 }
 
@@ -234,7 +138,7 @@ template<class T, class A> void down_reals(const BoxDown &b) {
             add(upper[g], row_of<A>(b, g, x), n);
         }
         for (size_t g = 0; g < b.group; ++g) {
-            char *to = b.out + static_cast<ptrdiff_t>(g) * b.step + x * sizeof(T);
+            char *to = b.out + static_cast<ptrdiff_t>(g) * b.out_step + x * sizeof(T);
             if (g == 0) {
                 mean(to, upper[0], n);
                 continue;
@@ -251,14 +155,16 @@ template<class T, class A> void down_reals(const BoxDown &b) {
 }
 
 template<class T, class A> constexpr BoxLoops loops_of(uint64_t most) {
-    if constexpr (floating<T>) return {along<T, A>, down_reals<T, A>, most, sizeof(A)};
-    return {along<T, A>, down_integers<T, A>, most, sizeof(A)};
+    constexpr uint32_t any = UINT32_MAX;
+    if constexpr (floating<T>) return {along<T, A>, down_reals<T, A>, most, any, sizeof(A), false};
+    return {along<T, A>, down_integers<T, A>, most, any, sizeof(A), false};
 }
 
 constexpr BoxSet make_set() {
     constexpr uint64_t all = UINT64_MAX;
     BoxSet set{};
-    set.loops[KIPX_CODE_u8][0] = {along<u8, u16>, down_bytes, 257, sizeof(u16)};
+    set.loops[KIPX_CODE_u8][0] = {along_bytes, down_bytes,  ByteMean<u32>::most_positions,
+                                  257,         sizeof(u32), true};
     set.loops[KIPX_CODE_u8][1] = loops_of<u8, u32>(1u << 24);
     set.loops[KIPX_CODE_u8][2] = loops_of<u8, s64>(all);
     set.loops[KIPX_CODE_s8][0] = loops_of<s8, s32>(1u << 24);

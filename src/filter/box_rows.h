@@ -2,7 +2,8 @@
 //
 // Sums along every row, of windows doubled as often as it takes; then down the columns: integers by
 // a sum that gains a row and loses one, real numbers by sums that only gain (the rows that a group's
-// windows share, those above it, those below), so that nothing drifts and an infinity passes.
+// windows share, those above it, those below), so that nothing drifts and an infinity passes. Of
+// bytes the sums down the columns come first, and the ring holds the source's rows.
 #pragma once
 
 #include "core/sets.h"
@@ -29,18 +30,23 @@ struct BoxAlong {
 struct BoxDown {
     const char *const *rows; // group + height - 1 of them
     size_t height, group, n;
-    char *shared; // integers: sums of the rows that the last window shares with the next, n of them
-    bool first;   // there are none yet
+    char
+        *shared; // integers: sums of the rows that the last window shares with the next, n of them;
+                 // bytes: three rows of scratch, a pitch each
+    bool first;  // there are none yet
     char *out;
-    ptrdiff_t step;
-    uint64_t count; // positions of the window
+    ptrdiff_t out_step;
+    uint64_t count;            // positions of the window
+    size_t width, step, pitch; // of the window in pixels; elements of a pixel
 };
 
 struct BoxLoops {
     void (*along)(const BoxAlong &);
     void (*down)(const BoxDown &);
-    uint64_t most;   // positions whose sum cannot overflow
-    size_t sum_size; // bytes of a sum
+    uint64_t most;    // positions whose sum cannot overflow, or has a short quotient
+    uint32_t highest; // window
+    size_t sum_size;  // bytes of a sum
+    bool columns_first;
 };
 
 inline constexpr size_t box_variants = 3;

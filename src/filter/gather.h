@@ -22,9 +22,13 @@ template<class T, class A> void gather(const Wanted &w, const char *row, A *to) 
     const size_t n = there.size() / sizeof(T);
     const char *const from = row + there.begin;
     A *const real = to + before, *const end = real + n;
-    KIPX_INDEPENDENT
-    // NOLINTNEXTLINE(bugprone-signed-char-misuse): no characters
-    for (size_t i = 0; i < n; ++i) real[i] = static_cast<A>(load<T>(from, i));
+    if constexpr (same<T, A>) {
+        memcpy(real, from, n * sizeof(A));
+    } else {
+        KIPX_INDEPENDENT
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse): no characters
+        for (size_t i = 0; i < n; ++i) real[i] = static_cast<A>(load<T>(from, i));
+    }
     const bool nearest = w.source.beyond == Beyond::nearest;
     for (size_t c = 0; c < w.step; ++c) {
         const A first = nearest ? real[c] : A{}, last = nearest ? end[c - w.step] : A{};
