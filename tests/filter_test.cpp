@@ -74,7 +74,7 @@ TEST(Filter, IsWhatLoopsOverEveryWindowGive) {
         if (rng.one_in(2)) shape.anchor[2] = static_cast<int32_t>(rng.between(-2, shape.volume[2]));
         const kipx_seshape *given = rng.one_in(20) ? nullptr : &shape;
         if (rng.one_in(10)) c.most_width = 400;
-        if (kind == KIPX_FILTER_BOX && rng.one_in(8)) {
+        if (kind == KIPX_FILTER_BOX && rng.one_in(16)) {
             // Where means of bytes change their way: products, 16 bits, sums down the columns.
             const int32_t sides[][2] = {{13, 14},  {14, 14}, {31, 31},  {128, 9},
                                         {129, 12}, {257, 3}, {258, 11}, {85, 258}};

@@ -7,15 +7,11 @@
 #pragma once
 
 #include "filter/box_rows.h"
-#include "filter/gather.h"
+#include "filter/bytes.h"
 
 namespace kipx::KIPX_SET {
 
 // ---- quotients to nearest even -------------------------------------------------------------------
-
-template<class S> inline constexpr size_t lanes_of = vector_bytes / sizeof(S);
-template<class S> struct BytesOf { typedef u8 Type __attribute__((vector_size(lanes_of<S>))); };
-template<class S> using Bytes = typename BytesOf<S>::Type;
 
 inline Vector<u16> high_half_of_product(Vector<u16> a, Vector<u16> b) {
 #if defined(__AVX512BW__)
@@ -110,16 +106,6 @@ struct ByteSums {
     }
 };
 
-inline Vector<u16> widened(const char *row, size_t x) {
-    Bytes<u16> bytes;
-    memcpy(&bytes, row + x, sizeof bytes);
-#if defined(__AVX512BW__)
-    return reinterpret_cast<Vector<u16>>(_mm512_cvtepu8_epi16(reinterpret_cast<__m256i>(bytes)));
-#else
-    return __builtin_convertvector(bytes, Vector<u16>);
-#endif
-}
-
 template<class T> void put_vector(T *to, size_t x, const Vector<T> &v) {
     memcpy(to + x, &v, sizeof v);
 }
@@ -139,18 +125,6 @@ inline void next_columns(const char *in, const char *out, const ByteSums &sums, 
         put_vector(sums.shared, x, full - widened(out, x));
     }
 }
-
-// What a result row of n bytes is written by, a vector at a time.
-struct RowOfBytes {
-    char *to;
-    size_t n;
-    template<class V> [[gnu::always_inline]] void put(size_t x, const V &bytes) const {
-        if (n - x >= sizeof bytes)
-            memcpy(to + x, &bytes, sizeof bytes);
-        else
-            memcpy(to + x, &bytes, n - x);
-    }
-};
 
 // Of few columns; width: fixed where it is not 0.
 template<size_t width>
@@ -271,14 +245,6 @@ inline void many_columns_by_pairs(const BoxDown &b, const ByteSums &sums, const 
 #endif
 
 // ---- loops ---------------------------------------------------------------------------------------
-
-// The source's rows with their borders.
-inline void along_bytes(const BoxAlong &b) {
-    const Wanted wanted{b.reach, b.source, b.step};
-    for (size_t y = 0; y < b.band.rows; ++y)
-        gather<u8>(wanted, b.band.at + static_cast<ptrdiff_t>(y) * b.band.step,
-                   reinterpret_cast<u8 *>(b.out + static_cast<ptrdiff_t>(y) * b.out_step));
-}
 
 // row (out, sums) makes a result row.
 template<class Row> void each_row_of_bytes(const BoxDown &b, const Row &row) {

@@ -37,8 +37,45 @@ size_t kept_at(const Sheet &s, const SepLoops &loops) {
     return (s.width * loops.sum_size + slack + 63) / 64 * 64;
 }
 
-size_t ring_row(const Sheet &s, const Window &w, const SepLoops &loops, bool keeps) {
-    return keeps ? kept_at(s, loops) + sums_size(s, w, s.src.size) : s.width * loops.sum_size;
+size_t ring_row(const Sheet &s, const Window &w, const SepLoops &loops, SepVariant variant) {
+    if (variant == sep_smooth) return sums_size(s, w, s.src.size);
+    return variant == sep_guarded ? kept_at(s, loops) + sums_size(s, w, s.src.size)
+                                  : s.width * loops.sum_size;
+}
+
+size_t weights_size(const Window &w) {
+    const size_t bytes = size_t{w.height} * sizeof(float) + size_t{w.width} * sep_tap_bytes;
+    return (bytes + 127) / 64 * 64;
+}
+
+// ---- weights that smooth ----
+
+// What a sum over n mirrored weights comes to at most, and how far it may be off in 2^-24 of what it is
+// a sum of: from the outermost pair to the middle, every sum so far is rounded, every pair, weight and
+// product is. Not a number for weights that are not mirrored, or below 0.
+struct Smooth {
+    double sum = 0, off = 0;
+    Smooth(const double *weights, size_t n) {
+        for (size_t i = 0; i <= n / 2; ++i) {
+            const double w = weights[i];
+            if (n % 2 == 0 || !(w >= 0) || w != weights[n - 1 - i]) sum = off = NAN;
+            const double part = i < n / 2 ? 2 * w : w;
+            sum += part, off += sum + 3 * part;
+        }
+    }
+};
+
+// The margin of sep_smooth: how far sums may be off in 2^-16, half of one being added to them and what is
+// left of a whole one cut off, as the next power of two. 0 where they are not at most one, or off by too
+// much.
+double smooth_margin(const Window &w, const SepWeights &weights) {
+    const Smooth rows(weights.rows, w.height), columns(weights.columns, w.width);
+    const double off = rows.off * columns.sum + rows.sum * columns.off;
+    if (!(rows.sum * columns.sum <= 1 + 0x1p-20) || !(off < 1000)) return 0;
+    const double units = 1.01 * 0x1p-8 * (255 * off + w.width + 4.0) + 1.5;
+    double margin = 1;
+    while (margin < units) margin *= 2;
+    return margin;
 }
 
 } // namespace
@@ -55,6 +92,7 @@ SepPass::Choice SepPass::choose(uint32_t type, const Window &w, const SepWeights
         255 * absolute_sum(weights.columns, w.width) * absolute_sum(weights.rows, w.height);
     double scale = whole_scale(weights.rows, w.height) * whole_scale(weights.columns, w.width);
     if (scale > 0 && most * scale < 0x1p24) return {sep_short, 0};
+    if (double smooth = smooth_margin(w, weights); smooth > 0) return {sep_smooth, smooth};
     double margin = 1.01 * 0x1p-24 * most * (4.0 + w.width + w.height);
     return margin < 0.05 ? Choice{sep_guarded, margin} : Choice{sep_plain, 0};
 }
@@ -65,11 +103,11 @@ SepPass::SepPass(const Sheet &s, const Window &w, const SepWeights &weights, Set
 
 SepPass::SepPass(const Sheet &s, const Window &w, const SepWeights &weights, Choice choice,
                  const SepLoops &loops)
-    : RingPass(w, std::min<size_t>(w.height, most_group),
-               ring_row(s, w, loops, choice.variant == sep_guarded),
-               sums_size(s, w, loops.sum_size)),
+    : RingPass(w, std::min<size_t>(w.height, most_group), ring_row(s, w, loops, choice.variant),
+               sums_size(s, w, loops.sum_size) + weights_size(w)),
       loops_(loops), weights_(weights), margin_(choice.margin), n_(s.width), step_(s.step),
-      width_(w.width), kept_(choice.variant == sep_guarded ? kept_at(s, loops) : 0) {
+      width_(w.width), kept_(choice.variant == sep_guarded ? kept_at(s, loops) : 0),
+      weights_size_(weights_size(w)) {
     auto bytes = [&](size_t pixels) { return static_cast<ptrdiff_t>(pixels * s.step_bytes()); };
     reach_ = {-bytes(w.column), bytes(w.width - 1 - w.column)};
     reach_.end += static_cast<ptrdiff_t>(s.bytes());
@@ -87,7 +125,7 @@ void SepPass::along(const Band &band, char *out, ptrdiff_t step) {
 
 void SepPass::down(const char *const *rows, size_t group, char *out, ptrdiff_t step) {
     loops_.down({rows, height(), group, n_, weights_.rows, out, step, kept_, width_, step_,
-                 weights_.columns, margin_});
+                 weights_.columns, margin_, extra(), weights_size_});
 }
 
 int32_t sep_call(Call &call, Window window, const SepWeights &weights) {

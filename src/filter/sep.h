@@ -35,7 +35,7 @@ private:
     const SepLoops &loops_;
     SepWeights weights_;
     double margin_;
-    size_t n_, step_, width_, kept_;
+    size_t n_, step_, width_, kept_, weights_size_;
 };
 
 // Types, border, flags, work.

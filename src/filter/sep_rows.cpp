@@ -4,6 +4,7 @@
 #include "filter/sep_rows.h"
 #include "core/element.h"
 #include "filter/gather.h"
+#include "filter/sep_bytes.h"
 
 namespace kipx::KIPX_SET {
 namespace {
@@ -188,6 +189,8 @@ void down_guarded(const SepDown &s) {
     each_block_down<true, f32>(s, 1, each);
 }
 
+void down_smooth(const SepDown &s) { smooth(s, made_again); }
+
 template<class T, class A> constexpr SepLoops loops_of() {
     return {along<T, A>, down<T, A>, sizeof(A)};
 }
@@ -197,6 +200,7 @@ constexpr SepSet make_set() {
     set.loops[KIPX_CODE_u8][sep_plain] = loops_of<u8, f64>();
     set.loops[KIPX_CODE_u8][sep_short] = loops_of<u8, f32>();
     set.loops[KIPX_CODE_u8][sep_guarded] = {along<u8, f32>, down_guarded, sizeof(f32)};
+    set.loops[KIPX_CODE_u8][sep_smooth] = {along_bytes<SepAlong>, down_smooth, sizeof(f32)};
     set.loops[KIPX_CODE_s16][sep_plain] = loops_of<s16, f64>();
     set.loops[KIPX_CODE_s32][sep_plain] = loops_of<s32, f64>();
     set.loops[KIPX_CODE_f32][sep_plain] = loops_of<f32, f32>();

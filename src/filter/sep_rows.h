@@ -4,7 +4,8 @@
 // are defined by sums in binary64. Bytes are summed in binary32 where that gives the same: always,
 // if the weights are such that no step rounds; else wherever the sum lies further from a tie than
 // both can be off, and the few elements that do not are made again in binary64 from the source rows,
-// which lie in the ring behind the sums.
+// which lie in the ring behind the sums. Of weights that smooth the ring holds nothing but those rows, and
+// sums go down the columns first.
 #pragma once
 
 #include "core/sets.h"
@@ -14,6 +15,8 @@ namespace kipx {
 
 // Rows of sums have room for so many bytes more than they hold.
 inline constexpr size_t sep_block = 256;
+// For half of the weights along the row, each; half of those down the columns take a binary32 each.
+inline constexpr size_t sep_tap_bytes = 24;
 
 struct SepAlong {
     Band band;
@@ -37,7 +40,9 @@ struct SepDown {
     // For elements that are made again.
     size_t kept, width, pixel; // pixel: elements of one
     const double *column_weights;
-    double margin; // how far a sum may be off
+    double margin; // how far a sum may be off; of those that smooth in 2^-16, a power of two
+    char *scratch; // of those that smooth: weights and taps, sums behind them
+    size_t weights_size;
 };
 
 struct SepLoops {
@@ -46,9 +51,9 @@ struct SepLoops {
     size_t sum_size;
 };
 
-// binary64 for all; binary32 for bytes that are exact in it, and for bytes that are looked after;
-// f32 has its own.
-enum SepVariant : uint32_t { sep_plain, sep_short, sep_guarded, sep_variants };
+// binary64 for all; binary32 for bytes that are exact in it, and for bytes that are looked after, for
+// those whose weights smooth by a way of their own; f32 has its own.
+enum SepVariant : uint32_t { sep_plain, sep_short, sep_guarded, sep_smooth, sep_variants };
 struct SepSet {
     SepLoops loops[16][sep_variants]; // by type code
 };
