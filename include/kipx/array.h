@@ -92,6 +92,7 @@ KIPX_API const void *kipx_memcelem2dS(const void *base, uint32_t rows, uint32_t 
 
 /* ---- vectors and addresses ---- */
 
+/* Entry by entry: as source, or all of one value. $L: the unused leading slots that dims names, too. */
 KIPX_API void kipx_vec_assign(kipx_dims dims, uint32_t *target, const uint32_t *source);
 KIPX_API void kipx_vec_assign_$L(kipx_dims dims, uint32_t *target, const uint32_t *source);
 KIPX_API void kipx_vec_dup(kipx_dims dims, uint32_t *target, uint32_t value);

@@ -47,11 +47,13 @@ enum {
 /* "nul-morhop", "erode", "dilate", "morph-close" and so on; "unknown-morhop". */
 KIPX_API const char *kipx_morphop_str(uint32_t op);
 
+/* One operation with an element, under a mask where one is given. 0, or a negative code with nothing
+ * written. */
 KIPX_API int32_t KipxMorphop(KipxXE *xe, uint64_t flags, const kipx_arr *src, const kipx_arr *dst,
                              const kipx_arr *mask, const kipx_site *roi, uint32_t op,
                              const kipx_strel *strel);
 
-/* ---- one slice ---- */
+/* ---- one slice: source, destination, and a mask where there is one; the context says the rest ---- */
 
 typedef struct kipx_morphop_args {
     uint32_t op;
@@ -61,7 +63,7 @@ typedef struct kipx_morphop_args {
 } kipx_morphop_args;
 KIPX_API KIPX_SLICE(KipxTGAmorphop);
 
-/* ---- flat levels, as in kipx/filter.h ---- */
+/* ---- flat levels: operands as in kipx/filter.h ---- */
 
 KIPX_API int32_t kipxa_morphop(KIPX_FILTER_ORIGINS, uint32_t op, const kipx_strel *strel);
 KIPX_API int32_t kipxa_emorphop(KIPX_FILTER_ORIGINS, KIPX_FILTER_MASK, uint32_t op,
@@ -94,8 +96,8 @@ KIPX_API kipx_morph_kernel kipxa__erodefun_imp(uint32_t channels, uint32_t type,
 #define KIPX_MORPH_KERNELS(X)                                                                      \
     X(1, u8)                                                                                       \
     X(1, s16)                                                                                      \
-    X(1, s32) X(1, f32) X(3, u8) X(3, s16) X(3, s32) X(3, f32) X(4, u8) X(4, s16) X(4, s32)        \
-        X(4, f32)
+    X(1, s32)                                                                                      \
+    X(1, f32) X(3, u8) X(3, s16) X(3, s32) X(3, f32) X(4, u8) X(4, s16) X(4, s32) X(4, f32)
 #define KIPX_MORPH_KERNEL(name)                                                                    \
     int32_t name(KipxXE *xe, uint64_t flags, kipx_dims dims, const uint32_t *volume, void *dst,    \
                  const uint32_t *dst_strides, const void *src, const uint32_t *src_strides,        \

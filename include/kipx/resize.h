@@ -36,6 +36,7 @@
 
 KIPX_BEGIN
 
+/* Without a mask, and with one: 0, or a negative code with nothing written. */
 KIPX_API int32_t KipxResize(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src,
                             const kipx_site *roi, const kipx_site *srcRoi);
 KIPX_API int32_t KipxEResize(KipxXE *xe, uint64_t flags, const kipx_arr *dst, const kipx_arr *src,

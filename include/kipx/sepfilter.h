@@ -58,7 +58,7 @@ KIPX_API void kipx__computegauskernel(uint32_t n, double *const *weights, const 
 KIPX_API void kipx__computegauskernel1(double *weights, int32_t anchor, int32_t extent,
                                        double sigma);
 
-/* ---- one slice ---- */
+/* ---- one slice: source, destination, and a mask where there is one; the context says the rest ---- */
 
 typedef struct kipx_sepfilter_args {
     kipx_sepkernel kernel; /* normalised */
@@ -68,7 +68,7 @@ KIPX_API KIPX_SLICE(KipxTGAsepfilter);
 /* The same: by then a Gaussian filter is a separable one. */
 KIPX_API KIPX_SLICE(KipxTGAgaussianfilter);
 
-/* ---- flat levels, as in kipx/filter.h ---- */
+/* ---- flat levels: operands as in kipx/filter.h ---- */
 
 KIPX_API int32_t kipxa_sepfilter(KIPX_FILTER_ORIGINS, const kipx_sepkernel *kernel);
 KIPX_API int32_t kipxa_esepfilter(KIPX_FILTER_ORIGINS, KIPX_FILTER_MASK,
