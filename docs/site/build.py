@@ -13,6 +13,7 @@ import re
 import shutil
 import subprocess
 import sys
+import zlib
 from pathlib import Path
 
 import headers
@@ -76,7 +77,7 @@ def c_reference(source, out):
     shutil.rmtree(out / "xml", ignore_errors=True)
     for folder in (declarations, source / "c"):
         folder.mkdir(parents=True)
-    count, names = headers.write(declarations, source / "c")
+    functions, names = headers.write(declarations, source / "c")
     (out / "Doxyfile").write_text(DOXYGEN.format(declarations=declarations, out=out), encoding="utf-8")
     subprocess.run(["doxygen", out / "Doxyfile"], check=True)
     log = (out / "doxygen.log").read_text(encoding="utf-8").splitlines()
@@ -85,9 +86,10 @@ def c_reference(source, out):
         fail(*complaints)
     toc = "\n".join(f"   {name}" for name in names)
     (source / "c" / "index.rst").write_text(
-        f"C reference\n===========\n\n{count} functions, as the headers declare and describe them. A page for each "
+        f"C reference\n===========\n\n{len(functions)} functions, as the headers declare and describe them. A page for each "
         "header: its head, which tells\nwhat its functions have in common, the functions and records, and the header "
         f"itself.\n\n.. toctree::\n   :maxdepth: 1\n\n{toc}\n", encoding="utf-8")
+    return functions
 
 
 def told(where, name, value):
@@ -165,11 +167,15 @@ def main():
                       KIPX_ROOT=str(ROOT))
     gather(source)
     beside(out)
-    c_reference(source, out)
+    functions = c_reference(source, out)
     python_reference(source)
     help_reference(source, program)
     subprocess.run([sys.executable, "-B", "-m", "sphinx", "-W", "--keep-going", "-q", "-b", "html", "-d",
                     out / "doctrees", source, out / "html"], check=True, cwd=source)
+    shown = {line.split()[0] for line in zlib.decompress(
+        (out / "html" / "objects.inv").read_bytes().split(b"\n", 4)[4]).decode().splitlines() if " c:" in line}
+    if set(functions) - shown:
+        fail(*(f"{name} is on no page" for name in sorted(set(functions) - shown)))
 
 
 if __name__ == "__main__":

@@ -40,6 +40,7 @@ html_static_path = ["site.css"]
 html_css_files = ["site.css"]
 html_copy_source = html_show_sphinx = html_show_copyright = False
 html_theme_options = {"top_of_page_button": None}
+highlight_language = "text"
 pygments_style = "friendly"
 
 sphinx_gallery_conf = {

@@ -20,7 +20,9 @@ import declare  # noqa: E402
 
 LEVELS = re.compile(r"_*(kipxa_|C_kipx_|kipx_.*_imp$)|KipxTGA")
 BRACED = re.compile(r"/\*.*?\*/|^# [^\n]*$|[{}]", re.M | re.S)
-RECORD = re.compile(r"^typedef (?:struct|union|enum)? ?\w*\s*\{|^(?:struct|enum|union) ?\w* ?\{|^typedef ")
+# A record and its name are one to C's users, and on the pages.
+NAMED = re.compile(r"typedef (struct|union|enum) (\w+) (\{.*\}) \2;", re.S)
+FORWARD = re.compile(r"typedef (struct|union|enum) (\w+) \2;")
 
 
 def set_aside(text):
@@ -106,6 +108,9 @@ def read():
 def enter(header, statement, comment, first, gap, kept):
     """Notes a declaration, and tells which one has the comment that the next ones may share."""
     function = declare.FUNCTION.match(statement)
+    if FORWARD.fullmatch(statement):
+        return first
+    statement = NAMED.sub(r"\1 \2 \3;", statement)
     name = function[1] if function else statement
     first = name if first is None else first
     if function:
@@ -129,26 +134,26 @@ def page(header):
             lines += [heading, "-" * len(heading), ""]
             if entries is header.levels:
                 lines += ["What the functions above are made of, with operands as plain numbers and addresses.", ""]
-            lines += [f".. doxygenfile:: {name}.h", "   :sections: *", ""]
+            lines += [f".. doxygenfile:: {name}.h", ""]
     lines += ["The header as it stands", "-----------------------", "", ".. literalinclude:: " +
               f"/include/{header.name}", "   :language: c", ""]
     return "\n".join(lines)
 
 
 def write(declarations, pages):
-    """Puts all files into two folders; gives the number of functions."""
-    count, names = 0, []
+    """Puts all files into two folders; gives the names of functions and of pages."""
+    functions, names = [], []
     for header in read().values():
         if not header.public and not header.levels:
             continue
         names.append(header.stem)
         for entries, name in ((header.public, header.stem), (header.levels, header.stem + "_levels")):
-            count += sum(bool(re.fullmatch(r"[\w$]+", entry)) for entry, _ in entries)
+            functions += [entry for entry, _ in entries if re.fullmatch(r"[\w$]+", entry)]
             if entries:
                 text = f"/** \\file\n {header.name} */\n" + "".join(entry for _, entry in entries)
                 (declarations / f"{name}.h").write_text(text, encoding="utf-8")
         (pages / f"{header.stem}.rst").write_text(page(header), encoding="utf-8")
-    return count, names
+    return functions, names
 
 
 if __name__ == "__main__":
