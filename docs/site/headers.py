@@ -106,13 +106,13 @@ def read():
 
 
 def enter(header, statement, comment, first, gap, kept):
-    """Notes a declaration, and tells which one has the comment that the next ones may share."""
+    """Notes a declaration, and tells which function has the comment that the next ones may share: none if empty."""
     function = declare.FUNCTION.match(statement)
     if FORWARD.fullmatch(statement):
         return first
     statement = NAMED.sub(r"\1 \2 \3;", statement)
     name = function[1] if function else statement
-    first = name if first is None else first
+    first = (name if function else "") if not first else first
     if function:
         told = described(header, name, comment, first, gap)
     else:
