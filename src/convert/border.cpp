@@ -25,34 +25,102 @@ struct Column {
     int64_t to, from; // bytes from the line's first pixel, from the source line's first pixel
 };
 
-// Pixels of `unit` bytes to and from any places.
+// Pixels of `unit` bytes to and from any places; 0: of as many as are told.
 template<size_t unit>
-void move_pixels(char *to, const char *from, const Column *column, uint32_t n, size_t) {
-    for (uint32_t i = 0; i < n; ++i) std::memcpy(to + column[i].to, from + column[i].from, unit);
+void move_pixels(char *to, const char *from, const Column *column, uint32_t n, size_t size) {
+    for (uint32_t i = 0; i < n; ++i)
+        std::memcpy(to + column[i].to, from + column[i].from, unit ? unit : size);
 }
-void move_pixels_of(char *to, const char *from, const Column *column, uint32_t n, size_t unit) {
-    for (uint32_t i = 0; i < n; ++i) std::memcpy(to + column[i].to, from + column[i].from, unit);
-}
-using MovePixels = void (*)(char *, const char *, const Column *, uint32_t, size_t);
 
-MovePixels mover(size_t unit) {
+// Neighbours that come from neighbours, one after the other, all from one, or backwards.
+struct Piece {
+    enum Kind { along, same, back } kind;
+    int64_t to, from; // of the first one, as a Column's
+    int64_t pixels;
+};
+
+// Bytes of whole words, and one more word that ends where they do; fewer than a word one by one.
+// word (i): the bytes from i on.
+template<class Word, class At> void write_words(char *to, int64_t bytes, At word) {
+    constexpr int64_t step = sizeof(Word);
+    for (int64_t i = 0; i < bytes; i += step) {
+        const int64_t at = std::min(i, bytes - step);
+        const Word value = word(at);
+        std::memcpy(to + at, &value, sizeof value);
+    }
+}
+
+struct Sixteen {
+    uint64_t low, high;
+};
+template<class Word> Word load_word(const char *at) {
+    Word word;
+    std::memcpy(&word, at, sizeof word);
+    return word;
+}
+
+void copy_short(char *to, const char *from, int64_t bytes) {
+    if (bytes >= 16)
+        write_words<Sixteen>(to, bytes, [=](int64_t i) { return load_word<Sixteen>(from + i); });
+    else if (bytes >= 8)
+        write_words<uint64_t>(to, bytes, [=](int64_t i) { return load_word<uint64_t>(from + i); });
+    else
+        for (int64_t i = 0; i < bytes; ++i) to[i] = from[i];
+}
+
+// Words of 8 bytes are made where pixels divide them.
+template<size_t unit> void write_piece(char *to, const char *from, const Piece &piece) {
+    constexpr bool divides = unit == 1 || unit == 2 || unit == 4 || unit == 8;
+    const auto bytes = static_cast<int64_t>(unit) * piece.pixels;
+    to += piece.to, from += piece.from;
+    if (piece.kind == Piece::along) return copy_short(to, from, bytes);
+    if constexpr (divides)
+        if (piece.kind == Piece::same && bytes >= 8) {
+            char pattern[8];
+            for (size_t i = 0; i < 8; ++i) pattern[i] = from[i % unit];
+            const auto word = load_word<uint64_t>(pattern);
+            return write_words<uint64_t>(to, bytes, [=](int64_t) { return word; });
+        }
+    if constexpr (unit == 1)
+        if (piece.kind == Piece::back && bytes >= 8)
+            return write_words<uint64_t>(to, bytes, [=](int64_t i) {
+                return __builtin_bswap64(load_word<uint64_t>(from - i - 7));
+            });
+    const int64_t step = piece.kind == Piece::back ? -static_cast<int64_t>(unit) : 0;
+    for (int64_t i = 0; i < piece.pixels; ++i)
+        std::memcpy(to + i * static_cast<int64_t>(unit), from + i * step, unit);
+}
+
+template<size_t unit>
+void write_pieces(char *to, const char *from, const Piece *piece, uint32_t n) {
+    for (uint32_t i = 0; i < n; ++i) write_piece<unit>(to, from, piece[i]);
+}
+
+// What moves pixels of a size; there are no pieces of uncommon ones.
+struct Mover {
+    void (*columns)(char *, const char *, const Column *, uint32_t, size_t);
+    void (*pieces)(char *, const char *, const Piece *, uint32_t);
+};
+template<size_t unit> constexpr Mover mover_of{move_pixels<unit>, write_pieces<unit>};
+
+Mover mover(size_t unit) {
     switch (unit) {
     case 1:
-        return move_pixels<1>;
+        return mover_of<1>;
     case 2:
-        return move_pixels<2>;
+        return mover_of<2>;
     case 3:
-        return move_pixels<3>;
+        return mover_of<3>;
     case 4:
-        return move_pixels<4>;
+        return mover_of<4>;
     case 8:
-        return move_pixels<8>;
+        return mover_of<8>;
     case 12:
-        return move_pixels<12>;
+        return mover_of<12>;
     case 16:
-        return move_pixels<16>;
+        return mover_of<16>;
     default:
-        return move_pixels_of;
+        return {move_pixels<0>, nullptr};
     }
 }
 
@@ -72,36 +140,31 @@ public:
 
     // For a region that is continued by itself: pixels lie side by side, and a line's columns are few.
     bool goes_by_lines() const {
-        return parts_ == 1 && c_.dst.pixel == unit_ &&
+        return parts_ == 1 && c_.dst.pixel == unit_ && move_.pieces &&
                f_.before[column] + f_.after[column] <= batch_columns;
     }
 
-    // Each line of the region with its columns, while it is in the first cache, and then lines as
-    // wholes. middle: what the region is copied from on the way, of adjacent pixels; null: it is there.
+    // Each line of the region with its columns, and then lines as wholes. middle: what the region is
+    // copied from on the way, of adjacent pixels; null: it is there.
     void make_by_lines(const Operand *middle) {
-        Column taken[batch_columns];
-        uint32_t n = 0;
-        const auto step = static_cast<int64_t>(unit_);
-        for (int64_t i = 0; i < f_.before[column] + f_.after[column]; ++i) {
-            const int64_t x = i - f_.before[column] + (i < f_.before[column] ? 0 : size_[column]);
-            if (int64_t from = source(column, x); from != nowhere)
-                taken[n++] = {x * step, from * step};
-        }
+        Piece pieces[batch_columns];
+        const uint32_t n = pieces_of(pieces);
         const size_t width = static_cast<size_t>(size_[column]) * unit_;
-        each_line([&](int64_t p, int64_t y, int64_t, int64_t) {
-            if (!inside(plane, p) || !inside(row, y)) return;
-            char *to = at(c_.dst, p, y);
-            if (middle) std::memcpy(to, at(*middle, p, y), width);
-            move_(to, to, taken, n, unit_);
-            if (f_.border != Border::constant) return;
-            fill(to - f_.before[column] * static_cast<int64_t>(unit_), f_.before[column]);
-            fill(to + width, f_.after[column]);
-        });
-        each_line([&](int64_t p, int64_t y, int64_t, int64_t sy) {
-            if (inside(plane, p) && !inside(row, y)) repeat_line(p, y, p, sy);
-        });
-        each_line([&](int64_t p, int64_t y, int64_t sp, int64_t) {
-            if (!inside(plane, p)) repeat_line(p, y, sp, y);
+        for (int64_t p = 0; p < size_[plane]; ++p) {
+            for (int64_t y = 0; y < size_[row]; ++y) {
+                char *to = at(c_.dst, p, y);
+                const char *from = middle ? at(*middle, p, y) : to;
+                if (middle) std::memcpy(to, from, width);
+                move_.pieces(to, from, pieces, n);
+                if (f_.border != Border::constant) continue;
+                fill(to - f_.before[column] * static_cast<int64_t>(unit_), f_.before[column]);
+                fill(to + width, f_.after[column]);
+            }
+            each_beyond(row, [&](int64_t y) { repeat_line(p, y, p, source(row, y)); });
+        }
+        each_beyond(plane, [&](int64_t p) {
+            for (int64_t y = -f_.before[row]; y < size_[row] + f_.after[row]; ++y)
+                repeat_line(p, y, source(plane, p), y);
         });
     }
 
@@ -131,6 +194,35 @@ private:
                 f(p, y, source(plane, p), source(row, y));
     }
 
+    template<class F> void each_beyond(Axis axis, F &&f) const {
+        for (int64_t i = -f_.before[axis]; i < 0; ++i) f(i);
+        for (int64_t i = 0; i < f_.after[axis]; ++i) f(size_[axis] + i);
+    }
+
+    // The columns before and behind the region that come from its own.
+    uint32_t pieces_of(Piece *pieces) const {
+        const auto step = static_cast<int64_t>(unit_);
+        uint32_t n = 0;
+        if (f_.border == Border::constant || f_.border == Border::none) return 0;
+        each_beyond(column, [&](int64_t x) {
+            const int64_t from = source(column, x) * step, to = x * step;
+            Piece *last = n > 0 ? pieces + n - 1 : nullptr;
+            if (last && to == last->to + last->pixels * step) {
+                const int64_t apart = from - last->from, pixels = last->pixels;
+                const Piece::Kind kind = apart == 0  ? Piece::same
+                                         : apart > 0 ? Piece::along
+                                                     : Piece::back;
+                const int64_t there = kind == Piece::same ? 0 : kind == Piece::along ? step : -step;
+                if (apart == there * pixels && (pixels == 1 || kind == last->kind)) {
+                    last->kind = kind, ++last->pixels;
+                    return;
+                }
+            }
+            pieces[n++] = {Piece::along, to, from, 1};
+        });
+        return n;
+    }
+
     static char *at(const Operand &o, int64_t p, int64_t y) {
         return o.at + p * static_cast<int64_t>(o.plane) + y * static_cast<int64_t>(o.row);
     }
@@ -140,7 +232,7 @@ private:
         const int64_t have = std::min(size_[row] * size_[column], int64_t{constant_.length});
         for (int64_t n; pixels > 0; pixels -= n, to += n * static_cast<int64_t>(unit_)) {
             n = std::min(pixels, have);
-            std::memcpy(to, constant_.at, static_cast<size_t>(n) * unit_);
+            copy_short(to, constant_.at, n * static_cast<int64_t>(unit_));
         }
     }
 
@@ -197,7 +289,7 @@ private:
     void pixels(char *to, const Operand &s, const char *from, const Column *columns,
                 uint32_t n) const {
         for (uint32_t k = 0; k < parts_; ++k)
-            move_(to + k * c_.dst.channel, from + k * s.channel, columns, n, unit_);
+            move_.columns(to + k * c_.dst.channel, from + k * s.channel, columns, n, unit_);
     }
 
     const Call &c_;
@@ -207,7 +299,7 @@ private:
     const Operand constant_;
     uint32_t parts_; // channels that are moved one by one
     size_t unit_;    // bytes of a pixel, or of a channel's element
-    MovePixels move_;
+    Mover move_;
 };
 
 // ---- the copies ----
@@ -258,22 +350,17 @@ bool copied_onto_itself(const Call &c) {
            s.channel == d.channel;
 }
 
-// Bytes of a region that stay in the caches while it is copied line by line; larger ones are copied
-// first, past the cache.
-constexpr uint64_t cached_bytes = 8u << 20;
-
 // The copy, and its frame from itself.
 int32_t copy_and_continue(Call &c, Frame &frame) {
     const Operand middle = c.src[0];
-    const uint64_t bytes = uint64_t{c.planes} * c.height * c.width * c.dst.size * c.channels;
-    const bool copied = copied_onto_itself(c), pays = !c.across && bytes <= cached_bytes,
+    const bool copied = copied_onto_itself(c),
                adjacent = dense(middle, c.channels) && middle.pixel == c.channels * middle.size;
     const int64_t length[] = {c.planes, c.height, c.width};
     for (int axis : {plane, row, column}) frame.from[axis] = 0, frame.length[axis] = length[axis];
     Call continued = c;
     continued.src[0] = c.dst;
     Framer framer(continued, frame);
-    const bool by_lines = framer.goes_by_lines(), on_the_way = by_lines && pays && adjacent;
+    const bool by_lines = framer.goes_by_lines(), on_the_way = by_lines && !c.across && adjacent;
     if (!copied && !on_the_way)
         if (int32_t code = copy_elements(c)) return code;
     if (by_lines)
