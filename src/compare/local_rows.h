@@ -42,7 +42,27 @@ using LocalLoop = void (*)(LocalRun run);
 inline constexpr uint32_t local_row_index(Formula formula, uint32_t ordering) {
     return static_cast<uint32_t>(formula) * ordering_count + ordering;
 }
+
+// The same in 32 bits, for means of few short integers: what a value less the offset, times the number
+// of elements, is to their sum. The sum of columns x - left to x + right is before[x + reach] -
+// before[x].
+struct WholeRun {
+    uint8_t *passes;
+    const int32_t *values, *columns;
+    const uint32_t *before;
+    int32_t rows;
+    size_t n;
+    uint32_t reach;
+    int32_t offset;
+    bool both;
+};
+struct WholeLoops {
+    void (*columns)(uint32_t *sum, const int32_t *values, size_t n, bool leaves);
+    void (*judge[ordering_count])(WholeRun run);
+};
+
 KIPX_SET_TABLES(ColumnLoop, column_rows, 2)
 KIPX_SET_TABLES(LocalLoop, local_rows, local_row_count)
+KIPX_SET_TABLES(WholeLoops, whole_loops, 1)
 
 } // namespace kipx

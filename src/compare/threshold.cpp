@@ -156,9 +156,13 @@ int32_t mark_local(const Call &plane, const Chosen &k, const Thresholding &t, ch
     LocalSums sums(plane, t.rule, active_set(plane.flags), scratch);
     char *at = scratch + LocalSums::scratch_bytes(plane);
     const Operand passes{at, 0, 0, 1, plane.width, KIPX_U8, 1, 0, 0};
+    // What passes is the mask itself.
+    const bool lies_there = k.result == Result::mask && plane.channels == 1 &&
+                            plane.dst.size == 1 && plane.dst.pixel == 1;
     for (uint32_t y = 0; y < plane.height; ++y) {
-        sums.next_row(reinterpret_cast<uint8_t *>(at));
-        deliver(row_of(plane, y), k, passes);
+        const Call row = row_of(plane, y);
+        sums.next_row(reinterpret_cast<uint8_t *>(lies_there ? row.dst.at : at));
+        if (!lies_there) deliver(row, k, passes);
     }
     return 0;
 }
