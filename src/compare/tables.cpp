@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "compare/translate.h"
+#include "convert/translate.h"
 #include "core/flat.h"
 
 namespace kipx {
@@ -141,7 +141,7 @@ int32_t kipx_xlat2d_u8(const uint8_t *tables, uint8_t *dst, const uint32_t *dst_
     Call call;
     int32_t code = flat_call(call, nullptr, 0, 3, extent, {&to, &from, 1, {}});
     if (code < 0) return code;
-    translate(call, tables);
+    translate(call, tables, call.channels);
     return 0;
 }
 }

@@ -8,8 +8,8 @@
 
 #include "compare/compare_rows.h"
 #include "compare/tables.h"
-#include "compare/translate.h"
 #include "convert/constants.h"
+#include "convert/translate.h"
 #include "core/rows.h"
 
 namespace kipx {
@@ -72,7 +72,7 @@ bool compare_by_table(Call &c, const Chosen &k) {
         tables,
         {k.cmpop, 0, bytes(k.values), nullptr, bytes(k.true_values), bytes(k.false_values), bias},
         c.channels);
-    translate(c, tables);
+    translate(c, tables, c.channels);
     KipxXEfreea(c.xe, tables);
     return true;
 }
@@ -90,13 +90,15 @@ int32_t settle_result(const Comparison &given, const Call &c, Chosen &k, Vectors
     return 0;
 }
 
+namespace {
+
 // An operator as one of the relations that have loops: greater is less with the sources exchanged, and
 // what is not less is greater or equal, if it is no NaN.
 struct Ordering {
     Relation relation;
     bool exchanged, opposite;
 };
-static Ordering ordering_of(kipx_cmpop cmpop, bool reals) {
+Ordering ordering_of(kipx_cmpop cmpop, bool reals) {
     switch (operator_of(cmpop)) {
     case KIPX_CMPOP_EQUAL:
         return {Relation::equal, false, false};
@@ -115,6 +117,8 @@ static Ordering ordering_of(kipx_cmpop cmpop, bool reals) {
                      : Ordering{Relation::less, false, true};
     }
 }
+
+} // namespace
 
 void compare(Call &c, const Chosen &k, const Operand &kept) {
     const bool chosen = k.result == Result::chosen;

@@ -5,6 +5,7 @@
 
 #include "convert/constants.h"
 #include "convert/convert_rows.h"
+#include "convert/translate.h"
 #include "core/rows.h"
 #include "core/stamp.h"
 
@@ -46,11 +47,38 @@ struct ConversionGiven {
     ConversionGiven(double factor, double summand) : scale(factor), shift(summand) {}
     ConversionGiven(const double *factors, const double *summands)
         : scales(factors), shifts(summands) {}
-    bool plain() const { return scale == 1 && shift == 0 && !scales && !shifts; }
+    bool one_for_all() const { return !scales && !shifts; }
+    bool plain() const { return scale == 1 && shift == 0 && one_for_all(); }
 };
 
 // -0 for 0: the one number that, added, leaves all others as they are, -0 too.
 double summand_of(double shift) { return shift == 0 ? -0.0 : shift; }
+
+Scaling scaling_of(const Call &c, const ConversionGiven &given, uint32_t channel, Set set) {
+    return {given.scales ? given.scales[channel] : given.scale,
+            summand_of(given.shifts ? given.shifts[channel] : given.shift),
+            convert_row_for(KIPX_F64, c.src[0].type, set),
+            convert_row_for(c.dst.type, KIPX_F64, set),
+            c.src[0].size,
+            c.dst.size};
+}
+
+// Between bytes, where that pays: through tables.
+bool convert_bytes(Call &c, const ConversionGiven &given, RowLoop scaled, Set set) {
+    constexpr uint32_t entries = 256, most_tables = 4, pays = 8;
+    const uint32_t tables = given.one_for_all() ? 1 : c.channels;
+    if (c.dst.size != 1 || c.src[0].size != 1 || tables > most_tables ||
+        uint64_t{c.planes} * c.height * c.width < uint64_t{pays} * entries)
+        return false;
+    uint8_t table[most_tables * entries], bytes[entries];
+    for (uint32_t i = 0; i < entries; ++i) bytes[i] = static_cast<uint8_t>(i);
+    for (uint32_t i = 0; i < tables; ++i) {
+        const Scaling scaling = scaling_of(c, given, i, set);
+        scaled({table + i * entries, {bytes}, entries, &scaling, Writing::cached});
+    }
+    translate(c, table, tables);
+    return true;
+}
 
 void convert(Call &c, const ConversionGiven &given) {
     constexpr uint32_t most_channels = 15;
@@ -58,17 +86,12 @@ void convert(Call &c, const ConversionGiven &given) {
     how.set = active_set(c.flags);
     how.loop = convert_row_for(c.dst.type, c.src[0].type, how.set);
     if (given.plain()) return rows(c, how);
-    const Scaling scaling = {given.scale,
-                             summand_of(given.shift),
-                             convert_row_for(KIPX_F64, c.src[0].type, how.set),
-                             convert_row_for(c.dst.type, KIPX_F64, how.set),
-                             c.src[0].size,
-                             c.dst.size};
+    const RowLoop scaled = row_of_pair(convert_scaled, c.dst.type, c.src[0].type, how.set);
+    if (convert_bytes(c, given, scaled, how.set)) return;
+    const Scaling scaling = scaling_of(c, given, 0, how.set);
     how.params = &scaling;
-    if (!given.scales && !given.shifts) {
-        how.loop = row_of_pair(convert_scaled, c.dst.type, c.src[0].type, how.set);
-        return rows(c, how);
-    }
+    how.loop = scaled;
+    if (given.one_for_all()) return rows(c, how);
     how.loop = convert_rows_of(how.set)[convert_by_channel];
     double factors[most_channels], summands[most_channels];
     for (uint32_t i = 0; i < c.channels; ++i) {

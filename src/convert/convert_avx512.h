@@ -1,7 +1,6 @@
 // convert/convert_avx512.h - conversion in registers. For convert_rows.cpp.
 //
-// Gives    scaled_in_registers(), sixteen elements as two vectors of binary64, and back;
-//          narrowed_in_registers(), a vector into a shorter one.
+// Gives    scale_pairs(), sixteen elements as two vectors of binary64, and back; narrowed_in_registers(), a vector into a shorter one.
 // Promises the bits of the plain form: products and sums in binary64, to nearest even, saturated, NaN
 //          to 0.
 #pragma once
@@ -46,15 +45,17 @@ template<class S> inline Pair load_pair(const void *from) {
         return {_mm512_loadu_pd(from), _mm512_loadu_pd(static_cast<const f64 *>(from) + 8)};
 }
 
-// NaN to 0, then into the range; the first operand of a comparison with NaN is dropped.
-template<class D> inline __m512d into_range(__m512d x) {
-    if constexpr (Range<D>::low != 0)
+// NaN to 0, then into the range; the first operand of a comparison with NaN is dropped. S: what x was
+// made from; of integers there is no NaN.
+template<class D, class S> inline __m512d into_range(__m512d x) {
+    if constexpr (Range<D>::low != 0 && floating<S>)
         x = _mm512_maskz_mov_pd(_mm512_cmp_pd_mask(x, x, _CMP_ORD_Q), x);
     x = _mm512_max_pd(x, _mm512_set1_pd(static_cast<f64>(Range<D>::low)));
     return _mm512_min_pd(x, _mm512_set1_pd(static_cast<f64>(Range<D>::high)));
 }
 
-inline __m512d one_nan_of(__m512d x) {
+template<class S> inline __m512d one_nan_of(__m512d x) {
+    if constexpr (!floating<S>) return x;
     return _mm512_mask_mov_pd(_mm512_set1_pd(__builtin_nan("")),
                               _mm512_cmp_pd_mask(x, x, _CMP_ORD_Q), x);
 }
@@ -63,19 +64,19 @@ inline __m512i both(__m256i low, __m256i high) {
     return _mm512_inserti64x4(_mm512_castsi256_si512(low), high, 1);
 }
 
-template<class D> inline void store_pair(void *to, Pair x) {
+template<class D, class S> inline void store_pair(void *to, Pair x) {
     if constexpr (same<D, f64>) {
-        _mm512_storeu_pd(to, one_nan_of(x.low));
-        _mm512_storeu_pd(static_cast<f64 *>(to) + 8, one_nan_of(x.high));
+        _mm512_storeu_pd(to, one_nan_of<S>(x.low));
+        _mm512_storeu_pd(static_cast<f64 *>(to) + 8, one_nan_of<S>(x.high));
     } else if constexpr (same<D, f32>) {
-        _mm256_storeu_ps(static_cast<f32 *>(to), _mm512_cvtpd_ps(one_nan_of(x.low)));
-        _mm256_storeu_ps(static_cast<f32 *>(to) + 8, _mm512_cvtpd_ps(one_nan_of(x.high)));
+        _mm256_storeu_ps(static_cast<f32 *>(to), _mm512_cvtpd_ps(one_nan_of<S>(x.low)));
+        _mm256_storeu_ps(static_cast<f32 *>(to) + 8, _mm512_cvtpd_ps(one_nan_of<S>(x.high)));
     } else if constexpr (same<D, u32>) {
-        _mm512_storeu_si512(to, both(_mm512_cvtpd_epu32(into_range<D>(x.low)),
-                                     _mm512_cvtpd_epu32(into_range<D>(x.high))));
+        _mm512_storeu_si512(to, both(_mm512_cvtpd_epu32(into_range<D, S>(x.low)),
+                                     _mm512_cvtpd_epu32(into_range<D, S>(x.high))));
     } else {
-        __m512i words = both(_mm512_cvtpd_epi32(into_range<D>(x.low)),
-                             _mm512_cvtpd_epi32(into_range<D>(x.high)));
+        __m512i words = both(_mm512_cvtpd_epi32(into_range<D, S>(x.low)),
+                             _mm512_cvtpd_epi32(into_range<D, S>(x.high)));
         if constexpr (sizeof(D) == 4)
             _mm512_storeu_si512(to, words);
         else if constexpr (sizeof(D) == 2)
@@ -86,12 +87,13 @@ template<class D> inline void store_pair(void *to, Pair x) {
 }
 
 template<class D, class S>
-inline void scale_pairs(char *to, const char *from, size_t n, __m512d factor, __m512d summand) {
+inline void scale_pairs(char *to, const char *from, size_t n, f64 scale, f64 shift) {
+    const __m512d factor = _mm512_set1_pd(scale), summand = _mm512_set1_pd(shift);
     for (size_t i = 0; i < n; i += 16) {
         Pair x = load_pair<S>(from + i * sizeof(S));
         x.low = _mm512_add_pd(_mm512_mul_pd(x.low, factor), summand);
         x.high = _mm512_add_pd(_mm512_mul_pd(x.high, factor), summand);
-        store_pair<D>(to + i * sizeof(D), x);
+        store_pair<D, S>(to + i * sizeof(D), x);
     }
 }
 
@@ -112,15 +114,6 @@ inline size_t in_registers(void *dst, const void *src, size_t n, bool streamed, 
         for (size_t k = 0; k < 256; k += 64) stream_line(to + i * sizeof(D) + k, out + k);
     }
     return n / block * block;
-}
-
-template<class D, class S>
-inline size_t scaled_in_registers(void *dst, const void *src, size_t n, f64 scale, f64 shift,
-                                  bool streamed) {
-    const __m512d factor = _mm512_set1_pd(scale), summand = _mm512_set1_pd(shift);
-    return in_registers<D, S>(dst, src, n, streamed, [=](char *to, const char *from, size_t some) {
-        scale_pairs<D, S>(to, from, some, factor, summand);
-    });
 }
 
 // Pairs that the processor narrows by one instruction, saturated.

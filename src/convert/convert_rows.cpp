@@ -1,6 +1,6 @@
 // convert/convert_rows.cpp - the row loops of the conversions, compiled once per instruction set.
 #include "convert/convert_rows.h"
-#include "convert/convert_avx512.h"
+#include "convert/scale_avx512.h"
 #include "core/lanes.h"
 
 namespace kipx::KIPX_SET {
@@ -70,21 +70,36 @@ template<class D> void narrow(Run run) {
         store(run.dst, i, round_saturate<D>(load<f32>(run.src[0], i)));
 }
 
+// Of so many elements on a table of all values pays, where these are few and vectors are short.
+#if defined(__AVX512F__)
+template<class D, class S> constexpr bool few_values = false;
+#else
+template<class D, class S> constexpr bool few_values = sizeof(S) == 1 && sizeof(D) > 1;
+#endif
+constexpr size_t entries = 256, table_pays = 4 * entries;
+
 // x * scale + shift in binary64, each rounded.
 template<class D, class S> void scaled_row(Run run) {
     const Scaling &s = *static_cast<const Scaling *>(run.params);
+    const bool streamed = run.writing == Writing::streamed;
+    auto element = [scale = s.scale, shift = s.shift](S x, S) {
+        f64 wide = static_cast<f64>(x) * scale + shift;
+        return converted<D>(same<D, f64> ? one_nan(wide) : wide);
+    };
+    if constexpr (few_values<D, S>)
+        if (run.n >= table_pays) {
+            D table[entries];
+            for (size_t i = 0; i < entries; ++i) table[i] = element(static_cast<S>(i), 0);
+            return row_of_elements<D, u8, u8>(run.dst, run.src[0], run.src[0], run.n, streamed,
+                                              [&table](u8 x, u8) { return table[x]; });
+        }
     size_t done = 0;
 #if defined(__AVX512F__)
-    done = scaled_in_registers<D, S>(run.dst, run.src[0], run.n, s.scale, s.shift,
-                                     run.writing == Writing::streamed);
+    done = scaled_blocks<D, S>(run.dst, run.src[0], run.n, s.scale, s.shift, streamed);
 #endif
     const char *from = static_cast<const char *>(run.src[0]) + done * sizeof(S);
     row_of_elements<D, S, S>(static_cast<char *>(run.dst) + done * sizeof(D), from, from,
-                             run.n - done, run.writing == Writing::streamed,
-                             [scale = s.scale, shift = s.shift](S x, S) {
-                                 f64 wide = static_cast<f64>(x) * scale + shift;
-                                 return converted<D>(same<D, f64> ? one_nan(wide) : wide);
-                             });
+                             run.n - done, streamed, element);
 }
 
 // The same with numbers of the channels, block by block.

@@ -1,12 +1,12 @@
-// compare/translate.cpp - bytes through tables of 256 entries.
-#include "compare/translate.h"
+// convert/translate.cpp - bytes through tables of 256 entries.
+#include "convert/translate.h"
 
 #include <kipx/types.h>
 
 #include <cstring>
 
-#include "compare/translate_rows.h"
 #include "convert/constants.h"
+#include "convert/translate_rows.h"
 #include "core/rows.h"
 
 namespace kipx {
@@ -44,9 +44,9 @@ bool all_alike(const uint8_t *tables, uint32_t count) {
 
 } // namespace
 
-void translate(Call &c, const uint8_t *tables) {
+void translate(Call &c, const uint8_t *tables, uint32_t count) {
     static constexpr uint8_t numbers[4] = {0, 1, 2, 3};
-    TranslateRow row{tables, c.channels, {}};
+    TranslateRow row{tables, count, {}};
     if (row.count > 1 && all_alike(tables, row.count)) row.count = 1;
     Rows how;
     how.set = active_set(c.flags);

@@ -1,5 +1,5 @@
-// compare/translate_rows.cpp - bytes looked up in tables, compiled once per instruction set.
-#include "compare/translate_rows.h"
+// convert/translate_rows.cpp - bytes looked up in tables, compiled once per instruction set.
+#include "convert/translate_rows.h"
 #include "core/lanes.h"
 
 namespace kipx::KIPX_SET {

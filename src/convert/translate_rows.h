@@ -1,4 +1,4 @@
-// compare/translate_rows.h - what the row loop of a translation takes, and its tables.
+// convert/translate_rows.h - what the row loop of a translation takes, and its tables.
 //
 // Promises the loop's first source is what is looked up. Its second one, if there are several
 //          tables, repeats itself and gives the number of each element's table.
