@@ -80,7 +80,7 @@ LIES = {
     "minus.npy": shape("(-1, 4)"), "open.npy": shape("(1, 4"), "bare.npy": shape("7"),
     "five.npy": shape("(1, 1, 5)") + b"12345", "order.npy": shape("(1, 1)", order="Maybe") + b"1",
     "type.npy": shape("(1, 1)", "<c8") + b"12345678", "wide.npy": shape("(1, 1)", "<i8") + b"12345678",
-    "large.npy": shape("(16000, 16000)", "<f8") + b"abc",
+    "speaking.npy": shape("(1, 1)", "\n\x1b[2J"), "large.npy": shape("(16000, 16000)", "<f8") + b"abc",
     "missing.tif": header_tiff(), "huge.tif": header_tiff(t256=(4, HUGE), t257=(4, HUGE)),
     "wide.tif": header_tiff(t256=(4, 0xFFFFFFFF)), "none.tif": header_tiff(t257=(4, 0)),
     "samples.tif": header_tiff(t277=(3, 60000)), "bits.tif": header_tiff(t258=(3, 13)),

@@ -39,6 +39,7 @@ void refuse(long k, bool all_later) {
     counts.asked = counts.refused = 0;
     counts.at = k, counts.all_later = all_later;
 }
+long asked() { return counts.asked; }
 long refused() { return counts.refused; }
 long heap_blocks() { return counts.heap; }
 long open_storages() { return counts.storages; }

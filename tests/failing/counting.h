@@ -10,7 +10,8 @@ namespace kipx::test {
 // The k-th request from now, counted from 0, gives null; with all_later every one after it, too.
 // Negative: none does. Starts the counts anew.
 void refuse(long k, bool all_later);
-// Requests that gave null since then, whether by command or for lack of memory.
+// Requests since then, and those that gave null, whether by command or for lack of memory.
+long asked();
 long refused();
 // What is out: heap blocks and open storages.
 long heap_blocks();

@@ -5,84 +5,19 @@
 // driver refuses the k-th request, for every k; then all from the k-th on; then it leaves ever more
 // room on the stack. In each the call gives 0 or the code for short memory, and in that case leaves
 // stack, storages, heap and arrays as they were; at the end of each trial nothing is left.
-#include <kipx/arith.h>
 #include <kipx/fast_regions.h>
-#include <kipx/firefly.h>
-#include <kipx/morph.h>
 #include <kipx/mser.h>
-#include <kipx/sepfilter.h>
 #include <kipx/watershed.h>
 
-#include "trial.h"
+#include <cstdio>
+#include <span>
+
+#include "operations.h"
 
 namespace kipx::test {
 namespace {
 
-enum class Needs { all, most };
-struct Case {
-    const char *name;
-    Needs needs; // most: it may do with less than it asked for
-    long failures;
-    void (*run)(Trial &);
-};
-
 int32_t had(const void *what) { return what ? 0 : KIPX_ENOMEM; }
-
-// ---- arrays -------------------------------------------------------------------------------------
-
-// Every channel by itself, into bytes from wider elements.
-template<auto function> void narrowed(Trial &trial) {
-    Shape shape;
-    shape.width = 37, shape.height = 5, shape.channels = 3;
-    shape.layout = Layout::padded_pixels;
-    GuardedArray dst(shape);
-    shape.type = KIPX_S32;
-    GuardedArray a(shape), b(shape);
-    Rng rng(1);
-    a.fill(rng, Values::nonzero), b.fill(rng, Values::nonzero);
-    trial.keeps(dst);
-    auto call = [&] {
-        return function(trial.xe(), 0, dst.arr(), a.arr(), b.arr(), nullptr, nullptr, nullptr, -1,
-                        0);
-    };
-    trial.call(call);
-    EXPECT_EQ(call(), 0); // as if nothing had happened
-}
-
-// Over a window, from a source that shares bytes with the destination.
-using Arrays = const kipx_arr *;
-template<int32_t (*function)(KipxXE *, Arrays src, Arrays dst)> void filtered(Trial &trial) {
-    Shape shape;
-    shape.width = 37, shape.height = 15;
-    GuardedArray array(shape);
-    Rng rng(1);
-    array.fill(rng);
-    kipx_arr src = *array.arr(), dst = src;
-    src.volume[2] = --dst.volume[2];
-    dst.base = array.address({0, 1, 0, 0});
-    trial.keeps(array);
-    auto call = [&] { return function(trial.xe(), &src, &dst); };
-    trial.call(call);
-    EXPECT_EQ(call(), 0);
-}
-
-template<uint32_t kind> int32_t filter(KipxXE *xe, Arrays src, Arrays dst) {
-    return KipxFilter(xe, 0, src, dst, nullptr, nullptr, kind, nullptr);
-}
-template<uint32_t op> int32_t morph(KipxXE *xe, Arrays src, Arrays dst) {
-    static unsigned char members[9] = {0, 1, 0, 1, 1, 1, 0, 1, 0};
-    kipx_strel cross{};
-    cross.anchor[1] = cross.anchor[2] = 1;
-    cross.mask.volume[1] = cross.mask.volume[2] = 3;
-    cross.mask.strides[1] = 3, cross.mask.strides[2] = 1, cross.mask.base = members;
-    return KipxMorphop(xe, 0, src, dst, nullptr, nullptr, op, &cross);
-}
-int32_t gauss(KipxXE *xe, Arrays src, Arrays dst) {
-    return KipxGaussianFilter(xe, 0, src, dst, nullptr, nullptr, nullptr, nullptr);
-}
-int32_t fireflies(KipxXE *xe, Arrays src, Arrays dst) {
-    return KipxFirefly(xe, 0, src, dst, nullptr, nullptr, 1);
-}
 
 // ---- trees --------------------------------------------------------------------------------------
 
@@ -271,16 +206,7 @@ template<bool fast, bool masked> void stable_regions(Trial &trial) {
 
 // ---- the table ----------------------------------------------------------------------------------
 
-const Case cases[] = {
-    {"add, narrowed", Needs::all, 1, narrowed<KipxAdd>},
-    {"divide, narrowed", Needs::all, 1, narrowed<KipxDiv>},
-    {"minimum", Needs::all, 1, filtered<filter<KIPX_FILTER_MIN>>},
-    {"top-hat", Needs::all, 1, filtered<filter<KIPX_FILTER_TOPHAT>>},
-    {"mean", Needs::all, 1, filtered<filter<KIPX_FILTER_BOX>>},
-    {"erosion by a cross", Needs::all, 2, filtered<morph<KIPX_MORPH_ERODE>>},
-    {"top-hat by a cross", Needs::all, 2, filtered<morph<KIPX_MORPH_TOPHAT>>},
-    {"Gaussian", Needs::all, 2, filtered<gauss>},
-    {"fireflies", Needs::all, 2, filtered<fireflies>},
+const Case objects[] = {
     {"an environment on a stack of its own", Needs::all, 2,
      [](Trial &trial) {
          trial.call([] {
@@ -353,7 +279,7 @@ long next(long k) { return k < 80 ? k + 1 : k + 1 + k / 12; }
 long fail_in_turn(const Case &row, Shortage shortage) {
     long failures = 0;
     for (long k = 0;; k = next(k)) {
-        SCOPED_TRACE(std::string(row.name) + ", request " + std::to_string(k) + ", shortage " +
+        SCOPED_TRACE(row.name + ", request " + std::to_string(k) + ", shortage " +
                      std::to_string(static_cast<int>(shortage)));
         long heap = heap_blocks(), storages = open_storages();
         bool refused;
@@ -370,14 +296,20 @@ long fail_in_turn(const Case &row, Shortage shortage) {
     }
 }
 
-TEST(WithoutMemory, EveryRequestRefusedInTurn) {
+void fail_all_in_turn(std::span<const Case> cases) {
+    long refusals = 0;
     for (const Case &row : cases)
         for (Shortage shortage : {Shortage::once, Shortage::from_then_on, Shortage::of_room}) {
             long failures = fail_in_turn(row, shortage);
-            ASSERT_FALSE(HasFailure()) << row.name;
+            ASSERT_FALSE(testing::Test::HasFailure()) << row.name;
             EXPECT_TRUE(shortage == Shortage::of_room || failures >= row.failures) << row.name;
+            refusals += failures;
         }
+    std::printf("%zu calls, refused memory %ld times\n", cases.size(), refusals);
 }
+
+TEST(WithoutMemory, EveryRequestOfObjects) { fail_all_in_turn(objects); }
+TEST(WithoutMemory, EveryRequestOfOperations) { fail_all_in_turn(operation_cases()); }
 
 // A pixel list keeps what it has, whole.
 TEST(WithoutMemory, PixelMergesLoseWhatDoesNotFit) {

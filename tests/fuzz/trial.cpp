@@ -338,12 +338,14 @@ void Trial::judge(const char *name, int32_t code) const {
     } else {
         std::vector<bool> allowed(room);
         if (code >= 0) mark_region(allowed);
-        for (size_t b = 0; b < before_.size(); ++b)
-            if (before_[b] != memory().at(0)[b / room * (room + page) + b % room] &&
-                !(b < room && allowed[b]))
-                complain(name, "code " + std::to_string(code) + ", array " +
-                                   std::to_string(b / room) + " changed at " +
-                                   std::to_string(b % room));
+        for (uint32_t i = 0; i < operands; ++i) {
+            const uint8_t *was = before_.data() + i * room, *is = memory().at(i);
+            if (!std::memcmp(was, is, room)) continue;
+            for (uint32_t b = 0; b < room; ++b)
+                if (was[b] != is[b] && (i || !allowed[b]))
+                    complain(name, "code " + std::to_string(code) + ", array " + std::to_string(i) +
+                                       " changed at " + std::to_string(b));
+        }
     }
     for (uint32_t b = 0; code < 0 && b < room; ++b)
         if (out_[b] != uint8_t(b * 11))
