@@ -86,8 +86,8 @@ def c_reference(source, out):
         fail(*complaints)
     toc = "\n".join(f"   {name}" for name in names)
     (source / "c" / "index.rst").write_text(
-        f"C reference\n===========\n\n{len(functions)} functions, as the headers declare and describe them. A page for each "
-        "header: its head, which tells\nwhat its functions have in common, the functions and records, and the header "
+        f"C reference\n===========\n\n{len(functions)} functions, as the headers declare and describe them. A page for "
+        "each header: its head, which tells\nwhat its functions have in common, the functions and records, and the header "
         f"itself.\n\n.. toctree::\n   :maxdepth: 1\n\n{toc}\n", encoding="utf-8")
     return functions
 

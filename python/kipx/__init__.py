@@ -10,7 +10,7 @@ MemoryError, each one sentence. The interpreter's lock is released during calls;
 on images that no other call writes meanwhile. `kipx.raw` has every C function by its own name.
 """
 from kipx._library import __version__ as __version__, set_simd as set_simd
-from kipx import raw as raw
+from kipx import geometry as geometry, raw as raw
 from kipx.arithmetic import *  # noqa: F403
 from kipx.filters import *  # noqa: F403
 from kipx.stable import *  # noqa: F403

@@ -69,14 +69,13 @@ __version__ = _version_text(lib.kipx_version())
 
 
 class _Local(threading.local):
-    """What belongs to one thread. cffi closes the environment with its last reference, which goes when
+    """What belongs to one thread: `kept`, the environment and, by layout, descriptors that wait for their
+    next call. The environment is a record of Python's, so that no interrupt can come between its opening
+    and its owner. cffi closes the environment with its last reference, which goes when
     the thread does."""
 
     def __init__(self) -> None:
-        record = lib.KipxXEopen(ffi.NULL, ffi.NULL, 0)
-        if record == ffi.NULL:
-            raise MemoryError("kipx: no memory for this thread's execution environment")
-        self.record = ffi.gc(record, lib.KipxXEclose)
+        self.kept: tuple[Any, dict[Any, Any]] = ffi.gc(ffi.new("KipxXE *"), lib.KipxXEfini), {}
 
 
 _local = _Local()
@@ -84,7 +83,7 @@ _local = _Local()
 
 def environment() -> Any:
     """The execution environment of the calling thread, open as long as the thread lives."""
-    return _local.record
+    return _local.kept[0]
 
 
 _SETS = {"off": lib.KIPX_SIMD_OFF, "best": lib.KIPX_SIMD_BEST, "avx2": lib.KIPX_SIMD_AVX2,

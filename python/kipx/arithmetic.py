@@ -190,15 +190,14 @@ def _binary(name: str, mirror: str, c: str, what: str, answer: str) -> Binary:
     straight, constant = getattr(lib, f"Kipx{c}"), getattr(lib, f"Kipx{c}C")
     turned = getattr(lib, "Kipx" + next(row[2] for row in _BINARY if row[0] == mirror) + "C")
     divisor = {"div": "b", "rdiv": "a"}.get(name)
-    nowhere = (ffi.NULL,) * 3  # the region and the positions
 
     def function(a: Any, b: Any, *, scale: int = 0, dtype: Optional[DTypeLike] = None,
                  out: Optional[Image] = None, roi: Roi = None, channel_axis: Optional[int] = -1) -> Image:
-        tail = whole(where, "scale", scale, -31, 63), 0
-        if roi is None and dtype is None and type(b) is np.ndarray and not divisor:
-            found = swift(straight, (a, b), out, channel_axis, (*nowhere, *tail))
+        if roi is None and dtype is None and not divisor and type(scale) is int and scale == 0:
+            found = swift(straight, a, b, out, channel_axis)
             if found is not None:
                 return found
+        tail = whole(where, "scale", scale, -31, 63), 0
         image, other, exchanged = _operands(where, a, b)
         if divisor and all(_dtype(v).kind in "iu" for v in (a, b) if not is_constant(v)):
             _refuse_zeros(where, divisor, b if divisor == "b" else a, roi, channel_axis)

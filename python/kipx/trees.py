@@ -152,16 +152,13 @@ class Tree:
 class Flood:
     """An image's flood kept open: an environment of its own, and what lives on it. Reads are serialised
     with `close`, which may be called any number of times and is called by the collector. kept: what the
-    context points at."""
+    context points at. Both records are Python's, so that whatever a call leaves in them has an owner."""
 
     _open = False
 
     def __init__(self, release: Callable[[Any], None], kind: str, kept: Any = None) -> None:
         self._lock = threading.RLock()
-        record = lib.KipxXEopen(NULL, NULL, 0)
-        if record == NULL:
-            raise MemoryError("kipx: no memory for an execution environment")
-        self.xe, self.context, self.kept = record, ffi.new(kind), kept
+        self.xe, self.context, self.kept = ffi.new("KipxXE *"), ffi.new(kind), kept
         self._release, self._open = release, True
 
     def read(self, reader: Callable[[], Any]) -> Any:
@@ -172,10 +169,10 @@ class Flood:
 
     def close(self) -> None:
         with self._lock:
-            if self._open:
-                self._open = False
+            if self._open:  # both may be done twice, and are where an interrupt comes before the last line
                 self._release(self.context)
-                lib.KipxXEclose(self.xe)
+                lib.KipxXEfini(self.xe)
+                self._open = False
 
     __del__ = close
 
@@ -183,12 +180,14 @@ class Flood:
 def addresses(store: Any) -> NDArray[np.uintp]:
     """Where the nodes of a store lie, children before their parent."""
     found: list[int] = []
-    note = found.append
-    # The records lie in few blocks; the walk is asked where, and NumPy reads them block by block.
-    visitor = ffi.callback("int32_t(uintptr_t, uintptr_t)", lambda node, _: note(node) or 1)
+    note, stopped = found.append, []
+    # The records lie in few blocks; the walk is asked where, and NumPy reads them block by block. An
+    # interrupt on the way ends the walk, which has nothing to give back, and goes on behind it.
+    visitor = ffi.callback("int32_t(uintptr_t, uintptr_t)", lambda node, _: note(node) or 1,
+                           onerror=lambda _, problem, __: stopped.append(problem))
     lib.kipx_fwtsr_walk(store, ffi.cast("kipx_fwtsr_visitor", visitor), NULL)
-    if len(found) != store.count:
-        raise KeyboardInterrupt
+    if stopped:
+        raise stopped[0]
     return np.array(found, np.uintp)
 
 
@@ -315,15 +314,17 @@ def component_tree(image: Any, *, polarity: str = "bright", connectivity: int = 
     array, records, origin, operands = grey(where, image, mask, roi)
     context = ffi.new("KipxWatershedContext *")
     levelset = ffi.new("KipxWTSLSC *")
-    store = lib.KipxFWTSRESopen(NULL, NULL, NULL, lib.KipxXEmmstack(environment()))
-    if store == NULL:
-        raise MemoryError(f"{where}: no memory for the tree")
+    xe, mark = environment(), ffi.new("kipx_mmstate *")
+    lib.KipxXEgetmmsp(xe, mark)
     try:
+        store = lib.KipxFWTSRESopen(NULL, NULL, NULL, lib.KipxXEmmstack(xe))
+        if store == NULL:
+            raise MemoryError(f"{where}: no memory for the tree")
         context.builder, context.levelset = ffi.cast("KipxSTB *", store), levelset
         context.polarity, context.connectivity = bright, connected(where, connectivity)
         function, spare = (lib.KipxWatershed, (NULL,)) if mask is None else (lib.KipxWatershedEx, (NULL, NULL))
         call(where, function, *records, *spare, context, flags=lib.KIPX_FLAG_FAST, operands=operands)
         return read_tree(context.builder, bool(bright), (), array.shape[1], origin,
                          (np.shape(image)[0], np.shape(image)[1]))
-    finally:
-        lib.KipxFWTSRESclose(store, 0)
+    finally:  # whatever has been opened since, also where an interrupt came before it had a name here
+        lib.KipxXEsetmmsp(xe, mark)

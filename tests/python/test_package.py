@@ -2,6 +2,7 @@
 import doctest
 import importlib
 import os
+import signal
 import subprocess
 import sys
 import threading
@@ -13,7 +14,7 @@ import pytest
 from kipx import raw
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-MODULES = ("_library", "raw", "arithmetic", "dask", "filters", "stable", "statistics", "trees", "values")
+MODULES = ("_library", "raw", "arithmetic", "dask", "filters", "geometry", "stable", "statistics", "trees", "values")
 
 
 @pytest.mark.parametrize("name", MODULES)
@@ -40,19 +41,72 @@ def test_raw_has_every_function():
         raw.KipxNothing
 
 
-def run(code, **environment):
+def start(code, environment={}, **options):
     kept = {**os.environ, "PYTHONPATH": os.path.dirname(os.path.dirname(kipx.__file__)), **environment}
-    return subprocess.run([sys.executable, "-B", "-c", code], capture_output=True, text=True, env=kept)
+    return subprocess.Popen([sys.executable, "-B", "-c", code], text=True, env=kept, **options)
+
+
+def refusal(**environment):
+    """What an import that fails says."""
+    with start("import kipx", environment, stderr=subprocess.PIPE) as child:
+        said = child.stderr.read()
+    assert child.returncode
+    return said
+
+
+INTERRUPTED = """
+import gc, resource, signal, sys, kipx, numpy as np
+from kipx import raw
+image = kipx.gaussian(np.random.default_rng(1).integers(0, 256, (150, 150), np.uint8), 2)
+image = kipx.convert(image, "u1", scale=6, shift=-640)
+
+def work():
+    tree, found = kipx.component_tree(image), kipx.mser(image)
+    return (kipx.add(image, image.copy()).sum(), kipx.opening(image, np.ones((9, 9))).sum(), tree.area.sum(),
+            found.trees["dark"].area.sum(), len(found))
+
+def told():
+    gc.collect()
+    floods = sum(isinstance(one, kipx.trees.Flood) for one in gc.get_objects())
+    return floods, raw.ZuSMEMSTGdrawn(raw.KipxXEmmstack(raw.environment()))
+
+def handler(*_):
+    assert work() == expected
+    raise KeyboardInterrupt
+
+expected, before, peak = work(), told(), None
+signal.signal(signal.SIGINT, handler)
+for _ in range(60):
+    try:
+        print("ready", flush=True)
+        while True:
+            work()
+    except KeyboardInterrupt:
+        pass
+    assert work() == expected and told() == before, (told(), before)
+    peak = peak or resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
+assert resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - peak < 3000
+print("sound", flush=True)
+"""
+
+
+def test_interrupts_leave_no_half_state():
+    """Ctrl-C at any moment: calls of its handler and calls behind it give what they give, nothing stays open."""
+    random = np.random.default_rng(9)
+    with start(INTERRUPTED, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as child:
+        while child.stdout.readline() == "ready\n":
+            time.sleep(random.uniform(0, 0.04))
+            child.send_signal(signal.SIGINT)
+        errors = child.stderr.read()
+    assert child.returncode == 0 and not errors, errors
 
 
 def test_discovery(tmp_path):
-    wrong = run("import kipx", KIPX_LIBRARY=str(tmp_path / "none.so"))
-    assert wrong.returncode and f"looked for {tmp_path / 'none.so'} (not there)" in wrong.stderr
+    assert f"looked for {tmp_path / 'none.so'} (not there)" in refusal(KIPX_LIBRARY=str(tmp_path / "none.so"))
     source = tmp_path / "old.c"
     source.write_text("int kipx_version(void) { return 9999; }\n")
     subprocess.run(["cc", "-shared", "-o", tmp_path / "old.so", source], check=True)
-    old = run("import kipx", KIPX_LIBRARY=str(tmp_path / "old.so"))
-    assert old.returncode and "(version 0.9.999, and 1.0.0 or a later 1.x is needed)" in old.stderr
+    assert "(version 0.9.999, and 1.0.0 or a later 1.x is needed)" in refusal(KIPX_LIBRARY=str(tmp_path / "old.so"))
 
 
 def test_every_thread_has_an_environment_of_its_own():
