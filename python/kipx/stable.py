@@ -31,10 +31,6 @@ _REGION, _MOMENTS = record_dtype("KipxWTSregion"), record_dtype("KipxWTSMF")
 _STEPS = ((0, 1), (1, 0), (0, -1), (-1, 0))  # right, down, left, up, along the sides of a pixel
 
 
-def _release(context: Any) -> None:
-    lib.KipxMSERrelease(context)
-
-
 class StableRegions:
     """What `mser` found. A sequence of rows, dark regions before bright ones.
 
@@ -302,7 +298,7 @@ def mser(image: Any, *, delta: int = 5, min_area: int = 30, max_area: float = 0.
     where = "kipx.mser"
     array, records, origin, operands = grey(where, image, mask, roi)
     descriptor = ffi.new("KipxWTSFDs *")
-    flood = Flood(_release, "KipxMSERContext *", descriptor)
+    flood = Flood("KipxMSERContext *", descriptor)
     lib.KipxWTSMFinitFeatureDs(descriptor, NULL)
     context = flood.context
     context.delta = whole(where, "delta", delta, 0, 255)
@@ -318,5 +314,9 @@ def mser(image: Any, *, delta: int = 5, min_area: int = 30, max_area: float = 0.
     context.levelset.descriptors, context.levelset.count = descriptor, 1
     function, spare = ((lib.KipxGenerateFMSERs, (NULL,)) if mask is None
                        else (lib.KipxGenerateFMSERsEx, (NULL, NULL)))
-    call(where, function, *records, *spare, context, operands=operands, xe=flood.xe)
-    return StableRegions(flood, array.shape[1], origin, (np.shape(image)[0], np.shape(image)[1]))
+    try:
+        call(where, function, *records, *spare, context, operands=operands, xe=flood.xe)
+        return StableRegions(flood, array.shape[1], origin, (np.shape(image)[0], np.shape(image)[1]))
+    finally:  # the list has been read; the regions themselves live in the environment
+        lib._ZuMfree(context.list.entries)
+        context.list.entries = NULL

@@ -150,16 +150,14 @@ class Tree:
 
 
 class Flood:
-    """An image's flood kept open: an environment of its own, and what lives on it. Reads are serialised
-    with `close`, which may be called any number of times and is called by the collector. kept: what the
-    context points at. Both records are Python's, so that whatever a call leaves in them has an owner."""
+    """An image's flood kept open: an environment of its own, and what lives on its stack, which is all
+    released with it. Reads are serialised with `close`, which may be called any number of times; what is
+    left the collector closes, by C alone: no line of Python runs then, in which an interrupt would get lost.
+    kept: what the context points at."""
 
-    _open = False
-
-    def __init__(self, release: Callable[[Any], None], kind: str, kept: Any = None) -> None:
-        self._lock = threading.RLock()
-        self.xe, self.context, self.kept = ffi.new("KipxXE *"), ffi.new(kind), kept
-        self._release, self._open = release, True
+    def __init__(self, kind: str, kept: Any = None) -> None:
+        self._lock, self._open, self.kept = threading.RLock(), True, kept
+        self.context, self.xe = ffi.new(kind), ffi.gc(ffi.new("KipxXE *"), lib.KipxXEfini)
 
     def read(self, reader: Callable[[], Any]) -> Any:
         with self._lock:
@@ -169,12 +167,8 @@ class Flood:
 
     def close(self) -> None:
         with self._lock:
-            if self._open:  # both may be done twice, and are where an interrupt comes before the last line
-                self._release(self.context)
-                lib.KipxXEfini(self.xe)
-                self._open = False
-
-    __del__ = close
+            self._open = False
+            ffi.release(self.xe)
 
 
 def addresses(store: Any) -> NDArray[np.uintp]:
