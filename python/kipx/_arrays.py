@@ -31,7 +31,7 @@ DTYPES = {code: dtype for dtype, code in TYPES.items()}
 REACH = 2**32  # bytes from the first element to the last
 
 _ARR = ffi.typeof("kipx_arr *")
-_VOID = ffi.typeof("void *")
+_VOID, _DOUBLES = ffi.typeof("void *"), ffi.typeof("double[]")
 _templates: dict[Any, Any] = {}
 
 
@@ -209,6 +209,8 @@ def is_constant(value: Any) -> bool:
 
 def vector(where: str, name: str, value: Any, count: int) -> Any:
     """A number per channel as a C array."""
+    if type(value) is float or type(value) is int and -2**53 < value < 2**53:
+        return ffi.new(_DOUBLES, [value] * count)
     try:
         if np.iscomplexobj(value):
             raise TypeError
@@ -218,7 +220,7 @@ def vector(where: str, name: str, value: Any, count: int) -> Any:
     if numbers.ndim > 1 or numbers.ndim == 1 and numbers.size != count:
         raise ValueError(f"{where}: {name} is {told(value)}; expected a number, or one for each of {count} "
                          "channels")
-    return ffi.new("double[]", np.broadcast_to(numbers, (count,)).tolist())
+    return ffi.new(_DOUBLES, np.broadcast_to(numbers, (count,)).tolist())
 
 
 def whole(where: str, name: str, value: Any, low: int, high: int) -> int:

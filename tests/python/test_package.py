@@ -39,6 +39,11 @@ def test_raw_has_every_function():
     assert "saturates" in raw.KipxAddq.__doc__ and "Otsu" in raw.KipxComputeThresholdByOtsu.__doc__
     with pytest.raises(AttributeError, match="no header declares it"):
         raw.KipxNothing
+    sys.path.insert(0, os.path.join(ROOT, "docs/site"))
+    headers = importlib.import_module("headers").read().values()
+    described = {name: entry for header in headers for name, entry in header.public + header.levels}
+    assert declared <= set(described)
+    assert not [name for name in declared if not described[name].startswith("/** ")]
 
 
 def start(code, environment={}, **options):
@@ -171,13 +176,16 @@ def test_wheel(tmp_path):
                      str(tmp_path), "kipx"]):
         made = subprocess.run([*pip, *command], env=kept, capture_output=True, text=True)
         assert made.returncode == 0, made.stderr
-    code = ("import kipx, numpy as np; assert kipx.add(np.ones((2, 2), 'u1'), 1).sum() == 8; "
-            "print(kipx.raw.KipxAdd.__doc__[:14], *{l.split()[-1] for l in open('/proc/self/maps') if 'libZu' in l "
+    code = ("import runpy, kipx; runpy.run_path(" + repr(os.path.join(ROOT, "docs/site/gallery/01_count_cells.py"))
+            + "); print(kipx.raw.KipxAdd.__doc__[:14], *{l.split()[-1] for l in open('/proc/self/maps') if 'libZu' in l "
             "or 'libKipx' in l}, sep='\\n')")
     ran = subprocess.run([sys.executable, "-B", "-c", code], capture_output=True, text=True, cwd=tmp_path,
-                         env={"PYTHONPATH": str(target), "PATH": os.environ["PATH"]})
+                         env={"PYTHONPATH": str(target), "PATH": os.environ["PATH"], "MPLBACKEND": "agg",
+                              "MPLCONFIGDIR": str(tmp_path)})
     assert ran.returncode == 0, ran.stderr
-    signature, *loaded = ran.stdout.splitlines()
+    *_, told, signature, zu, kipx_library = ran.stdout.splitlines()
+    assert told == "found once: 60, missed: 0"
+    loaded = zu, kipx_library
     assert signature == "int32_t KipxAd" and sorted(loaded) == [
         str(target / "kipx" / name) for name in ("libKipx-1_0_0.so", "libZu-2.so")]
 
