@@ -48,6 +48,29 @@ class Arithmetic(ProgramCase):
         np.testing.assert_array_equal(mean, np.rint((a.astype("f8") + b) / 2))
         self.assertEqual(told, 0)
 
+    def test_products_and_sums(self):
+        """Images or numbers for B and C, into the widest of the types or another one."""
+        rows = [("u8", "u8", "u8", None), ("u8", "1.5,1,0.25", "-10", None), ("s16", "u8", "7", None), ("u8", "3", "s16", "s16"),
+                ("u8", "u8", "-10", "u8"), ("f32", "u8", "f32", None), ("u16", "2", "u8", "f32"), ("u8", "1", "-300", "s32")]
+        forms = {"muladd": lambda p, c: p + c, "mulsub": lambda p, c: p - c, "mulrsub": lambda p, c: c - p}
+        for (a, b, c, kind), (op, exact) in ((row, form) for row in rows for form in forms.items()):
+            with self.subTest(op=op, a=a, b=b, c=c, kind=kind):
+                given = [numbers(text, seed, (6, 10, 3)) if text in NAMES else text for seed, text in enumerate((a, b, c))]
+                for name, values in zip("abc", given):
+                    if not isinstance(values, str):
+                        self.put(f"{name}.npy", values)
+                files = [text if isinstance(text, str) else f"{name}.npy" for name, text in zip("abc", given)]
+                done = self.run_program(op, *files, "-o", "out.npy", *(["--type", kind] if kind else []))
+                self.assertEqual(done.returncode, 0, done.stderr)
+                got = self.picture("out.npy")
+                widest = max((COMPUTED[text] for text in (a, b, c) if text in NAMES), key=["u8", "s16", "s32", "f32"].index)
+                self.assertEqual(type_of(got), kind or widest)
+                x, y, z = (np.array(list(map(float, v.split(",")))) if isinstance(v, str) else v.astype("f8") for v in given)
+                values = exact(x * y, z)
+                if (kind or widest) in RANGES:
+                    values = np.rint(values).clip(*RANGES[kind or widest])
+                np.testing.assert_array_equal(got, values.astype(got.dtype))
+
     def test_types(self):
         """Sources of any type into any other, saturated there and counted."""
         for left, right in (("u8", "s16"), ("s8", "u8"), ("u16", "u16"), ("s32", "u8"), ("u32", "s16"), ("f64", "u8"), ("f32", "f32")):

@@ -77,13 +77,6 @@ struct ArithArguments {
 
 kipx_pos position(Place place) { return {{0, place.y, place.x, 0}}; }
 
-// The types that the library computes with, each holding those before it; f32 holds all but s32.
-constexpr uint32_t compute_types[] = {KIPX_U8, KIPX_S16, KIPX_S32, KIPX_F32};
-
-int rank(uint32_t type) {
-    return int(std::find(std::begin(compute_types), std::end(compute_types), type) - compute_types);
-}
-
 // The sources, a place in each, and the result. Where there are numbers, one for every channel, they
 // stand for b.
 struct ArithJob {

@@ -61,6 +61,7 @@ int complain(const char *text);
 #define KIPX_COMMANDS(X)                                                                           \
     X(arith)                                                                                       \
     X(logic)                                                                                       \
+    X(muladd)                                                                                      \
     X(compare) X(filter) X(pixel) X(convert) X(pad) X(stats) X(info) X(scene) X(mser) X(tree)      \
         X(demo) X(reference)
 #define KIPX_DECLARE_COMMAND(name)                                                                 \

@@ -215,6 +215,10 @@ Image computable(Image image, const std::string &path, const char *holder, uint3
     }
 }
 
+int rank(uint32_t type) {
+    return int(std::find(std::begin(compute_types), std::end(compute_types), type) - compute_types);
+}
+
 bool fits(const Image &image, uint32_t type) {
     if (!is_integer(type) && !is_integer(image.type())) return true;
     const Statistics range = extremes(image);

@@ -47,5 +47,9 @@ Image converted(const Image &image, uint32_t type);
 // but none that is `as_it_is`. Fails where s32 has no room, with "... more than 2147483647, the most
 // that `holder`".
 Image computable(Image image, const std::string &path, const char *holder, uint32_t as_it_is = 0);
+// The types that the library computes with, each holding those before it; f32 holds all but s32.
+constexpr uint32_t compute_types[] = {KIPX_U8, KIPX_S16, KIPX_S32, KIPX_F32};
+// The place of a type among them.
+int rank(uint32_t type);
 // Whether a type holds every value of a picture of integers. Floats are held by all floating types.
 bool fits(const Image &image, uint32_t type);
