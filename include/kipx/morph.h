@@ -19,8 +19,8 @@
  *   no members: the type's lowest value for dilation, its highest for erosion
  *
  * Source, destination, auxiliary mask, region, planes, borders, NaN and zeros are as in
- * kipx/filter.h; an auxiliary mask has as many channels as the source. Gradient is the dilation minus
- * the erosion, the hats as there, all by saturating subtraction: f32 is KIPX_ENOTSUP.
+ * kipx/filter.h; but with an element's mask an auxiliary one has as many channels as the source. Gradient
+ * is the dilation minus the erosion, the hats as there, all by saturating subtraction: f32 is KIPX_ENOTSUP.
  *
  * Types: u8, s16, s32, f32, of 1, 3 or 4 channels; others are KIPX_EINVAL. Open, close and the hats
  * take what KipxFilter takes where the mask is 255 everywhere. Checks come in the order of

@@ -81,6 +81,14 @@ class Filters(ProgramCase):
             got = self.made(line[0], image, *line[1:], "--mask", "mask.png")
             np.testing.assert_array_equal(got, np.where(mask, most(image, 5, 5, 2, 2), image))
 
+    def test_parts_are_those_of_the_whole(self):
+        """Of what is made in one step: the second one of a compound sees nothing beyond the part."""
+        image = np.stack([blobs(4), blobs(5)], -1)
+        for line in (["filter", "--kind", "min"], ["morph", "--op", "erode", "--shape", "disk"], ["gauss", "--size", "3"],
+                     ["sepfilter", "--rows", "1,2", "--columns", "1"], ["firefly", "--bright", "3"], ["filter", "--kind", "max", "--size", "1"]):
+            whole = self.made(*line[:1], image, *line[1:])
+            np.testing.assert_array_equal(self.made(*line[:1], image, *line[1:], "--roi", "7,5,20,90"), whole[5:, 7:27])
+
     def test_sums(self):
         image = as_type(blobs(7), "f32")
         got = self.made("sepfilter", image, "--rows", "1,2,1", "--columns", "-1,0,1", says=["3x3"])
@@ -103,12 +111,15 @@ class Filters(ProgramCase):
         self.put("in.npy", blobs(9))
         self.put("real.npy", as_type(blobs(9), "f32"))
         self.put("rgb.png", np.zeros((3, 3, 3), "u1"))
+        self.put("none.png", np.zeros((3, 3), "u1"))
         out = ["-o", "out.png"]
         for line, says in (
             (["filter", "in.npy", "--kind", "min", "--anchor", "5,0"], ["--anchor", "5,0", "5x5"]),
             (["filter", "real.npy", "--kind", "bothat"], ["--kind", "bothat", "f32"]),
             (["morph", "real.npy", "--op", "gradient"], ["--op", "gradient", "f32"]),
             (["morph", "in.npy", "--op", "open", "--shape", "rgb.png"], ["--shape", "3 channels"]),
+            (["morph", "in.npy", "--op", "open", "--shape", "none.png"], ["--shape", "none.png", "member"]),
+            (["gauss", "in.npy", "--sigma", "1", "--roi", "40,0,1,1"], ["--roi", "40,0", "40x30"]),
         ):
             with self.subTest(line=line):
                 self.refuses(*line, *out, says=says)

@@ -33,6 +33,7 @@ struct FilterArguments {
     Goal goal;
     uint32_t page = 1;
     std::optional<FilterPair> size, anchor;
+    std::optional<Part> roi;
     uint32_t border = KIPX_BORDER_REPLICATE;
     uint32_t kind = 0, op = 0;
     std::string shape = "rect";
@@ -140,6 +141,8 @@ FilterElement file_element(const Globals &globals, const FilterArguments &given)
             out.members += from[i] != 0;
         }
     });
+    if (out.members == 0)
+        fail("--shape: {} holds nothing but 0, expected one member at least", given.shape);
     return out;
 }
 
@@ -153,7 +156,8 @@ std::string told_element(FilterPair size, FilterPair anchor) {
 
 struct FilterJob {
     Image source, result, mask;
-    std::string what; // for the line that is printed
+    std::optional<Part> part; // of the source, that the result is of
+    std::string what;         // for the line that is printed
 };
 
 // Loads the source and the mask; the result is the source, which stays where the mask is 0.
@@ -162,6 +166,7 @@ FilterJob load_filter_job(const Globals &globals, const FilterArguments &given) 
     FilterJob job;
     const uint32_t mask_page = given.mask.empty() ? 1 : globals.page_beside(given.mask, given.page);
     job.source = globals.load(given.source, given.page);
+    job.part = part_inside(given.roi, job.source, given.source);
     if (given.mask.empty()) return job;
     const Image mask = globals.load(given.mask, mask_page);
     if (mask.channels() != 1 || mask.width() != job.source.width() ||
@@ -180,7 +185,7 @@ FilterJob load_filter_job(const Globals &globals, const FilterArguments &given) 
 }
 
 using FilterCall = std::function<int32_t(KipxXE *xe, const kipx_arr *src, const kipx_arr *dst,
-                                         const kipx_arr *mask)>;
+                                         const kipx_arr *mask, const kipx_site *roi)>;
 
 // One call for all channels, or one a channel.
 void filter_channels(FilterJob &job, bool each, const FilterCall &call) {
@@ -195,8 +200,21 @@ void filter_channels(FilterJob &job, bool each, const FilterCall &call) {
         const kipx_arr src = part(job.source, k), dst = part(job.result, k);
         const bool masked = job.mask.data() != nullptr;
         const kipx_arr mask = masked ? part(job.mask, k) : kipx_arr{};
-        check_answer(call(environment.get(), &src, &dst, masked ? &mask : nullptr), job.what);
+        const Part area = job.part.value_or(Part{0, 0, job.source.width(), job.source.height()});
+        const kipx_site roi = {{0, area.y, area.x, 0},
+                               {1, area.height, area.width, each ? 1 : channels}};
+        check_answer(call(environment.get(), &src, &dst, masked ? &mask : nullptr,
+                          job.part ? &roi : nullptr),
+                     job.what);
     }
+}
+
+Image filter_cut(const Image &image, const Part &part) {
+    Image out({image.type(), part.width, part.height, image.channels()});
+    const size_t pixel = image.row_bytes() / image.width();
+    for (uint32_t y = 0; y < part.height; ++y)
+        std::memcpy(out.row(y), image.row(part.y + y) + part.x * pixel, part.width * pixel);
+    return out;
 }
 
 // Two channels are worked on one by one: morphology has no kernels for them.
@@ -207,6 +225,7 @@ void filter_and_store(const Globals &globals, const FilterArguments &given, Filt
     job.result = Image(job.source.shape());
     std::memcpy(job.result.data(), job.source.data(), job.source.bytes());
     if (!copy) filter_channels(job, job.source.channels() == 2, call);
+    if (job.part) job.result = filter_cut(job.result, *job.part);
     if (job.result.type() != type && fits(job.result, type))
         job.result = converted(job.result, type);
     globals.store(job.result, given.goal, job.what);
@@ -255,9 +274,10 @@ void run_filter(const Globals &globals, const FilterArguments &given) {
     job.what = fmt::format("{} over {}", kind.word, told_element(size, anchor));
     filter_and_store(
         globals, given, job,
-        [&](KipxXE *xe, const kipx_arr *src, const kipx_arr *dst, const kipx_arr *mask) {
-            return KipxFilter(xe, KIPX_FLAG_BORDER(given.border), src, dst, mask, nullptr,
-                              given.kind, &shape);
+        [&](KipxXE *xe, const kipx_arr *src, const kipx_arr *dst, const kipx_arr *mask,
+            const kipx_site *roi) {
+            return KipxFilter(xe, KIPX_FLAG_BORDER(given.border), src, dst, mask, roi, given.kind,
+                              &shape);
         },
         size.row == 1 && size.column == 1);
 }
@@ -278,8 +298,9 @@ void run_morph(const Globals &globals, const FilterArguments &given) {
     const kipx_strel strel = element.record();
     filter_and_store(
         globals, given, job,
-        [&](KipxXE *xe, const kipx_arr *src, const kipx_arr *dst, const kipx_arr *mask) {
-            return KipxMorphop(xe, 0, src, dst, mask, nullptr, given.op, &strel);
+        [&](KipxXE *xe, const kipx_arr *src, const kipx_arr *dst, const kipx_arr *mask,
+            const kipx_site *roi) {
+            return KipxMorphop(xe, 0, src, dst, mask, roi, given.op, &strel);
         },
         element.point());
 }
@@ -311,8 +332,9 @@ void run_gauss(const Globals &globals, const FilterArguments &given) {
     if (!copy) job.what += fmt::format(", sigma {:.4g},{:.4g}", used[0], used[1]);
     filter_and_store(
         globals, given, job,
-        [&](KipxXE *xe, const kipx_arr *src, const kipx_arr *dst, const kipx_arr *mask) {
-            return KipxGaussianFilter(xe, KIPX_FLAG_BORDER(given.border), src, dst, mask, nullptr,
+        [&](KipxXE *xe, const kipx_arr *src, const kipx_arr *dst, const kipx_arr *mask,
+            const kipx_site *roi) {
+            return KipxGaussianFilter(xe, KIPX_FLAG_BORDER(given.border), src, dst, mask, roi,
                                       &shape, sigmas);
         },
         copy);
@@ -329,9 +351,9 @@ void run_sepfilter(const Globals &globals, const FilterArguments &given) {
     job.what = fmt::format("weighted sum over {}", told_element(size, anchor));
     filter_and_store(
         globals, given, job,
-        [&](KipxXE *xe, const kipx_arr *src, const kipx_arr *dst, const kipx_arr *mask) {
-            return KipxSepFilter(xe, KIPX_FLAG_BORDER(given.border), src, dst, mask, nullptr,
-                                 &kernel);
+        [&](KipxXE *xe, const kipx_arr *src, const kipx_arr *dst, const kipx_arr *mask,
+            const kipx_site *roi) {
+            return KipxSepFilter(xe, KIPX_FLAG_BORDER(given.border), src, dst, mask, roi, &kernel);
         },
         size.row == 1 && size.column == 1);
 }
@@ -350,9 +372,9 @@ void run_firefly(const Globals &globals, const FilterArguments &given) {
     job.what = fmt::format("outliers in {}", told_element(size, anchor));
     filter_and_store(
         globals, given, job,
-        [&](KipxXE *xe, const kipx_arr *src, const kipx_arr *dst, const kipx_arr *mask) {
-            return KipxFireflyEx(xe, 0, src, dst, mask, nullptr, &shape, bright.data(),
-                                 dark.data());
+        [&](KipxXE *xe, const kipx_arr *src, const kipx_arr *dst, const kipx_arr *mask,
+            const kipx_site *roi) {
+            return KipxFireflyEx(xe, 0, src, dst, mask, roi, &shape, bright.data(), dark.data());
         },
         copy);
 }
@@ -447,6 +469,8 @@ void add_filter_commands(CLI::App &app, const Globals &globals) {
                                  "What lies beyond the image's edge for means and weighted sums");
         add_value(*command, "--mask", given->mask, filled(), "FILE",
                   "Image of one channel: where it is 0 the pixel stays");
+        add_part(*command, "--roi", given->roi,
+                 "Make this part only; OUT has its size. Pixels about it count as ever");
         add_page_option(*command, given->page);
         command->footer(row.footer);
         command->callback([&globals, &row, given] { row.run(globals, *given); });

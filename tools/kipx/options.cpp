@@ -1,5 +1,6 @@
 // options.cpp - see options.h.
 #include "options.h"
+#include "failure.h"
 
 #include <fmt/format.h>
 
@@ -116,6 +117,18 @@ CLI::Option *add_part(CLI::App &command, const std::string &names, std::optional
     return add_numbers(command, names, "x,y,w,h", ',', 4, 2, help, [&value](const auto &n) {
         value = Part{n[0], n[1], n[2], n[3]};
     });
+}
+
+std::optional<Part> part_inside(const std::optional<Part> &given, const Image &image,
+                                const std::string &path) {
+    if (!given) return std::nullopt;
+    Part part = *given;
+    if (part.x >= image.width() || part.y >= image.height())
+        fail("--roi: got {},{}, which lies outside {} of {}x{}", part.x, part.y, path,
+             image.width(), image.height());
+    part.width = std::min(part.width, image.width() - part.x);
+    part.height = std::min(part.height, image.height() - part.y);
+    return part;
 }
 
 CLI::Option *add_extent(CLI::App &command, const std::string &names, Extent &value,

@@ -44,6 +44,9 @@ CLI::Option *add_place(CLI::App &command, const std::string &names, std::optiona
                        const std::string &help);
 CLI::Option *add_part(CLI::App &command, const std::string &names, std::optional<Part> &value,
                       const std::string &help);
+// What of such a part lies inside a picture, which it must begin in.
+std::optional<Part> part_inside(const std::optional<Part> &given, const Image &image,
+                                const std::string &path);
 CLI::Option *add_extent(CLI::App &command, const std::string &names, Extent &value,
                         const std::string &help);
 

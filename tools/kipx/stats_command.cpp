@@ -47,18 +47,6 @@ StatsForm stats_form(const StatsArguments &given) {
          given.output);
 }
 
-// The part of the picture that is looked at: of a region that reaches beyond it what lies inside.
-std::optional<Part> stats_part(const StatsArguments &given, const Image &image) {
-    if (!given.roi) return std::nullopt;
-    Part part = *given.roi;
-    if (part.x >= image.width() || part.y >= image.height())
-        fail("--roi: got {},{}, which lies outside {} of {}x{}", part.x, part.y, given.file,
-             image.width(), image.height());
-    part.width = std::min(part.width, image.width() - part.x);
-    part.height = std::min(part.height, image.height() - part.y);
-    return part;
-}
-
 Image stats_mask(const Globals &globals, const StatsArguments &given, const Image &image) {
     Image mask = globals.load(given.mask, globals.page_beside(given.mask, given.page));
     if (mask.width() != image.width() || mask.height() != image.height())
@@ -201,7 +189,8 @@ void stats_run(const Globals &globals, const StatsArguments &given) {
     found.image = globals.load(given.file, given.page);
     Image mask;
     if (!given.mask.empty()) mask = stats_mask(globals, given, found.image);
-    const Scope scope{stats_part(given, found.image), mask.data() ? &mask : nullptr};
+    const Scope scope{part_inside(given.roi, found.image, given.file),
+                      mask.data() ? &mask : nullptr};
     found.channels = statistics(found.image, scope, true);
     found.bins = stats_bins(given, found, scope);
     if (!found.bins && !given.range.empty())
