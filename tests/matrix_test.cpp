@@ -24,9 +24,12 @@ struct Operand {
     bool vectors, in_channels;
     uint32_t x, y;
 
-    static Operand draw(Rng &rng, uint32_t n, bool vectors, uint32_t width, uint32_t height) {
+    // plain: bytes side by side, for which there is a way of its own.
+    static Operand draw(Rng &rng, uint32_t n, bool vectors, uint32_t width, uint32_t height,
+                        bool plain) {
         Shape s;
         s.type = rng.pick(types), s.layout = rng.pick(all_layouts);
+        if (plain) s.type = KIPX_U8, s.layout = Layout::packed;
         s.edge = rng.one_in(2) ? Edge::last : Edge::first, s.shift = rng.below(3);
         const bool in_channels = !vectors && n == 2 && rng.one_in(2);
         const auto x = uint32_t(rng.below(3)), y = uint32_t(rng.below(3));
@@ -57,12 +60,15 @@ std::string multiply_once(Rng &rng, Product kind) {
     const auto n = uint32_t(rng.between(1, 4)), width = uint32_t(rng.between(1, 150)),
                height = uint32_t(rng.between(1, 3));
     const auto inner = kind == Product::numbers ? uint32_t(rng.between(1, 4)) : n;
-    Operand b = Operand::draw(rng, inner, kind != Product::mm, width, height);
-    Operand a = Operand::draw(rng, n, false, width, height);
-    Operand d = Operand::draw(rng, n, kind != Product::mm, width, height);
+    const bool plain = kind == Product::numbers && rng.one_in(3);
+    Operand b = Operand::draw(rng, inner, kind != Product::mm, width, height, plain);
+    Operand a = Operand::draw(rng, n, false, width, height, false);
+    Operand d = Operand::draw(rng, n, kind != Product::mm, width, height, plain);
     for (Operand *o : {&a, &b, &d}) o->array.fill(rng, rng.one_in(8) ? Values::any : Values::small);
     std::vector<double> numbers(n * inner), addends(n);
-    for (double &v : numbers) v = double(rng.between(-400, 400)) / 128;
+    // Sevenths add up to numbers that lie next to ties.
+    const double parts = rng.one_in(3) ? 14 : 128;
+    for (double &v : numbers) v = double(rng.between(-400, 400)) / parts / (plain ? 4 : 1);
     for (double &v : addends) v = double(rng.between(-400, 400));
     const bool adds = rng.one_in(2);
     // Now and then a factor is the destination itself.

@@ -6,6 +6,9 @@
 #include <kipx/array.h>
 #include <kipx/matrix.h>
 
+#include <algorithm>
+#include <cmath>
+
 #include "arith/arith_shapes.h"
 #include "arith/matrix_rows.h"
 #include "arith/typed_arith.h"
@@ -91,6 +94,38 @@ uint32_t matrix_index(uint32_t type) {
     return i;
 }
 
+// Whether the sums of bytes by one matrix can be had in binary32, and how. Every number is rounded, and every
+// sum of the addend and so many products.
+bool bytes_by(const MatrixWay &way, MatrixBytes &out) {
+    const uint32_t in = way.b.rows;
+    double scale = 65536, most = 0;
+    bool exact = true;
+    const auto whole = [](double x) { return std::fabs(x) < 0x1p24 && std::nearbyint(x) == x; };
+    for (uint32_t i = 0; i < way.dst.rows; ++i) {
+        double sum = way.addends ? std::fabs(way.addends[i]) * way.factor : 0;
+        exact &= whole(sum * 256);
+        for (uint32_t j = 0; j < in; ++j) {
+            const double number = way.numbers[i * in + j] * way.factor;
+            sum += 255 * std::fabs(number), exact &= whole(number * 256);
+        }
+        if (!(sum < 32000)) return false;
+        most = std::max(most, sum);
+    }
+    const double off = 1.01 * 0x1p-8 * (most + 1) * (in + 2.0) + 1.5;
+    out.margin = 1;
+    while (out.margin < off) out.margin *= 2;
+    if (exact) scale = 1, out.margin = 0;
+    if (out.margin > 1024) return false;
+    for (uint32_t i = 0; i < way.dst.rows; ++i) {
+        for (uint32_t j = 0; j < in; ++j)
+            out.numbers[i * in + j] =
+                static_cast<float>(way.numbers[i * in + j] * way.factor * scale);
+        const double addend = way.addends ? way.addends[i] * way.factor * scale : 0;
+        out.addends[i] = static_cast<float>(addend + (exact ? 0 : 0x8000 + out.margin));
+    }
+    return true;
+}
+
 struct Product {
     Matrices dst, src[2];
     const double *numbers = nullptr, *addends = nullptr;
@@ -118,6 +153,10 @@ int32_t work_product(Call &c) {
     else
         way.a = places_of(given.src[0], c.src[0]), way.read_a = loops.read[a];
     way.factor = make_scale(given.scale).factor;
+    MatrixBytes bytes;
+    const bool of_bytes = c.dst.type == KIPX_U8 && last.type == KIPX_U8;
+    if (given.numbers && of_bytes && way.dst.dense && way.b.dense && bytes_by(way, bytes))
+        way.bytes = &bytes;
     const auto line = [](const Operand &o, uint64_t y) { return o.at + y * o.row; };
     for (uint64_t y = 0; y < c.height; ++y)
         loops.row(line(c.dst, y), line(c.src[0], y), line(last, y), c.width, way);

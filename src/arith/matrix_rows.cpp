@@ -2,6 +2,7 @@
 //
 // Promises each set gives the same bits: a sum is formed from left to right, in binary64.
 #include "arith/matrix_rows.h"
+#include "arith/matrix_bytes.h"
 #include "core/lanes.h"
 
 namespace kipx::KIPX_SET {
@@ -120,6 +121,7 @@ void any_sums(MatrixBlock &out, const MatrixBlock &a, const MatrixBlock &b, cons
 }
 
 void row(char *dst, const char *left, const char *right, size_t n, const MatrixWay &way) {
+    if (row_of_bytes(dst, right, n, way)) return;
     alignas(64) MatrixBlock a, b, out;
     for (size_t at = 0; at < n; at += matrix_block) {
         const size_t some = n - at < matrix_block ? n - at : matrix_block;

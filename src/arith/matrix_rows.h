@@ -27,6 +27,13 @@ using MatrixRead = void (*)(MatrixBlock &to, const char *at, const MatrixPlaces 
 using MatrixWrite = void (*)(char *at, const MatrixBlock &from, const MatrixPlaces &places,
                              size_t n, double factor);
 
+// One matrix for dense bytes, its factor in it, whose sums in binary32 are exact, margin being 0; or in units
+// of 2^-16, the addends holding one half and the margin: a power of two, above what sums may be off.
+struct MatrixBytes {
+    float numbers[most_entries], addends[4];
+    int32_t margin;
+};
+
 // (a.rows x a.columns) (a.columns x b.columns); dst has a.rows and b.columns.
 struct MatrixWay {
     MatrixPlaces dst, a, b;
@@ -34,6 +41,7 @@ struct MatrixWay {
     MatrixRead read_a, read_b;
     const double *numbers, *addends; // the left factor where it is one for all; null for none
     double factor;
+    const MatrixBytes *bytes; // null for none
 };
 
 // In this order: u8, u16, s16, s32, f32, f64.
