@@ -115,7 +115,7 @@ template<class T> struct Squared;
 template<> struct Squared<u8> {
     using Square = u16;
     using Sum = u32;
-    static constexpr size_t turns = 66051;
+    static constexpr size_t turns = 33025; // of two squares each
 };
 template<> struct Squared<s8> : Squared<u8> {};
 template<> struct Squared<u16> {
@@ -124,6 +124,22 @@ template<> struct Squared<u16> {
     static constexpr size_t turns = SIZE_MAX;
 };
 template<> struct Squared<s16> : Squared<u16> {};
+
+#if defined(__SSE2__)
+inline Vector<u32> pairs_of_squares(Vector<u16> x) {
+#if defined(__AVX512BW__)
+    const auto v = reinterpret_cast<__m512i>(x);
+    return reinterpret_cast<Vector<u32>>(_mm512_madd_epi16(v, v));
+#elif defined(__AVX2__)
+    const auto v = reinterpret_cast<__m256i>(x);
+    return reinterpret_cast<Vector<u32>>(_mm256_madd_epi16(v, v));
+#else
+    const auto v = reinterpret_cast<__m128i>(x);
+    return reinterpret_cast<Vector<u32>>(_mm_madd_epi16(v, v));
+#endif
+}
+template<class T, uint32_t C> constexpr bool in_pairs = sizeof(T) == 1 && C <= 2;
+#endif
 
 template<class T, uint32_t C> void add_squares(FoldRun run) {
     using W = typename Doubled<T>::W;
@@ -143,6 +159,12 @@ template<class T, uint32_t C> void add_squares(FoldRun run) {
                 Vector<W> halves[2] = {w << shift >> shift, w >> shift};
                 for (size_t a = 0; a < 2; ++a) {
                     auto half = reinterpret_cast<Vector<Square>>(halves[a]);
+#if defined(__SSE2__)
+                    if constexpr (in_pairs<T, C>) { // of one channel: both in the first
+                        sum[k][0][a] += pairs_of_squares(half);
+                        continue;
+                    }
+#endif
                     auto squares = reinterpret_cast<Vector<Sum>>(half * half);
                     sum[k][0][a] += squares << 2 * shift >> 2 * shift;
                     sum[k][1][a] += squares >> 2 * shift;
@@ -189,6 +211,18 @@ template<class T> void squares(FoldRun run) {
         return squares_of<T, 3>(run);
     default:
         return squares_of<T, 4>(run);
+    }
+}
+
+// Sums, too, while elements are in the second cache.
+template<class T> void whole_and_squares(FoldRun run) {
+    const size_t pixel = run.channels * sizeof(T), most = 131072 / pixel;
+    for (size_t done = 0; done < run.n; done += most) {
+        FoldRun part = run;
+        part.src = static_cast<const char *>(run.src) + done * pixel;
+        part.n = run.n - done < most ? run.n - done : most;
+        whole<T>(part);
+        squares<T>(part);
     }
 }
 
@@ -294,7 +328,7 @@ template<class T> constexpr FoldLoop squared() {
     if constexpr (floating<T>)
         return paired<T, true>;
     else
-        return squares<T>;
+        return whole_and_squares<T>;
 }
 
 } // namespace

@@ -34,8 +34,8 @@ struct SumState {
     double mean; // that distances of floating elements are from
 };
 
-// Sums and squares of integer types are whole ones; sums and squared distances of floating types paired
-// ones.
+// Sums of integer types are whole ones, and so are squares, with which sums are taken, too; sums and
+// squared distances of floating types are paired ones.
 enum SumLoop : uint32_t { sum_elements, sum_squares, sum_loops };
 inline constexpr uint32_t sum_row_count = sum_loops * numeric_type_count;
 KIPX_SET_TABLES(FoldLoop, sum_rows, sum_row_count)

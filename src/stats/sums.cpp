@@ -32,10 +32,10 @@ double sum_of(const SumState &s, uint32_t type) {
                            : static_cast<double>(s.whole);
 }
 
-// The sums of a call of good types, channels and addresses; KIPX_EEMPTY where the mask leaves a
-// channel without an element.
-int32_t find_sums(const Call &c, Taken &taken, SumState *states) {
-    taken = fold_sums(c, sum_elements, states);
+// The sums that a loop takes of a call of good types, channels and addresses; KIPX_EEMPTY where the
+// mask leaves a channel without an element.
+int32_t find_sums(const Call &c, SumLoop loop, Taken &taken, SumState *states) {
+    taken = fold_sums(c, loop, states);
     for (uint32_t i = 0; i < c.channels; ++i)
         if (taken.pixels[i] == 0) return KIPX_EEMPTY;
     return 0;
@@ -52,7 +52,7 @@ double whole_deviation(const SumState &s, uint32_t type, uint64_t n) {
 }
 
 void find_deviations(const Call &c, const Taken &taken, SumState *states, double *deviations) {
-    fold_sums(c, sum_squares, states);
+    if (is_floating(c.src[0].type)) fold_sums(c, sum_squares, states);
     for (uint32_t i = 0; i < c.channels; ++i) {
         const auto n = static_cast<double>(taken.pixels[i]);
         deviations[i] = is_floating(c.src[0].type)
@@ -72,7 +72,7 @@ int32_t work_sum(Call &c) {
     if (code || no_work_asked(c)) return code;
     SumState states[fold_channels] = {};
     Taken taken;
-    code = find_sums(c, taken, states);
+    code = find_sums(c, sum_elements, taken, states);
     for (uint32_t i = 0; code == 0 && i < c.channels; ++i)
         out[i] = sum_of(states[i], c.src[0].type); // NOLINT(clang-analyzer-core.NullDereference)
     return code;
@@ -84,7 +84,10 @@ int32_t work_mean(Call &c) {
     if (code || no_work_asked(c)) return code;
     SumState states[fold_channels] = {};
     Taken taken;
-    if (int32_t failure = find_sums(c, taken, states)) return failure;
+    // Squares of integers come with the sums, those of distances after the means.
+    const bool squares = given.deviations && !is_floating(c.src[0].type);
+    if (int32_t failure = find_sums(c, squares ? sum_squares : sum_elements, taken, states))
+        return failure;
     for (uint32_t i = 0; i < c.channels; ++i) {
         const double mean = sum_of(states[i], c.src[0].type) / static_cast<double>(taken.pixels[i]);
         if (given.means) given.means[i] = mean;
