@@ -145,19 +145,76 @@ template<class D> inline void store_words(char *to, __m512i words) {
     if constexpr (same<D, u8>) _mm_storeu_si128(quarter, _mm512_cvtusepi32_epi8(words));
 }
 
+// 64 results.
+template<class D> struct Results {
+    __m512i part[sizeof(D)];
+    void store(char *to) const {
+        for (size_t i = 0; i < sizeof(D); ++i) _mm512_storeu_si512(to + 64 * i, part[i]);
+    }
+    bool differ(const Results &b) const {
+        __m512i bits = _mm512_xor_si512(part[0], b.part[0]);
+        for (size_t i = 1; i < sizeof(D); ++i)
+            bits = _mm512_or_si512(bits, _mm512_xor_si512(part[i], b.part[i]));
+        return _mm512_test_epi32_mask(bits, bits) != 0;
+    }
+};
+
+// Signed words, saturated. Packing works in quarters of a register, which are put in order.
+template<class D> inline Results<D> packed(const __m512i *words) {
+    if constexpr (sizeof(D) == 2) {
+        const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+        Results<D> out;
+        for (size_t i = 0; i < 2; ++i) {
+            const __m512i a = words[2 * i], b = words[2 * i + 1];
+            out.part[i] = _mm512_permutexvar_epi64(order, same<D, u16> ? _mm512_packus_epi32(a, b)
+                                                                       : _mm512_packs_epi32(a, b));
+        }
+        return out;
+    } else {
+        const __m512i order =
+            _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+        const __m512i a = _mm512_packs_epi32(words[0], words[1]),
+                      b = _mm512_packs_epi32(words[2], words[3]);
+        return {{_mm512_permutexvar_epi32(order, same<D, u8> ? _mm512_packus_epi16(a, b)
+                                                             : _mm512_packs_epi16(a, b))}};
+    }
+}
+
+// 64 of them; false, with nothing written, where there is a NaN that is not 0 by itself.
+template<class D> inline bool narrow_block(char *to, const char *from) {
+    const __m512 high = _mm512_set1_ps(static_cast<f32>(Range<D>::high));
+    __m512 x[4];
+    __m512i words[4];
+    for (size_t k = 0; k < 4; ++k) x[k] = _mm512_loadu_ps(from + 64 * k);
+    if (Range<D>::low != 0 && (_mm512_cmp_ps_mask(x[0], x[1], _CMP_UNORD_Q) |
+                               _mm512_cmp_ps_mask(x[2], x[3], _CMP_UNORD_Q)) != 0)
+        return false;
+    // The second one where it is a NaN, which becomes the least word.
+    for (size_t k = 0; k < 4; ++k) words[k] = _mm512_cvtps_epi32(_mm512_min_ps(high, x[k]));
+    packed<D>(words).store(to);
+    return true;
+}
+
 template<class D, class S> inline void narrow_vectors(char *to, const char *from, size_t n) {
     constexpr size_t lanes = 64 / sizeof(S);
-    for (size_t i = 0; i < n; i += lanes, from += 64, to += lanes * sizeof(D)) {
-        __m512i x = _mm512_loadu_si512(from);
+    for (size_t i = 0; i < n;) {
+        if constexpr (same<S, f32> && sizeof(D) <= 2)
+            if (n - i >= 64 && narrow_block<D>(to, from)) {
+                i += 64, from += 256, to += 64 * sizeof(D);
+                continue;
+            }
+        const __m512i x = _mm512_loadu_si512(from);
         if constexpr (same<S, f32>) {
             store_words<D>(to, words_of<D>(_mm512_castsi512_ps(x)));
         } else if constexpr (same<S, s32>) {
             store_words<D>(to, x);
         } else {
-            if constexpr (same<D, u8>) x = _mm512_max_epi16(x, _mm512_setzero_si512());
+            const __m512i raised = same<D, u8> ? _mm512_max_epi16(x, _mm512_setzero_si512()) : x;
             _mm256_storeu_si256(reinterpret_cast<__m256i *>(to),
-                                same<D, u8> ? _mm512_cvtusepi16_epi8(x) : _mm512_cvtsepi16_epi8(x));
+                                same<D, u8> ? _mm512_cvtusepi16_epi8(raised)
+                                            : _mm512_cvtsepi16_epi8(raised));
         }
+        i += lanes, from += 64, to += lanes * sizeof(D);
     }
 }
 

@@ -67,41 +67,6 @@ template<class S> inline __m512 load_floats(const char *from) {
     }
 }
 
-// 64 results.
-template<class D> struct Results {
-    __m512i part[sizeof(D)];
-    void store(char *to) const {
-        for (size_t i = 0; i < sizeof(D); ++i) _mm512_storeu_si512(to + 64 * i, part[i]);
-    }
-    bool differ(const Results &b) const {
-        __m512i bits = _mm512_xor_si512(part[0], b.part[0]);
-        for (size_t i = 1; i < sizeof(D); ++i)
-            bits = _mm512_or_si512(bits, _mm512_xor_si512(part[i], b.part[i]));
-        return _mm512_test_epi32_mask(bits, bits) != 0;
-    }
-};
-
-// Signed words, saturated. Packing works in quarters of a register, which are put in order.
-template<class D> inline Results<D> packed(const __m512i *words) {
-    if constexpr (sizeof(D) == 2) {
-        const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
-        Results<D> out;
-        for (size_t i = 0; i < 2; ++i) {
-            const __m512i a = words[2 * i], b = words[2 * i + 1];
-            out.part[i] = _mm512_permutexvar_epi64(order, same<D, u16> ? _mm512_packus_epi32(a, b)
-                                                                       : _mm512_packs_epi32(a, b));
-        }
-        return out;
-    } else {
-        const __m512i order =
-            _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
-        const __m512i a = _mm512_packs_epi32(words[0], words[1]),
-                      b = _mm512_packs_epi32(words[2], words[3]);
-        return {{_mm512_permutexvar_epi32(order, same<D, u8> ? _mm512_packus_epi16(a, b)
-                                                             : _mm512_packs_epi16(a, b))}};
-    }
-}
-
 // x scale + shift to nearest; once: in one step.
 template<class D, bool once>
 inline Results<D> rounded_results(const __m512 *x, __m512 scale, f32 shift) {
