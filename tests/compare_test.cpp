@@ -42,17 +42,6 @@ uint32_t negation(uint32_t op) {
     return of[(op & 15) - 3];
 }
 
-uint64_t bits_of(uint32_t type, double value) {
-    uint64_t bits = 0;
-    if (!is_real(type)) {
-        value = std::isnan(value) ? 0 : std::nearbyint(value);
-        value = std::fmin(std::fmax(value, static_cast<double>(lowest(type))),
-                          static_cast<double>(highest(type)));
-    }
-    store_real(type, &bits, value);
-    return bits;
-}
-
 uint64_t ones(uint32_t type) { return UINT64_MAX >> (64 - 8 * element_size(type)); }
 
 const double *at_number(uintptr_t i) { return reinterpret_cast<const double *>(i); }

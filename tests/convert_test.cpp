@@ -29,28 +29,6 @@ constexpr uint32_t size_of_code[] = {0, 1, 2, 4, 8, 4, 8, 0};
 using A = const Arguments &;
 using F = const FlatArguments &;
 
-// Rounded by looking at the remainder, and cut to the range of the type; NaN is 0, or the one NaN.
-uint64_t bits_of(uint32_t type, double value) {
-    uint64_t bits = 0;
-    const uint32_t width = size_of_code[type & 7] * 8;
-    if (is_real(type)) {
-        store_real(type, &bits, std::isnan(value) ? nan_value : value);
-        return bits;
-    }
-    if (std::isnan(value)) return 0;
-    const bool negative_too = type >= KIPX_S8;
-    const double top = std::ldexp(1.0, static_cast<int>(width - negative_too)),
-                 bottom = negative_too ? -top : 0;
-    double down = std::floor(value), rest = value - down;
-    if (rest > 0.5 || (rest == 0.5 && std::fmod(down, 2) != 0)) down += 1;
-    const uint64_t ones = ~uint64_t{0} >> (64 - width);
-    if (down >= top) return negative_too ? ones >> 1 : ones;
-    down = std::max(down, bottom);
-    return (down < 0 ? static_cast<uint64_t>(static_cast<int64_t>(down))
-                     : static_cast<uint64_t>(down)) &
-           ones;
-}
-
 std::vector<Types> of_one_type() {
     std::vector<Types> all;
     for (uint32_t type : sized_types) all.push_back({type, type});
@@ -70,17 +48,7 @@ Operation described(const char *name, uint32_t sources, bool mask,
 }
 
 const Operation copy_and_fill[] = {
-    described("Copy", 1, false,
-              [](Level level, A a, F f) {
-                  const FlatOperand &d = f.dst, &s = f.src[0];
-                  if (level == Level::whole)
-                      return KipxCopy(a.xe, a.flags, a.dst->arr(), a.source(0), a.roi, a.at[0]);
-                  if (level == Level::typed)
-                      return kipxa__copy(a.xe, a.flags, f.dims, f.extent, d.type, d.start,
-                                         d.strides, s.type, s.start, s.strides);
-                  return kipxa_copy(a.xe, a.flags, f.dims, f.extent, d.type, d.base, d.origin,
-                                    d.strides, s.type, s.base, s.origin, s.strides);
-              }),
+    described("Copy", 1, false, Levels1<>{KipxCopy, kipxa_copy, kipxa__copy}),
     described("CopyEx", 1, true,
               [](Level level, A a, F f) {
                   const FlatOperand &d = f.dst, &s = f.src[0], &m = f.mask;
@@ -145,22 +113,14 @@ Operation conversion(bool by_channel) {
         return converted(a.types[0], a.types[1], bits[0], factors[i], summands[i]);
     };
     o.call = [=](Level level, A a, F f) {
-        const FlatOperand &d = f.dst, &s = f.src[0];
         const uint32_t i = static_cast<uint32_t>(a.scale);
         double scales[4], shifts[4];
         for (uint32_t k = 0; k < 4; k++)
             scales[k] = factors[(i + k) & 7], shifts[k] = summands[(i + k) & 7];
-        const auto run = [&](auto whole, auto array, auto typed, auto x, auto y) {
-            if (level == Level::whole)
-                return whole(a.xe, a.flags, a.dst->arr(), a.source(0), a.roi, a.at[0], x, y);
-            if (level == Level::typed)
-                return typed(a.xe, a.flags, f.dims, f.extent, d.type, d.start, d.strides, s.type,
-                             s.start, s.strides, x, y);
-            return array(a.xe, a.flags, f.dims, f.extent, d.type, d.base, d.origin, d.strides,
-                         s.type, s.base, s.origin, s.strides, x, y);
-        };
-        return by_channel ? run(KipxVConvert, kipxa_vconvert, kipxa__vconvert, scales, shifts)
-                          : run(KipxConvert, kipxa_convert, kipxa__convert, scales[0], shifts[0]);
+        using Numbers = Levels1<const double *, const double *>;
+        const Numbers all{KipxVConvert, kipxa_vconvert, kipxa__vconvert};
+        const Levels1<double, double> one{KipxConvert, kipxa_convert, kipxa__convert};
+        return by_channel ? all(level, a, f, scales, shifts) : one(level, a, f, *scales, *shifts);
     };
     return o;
 }
@@ -177,10 +137,8 @@ std::string wrong_conversion(const GuardedArray &src, uint32_t dst_type, double 
         return "refused";
     std::string wrong;
     dst.for_each([&](At at) {
-        uint64_t from = 0, is = 0;
-        std::memcpy(&from, src.address(at), size_of_code[src_type & 7]);
-        std::memcpy(&is, dst.address(at), size_of_code[dst_type & 7]);
-        if (is != (copy ? from : converted(dst_type, src_type, from, scale, shift)))
+        const uint64_t from = src.bits(at);
+        if (dst.bits(at) != (copy ? from : converted(dst_type, src_type, from, scale, shift)))
             wrong = std::to_string(src.real(at)) + " becomes " + std::to_string(dst.real(at));
     });
     return wrong;
@@ -206,8 +164,7 @@ TEST(Conversion, TakesEveryPairAtEveryTellingValue) {
                                   .height = size_of_code[src_type & 7] == 1 ? 16u : 1u};
                 GuardedArray src(shape);
                 src.for_each([&](At at) { // integers that the source's type has
-                    const uint64_t bits = bits_of(src_type, (values[at.x] - shift) / scale);
-                    std::memcpy(src.address(at), &bits, size_of_code[src_type & 7]);
+                    src.set_bits(at, bits_of(src_type, (values[at.x] - shift) / scale));
                 });
                 for (int32_t set : all_sets())
                     ASSERT_EQ(wrong_conversion(src, dst_type, scale, shift, set), "")
@@ -454,10 +411,8 @@ struct BorderTrial {
         for (int i = 0; i < 3; i++) inside.volume[i] = extent[i];
         if (way == Way::in_place)
             src.for_each([&](At a) {
-                std::memcpy(src.address(a),
-                            dst.address({a.y + middle.at[1], a.x + middle.at[2], a.channel,
-                                         a.plane + middle.at[0]}),
-                            size_of_code[type & 7]);
+                src.set_bits(a, dst.bits({a.y + middle.at[1], a.x + middle.at[2], a.channel,
+                                          a.plane + middle.at[0]}));
             });
         std::vector<uint64_t> must;
         dst.for_each([&](At a) {
@@ -472,26 +427,17 @@ struct BorderTrial {
                 there &= from[i] >= 0;
                 if (way != Way::whole) from[i] += at.at[i];
             }
-            uint64_t bits = 0;
-            if (there)
-                std::memcpy(
-                    &bits,
-                    src.address({static_cast<uint32_t>(from[1]), static_cast<uint32_t>(from[2]),
-                                 a.channel, static_cast<uint32_t>(from[0])}),
-                    size_of_code[type & 7]);
-            else if (kind == KIPX_BORDER_CONST)
-                bits = bits_of(type, values[a.channel]);
-            else
-                std::memcpy(&bits, dst.address(a), size_of_code[type & 7]);
-            must.push_back(bits);
+            must.push_back(
+                there ? src.bits({static_cast<uint32_t>(from[1]), static_cast<uint32_t>(from[2]),
+                                  a.channel, static_cast<uint32_t>(from[0])})
+                : kind == KIPX_BORDER_CONST ? bits_of(type, values[a.channel])
+                                            : dst.bits(a));
         });
         if (int32_t code = call(dst, src, inside)) return "returned " + std::to_string(code);
         size_t k = 0;
         std::string wrong;
         dst.for_each([&](At a) {
-            uint64_t bits = 0;
-            std::memcpy(&bits, dst.address(a), size_of_code[type & 7]);
-            if (bits != must[k++] && wrong.empty())
+            if (dst.bits(a) != must[k++] && wrong.empty())
                 wrong = "plane " + std::to_string(a.plane) + " row " + std::to_string(a.y) +
                         " pixel " + std::to_string(a.x);
         });

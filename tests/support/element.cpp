@@ -1,5 +1,7 @@
 #include "support/element.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -143,6 +145,28 @@ void store_real(uint32_t type, void *address, double value) {
     default:
         return store_integer(type, address, static_cast<int64_t>(value));
     }
+}
+
+uint64_t bits_of(uint32_t type, double value) {
+    uint64_t bits = 0;
+    if (is_real(type)) {
+        store_real(type, &bits,
+                   std::isnan(value) ? std::numeric_limits<double>::quiet_NaN() : value);
+        return bits;
+    }
+    if (std::isnan(value)) return 0;
+    const int width = static_cast<int>(element_size(type) * 8);
+    const double top = std::ldexp(1.0, width - is_signed(type)),
+                 bottom = is_signed(type) ? -top : 0;
+    double down = std::floor(value);
+    const double rest = value - down;
+    if (rest > 0.5 || (rest == 0.5 && std::fmod(down, 2) != 0)) down += 1;
+    const uint64_t ones = ~uint64_t{0} >> (64 - width);
+    if (down >= top) return is_signed(type) ? ones >> 1 : ones;
+    down = std::max(down, bottom);
+    return (down < 0 ? static_cast<uint64_t>(static_cast<int64_t>(down))
+                     : static_cast<uint64_t>(down)) &
+           ones;
 }
 
 void store_random(uint32_t type, void *address, Rng &rng, Values values) {

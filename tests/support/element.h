@@ -30,6 +30,10 @@ double load_real(uint32_t type, const void *address);
 void store_integer(uint32_t type, void *address, int64_t value);
 void store_real(uint32_t type, void *address, double value);
 
+// A number as an element's bits: to nearest even, saturated; NaN is 0 in integers, else the one without a
+// sign. Worked out from the remainder.
+uint64_t bits_of(uint32_t type, double value);
+
 enum class Values {
     finite,  // anything but infinities and NaN
     any,     // those too, for real types

@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -113,6 +114,15 @@ public:
     double real(At at) const { return load_real(shape_.type, address(at)); }
     void set_integer(At at, int64_t value) { store_integer(shape_.type, address(at), value); }
     void set_real(At at, double value) { store_real(shape_.type, address(at), value); }
+
+    uint64_t bits(At at) const {
+        uint64_t all = 0;
+        std::memcpy(&all, address(at), element_size(shape_.type));
+        return all;
+    }
+    void set_bits(At at, uint64_t bits) {
+        std::memcpy(address(at), &bits, element_size(shape_.type));
+    }
 
     // f(At) for every element; planes, rows, pixels, channels from outside in.
     template<class F> void for_each(F &&f) const;
