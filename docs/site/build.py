@@ -170,8 +170,10 @@ def main():
     functions = c_reference(source, out)
     python_reference(source)
     help_reference(source, program)
-    subprocess.run([sys.executable, "-B", "-m", "sphinx", "-W", "--keep-going", "-q", "-b", "html", "-d",
-                    out / "doctrees", source, out / "html"], check=True, cwd=source)
+    made = subprocess.run([sys.executable, "-B", "-m", "sphinx", "-W", "--keep-going", "-q", "-b", "html", "-d",
+                           out / "doctrees", source, out / "html"], cwd=source)
+    if made.returncode:
+        fail("the lines above say what is wrong; the pages are not done")
     shown = {line.split()[0] for line in zlib.decompress(
         (out / "html" / "objects.inv").read_bytes().split(b"\n", 4)[4]).decode().splitlines() if " c:" in line}
     if set(functions) - shown:

@@ -3,8 +3,9 @@
 
 int main(void) {
     uint8_t pixels[] = {10, 100, 200};
-    kipx_arr image = {.volume = {1, 1, 3, 1}, .strides = {3, 3, 1, 1},
-                      .naxes = 3, .type = KIPX_U8, .base = pixels};
+    kipx_arr image = {.volume = {1, 1, 3, 1},
+                      .strides = {3, 3, 1, 1}, .naxes = 3,
+                      .type = KIPX_U8, .base = pixels};
     double value = 100;
 
     KipxXE *xe = KipxXEopen(NULL, NULL, 0);
