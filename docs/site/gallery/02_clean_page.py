@@ -15,17 +15,17 @@ import kipx
 # A page of our own making. Matplotlib writes the text; the shadow of a hand, dust and grain come on top.
 words = ("Regions that stay nearly the same\nover many thresholds are stable.\n"
          "They are found in time linear in\nthe number of pixels, and nested\nlike the levels of a map.")
-figure = plt.figure(figsize=(4.6, 2.6), dpi=100)
-figure.text(0.06, 0.12, words, fontsize=15, family="serif", linespacing=1.35)
+figure = plt.figure(figsize=(4.6, 2.4), dpi=200)
+figure.text(0.06, 0.16, words, fontsize=17, family="serif", linespacing=1.35)
 figure.canvas.draw()
 clean = np.asarray(figure.canvas.buffer_rgba())[..., 0].copy()
 plt.close(figure)
 
 random = np.random.default_rng(3)
 rows, columns = np.mgrid[:clean.shape[0], :clean.shape[1]].astype(np.float32)
-shadow = 0.35 + 0.6 / (1 + np.exp(-(columns - 0.6 * rows - 60) / 40))
-page = kipx.gaussian(clean.astype(np.float32), 0.7) * shadow + random.normal(0, 4, clean.shape)
-dust = random.random(clean.shape) < 0.002
+shadow = 0.45 + 0.5 / (1 + np.exp(-(columns - 0.6 * rows - 120) / 80))
+page = kipx.gaussian(clean.astype(np.float32), 1) * shadow + random.normal(0, 4, clean.shape)
+dust = kipx.dilate((random.random(clean.shape) < 0.001).astype(np.uint8)) > 0
 page = kipx.convert(np.where(dust, page * 0.4, page), np.uint8)
 
 # %%
@@ -33,12 +33,12 @@ page = kipx.convert(np.where(dust, page * 0.4, page), np.uint8)
 one = kipx.threshold(page, method="otsu")
 
 # %%
-# The mean of 31 x 31 pixels around each does. Ink is 32 grey levels darker than that.
-local = kipx.threshold(page, method="mean", size=31, offset=-32)
+# The mean of 61 x 61 pixels around each does. Ink is 38 grey levels darker than that.
+local = kipx.threshold(page, method="mean", size=61, offset=-38)
 
 # %%
-# What is left of the dust are specks of a few pixels. The tree of dark regions tells the size of every one;
-# keeping the nodes of 16 pixels or more is an area opening.
+# What is left of the dust are specks of a few pixels, fewer than the dot of an i has. The tree of dark regions
+# tells the size of each; to keep the nodes of 16 pixels or more is an area opening.
 tree = kipx.component_tree(local, polarity="dark", connectivity=2)
 done = tree.reconstruct(keep=tree.area >= 16)
 
