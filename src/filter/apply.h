@@ -10,6 +10,7 @@
 #include <kipx/env.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "core/window.h"
 
@@ -140,23 +141,24 @@ Recipe tile_of(const Recipe &recipe, const Sheet &sheet, size_t from, size_t end
 template<class Maker, class Make> struct Tile {
     Sheet sheet;
     Recipe recipe;
-    Maker maker, second;
+    Maker maker;
+    std::optional<Maker> second;
     Finisher finisher;
     Tile(const Make &make, const Sheet &s, const Recipe &r)
-        : sheet(s), recipe(r), maker(make, s, r, 0), second(make, s, r, 1),
-          finisher(s, r, maker.likes()) {}
-    bool pair() const { return recipe.finish.second; }
+        : sheet(s), recipe(r), maker(make, s, r, 0), finisher(s, r, maker.likes()) {
+        if (recipe.finish.second) second.emplace(make, s, r, 1);
+    }
     size_t scratch() const {
-        return maker.scratch() + finisher.scratch() + (pair() ? second.scratch() : 0);
+        return maker.scratch() + finisher.scratch() + (second ? second->scratch() : 0);
     }
     void work(char *at) {
         maker.start(at, sheet);
         finisher.start(at += maker.scratch(), sheet);
-        if (pair()) second.start(at + finisher.scratch(), sheet);
+        if (second) second->start(at + finisher.scratch(), sheet);
         for (size_t y = 0, n; y < sheet.height; y += n) {
             n = std::min(maker.likes(), sheet.height - y);
             maker.rows(y, n, finisher.place(y), finisher.step());
-            if (pair()) second.rows(y, n, finisher.second_place(), finisher.step());
+            if (second) second->rows(y, n, finisher.second_place(), finisher.step());
             finisher.done(y, n);
         }
     }
@@ -189,8 +191,13 @@ int32_t apply(const Call &given, Recipe recipe, const Make &make) {
             f(t);
         }
     };
+    // What is one tile is made once for all sheets.
+    std::optional<Tile<Maker, Make>> only;
     size_t need = 0;
-    each_tile(sheet(call, 0), [&](const auto &t) { need = std::max(need, t.scratch()); });
+    if (bytes < 2 * tile)
+        need = only.emplace(make, sheet(call, 0), recipe).scratch();
+    else
+        each_tile(sheet(call, 0), [&](const auto &t) { need = std::max(need, t.scratch()); });
     need = (need + 63) / 64 * 64;
     char *scratch =
         static_cast<char *>(KipxXEalloca(call.xe, need + (copies ? packed.bytes : 0), 64));
@@ -199,8 +206,14 @@ int32_t apply(const Call &given, Recipe recipe, const Make &make) {
         call.src[0].at = scratch + need + packed.first;
         copy_source(given, window, call.src[0]);
     }
-    for (uint32_t i = 0; i < sheet_count(call); ++i)
-        each_tile(sheet(call, i), [&](auto &t) { t.work(scratch); });
+    for (uint32_t i = 0; i < sheet_count(call); ++i) {
+        if (!only) {
+            each_tile(sheet(call, i), [&](auto &t) { t.work(scratch); });
+            continue;
+        }
+        only->sheet = sheet(call, i);
+        only->work(scratch);
+    }
     KipxXEfreea(call.xe, scratch);
     return 0;
 }
