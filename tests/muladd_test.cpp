@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "support/conformance.h"
+#include "support/environment.h"
 
 using namespace kipx::test;
 
@@ -174,6 +175,35 @@ INSTANTIATE_TEST_SUITE_P(MulAdd, Every, testing::ValuesIn([] {
                              return all;
                          }()),
                          [](const auto &p) { return p.param.name; });
+
+// Many bytes go through tables, few do not.
+TEST(MulAdd, ManyBytesAreAsFewOnes) {
+    Rng rng(5);
+    constexpr uint32_t n = 4000, piece = 500;
+    for (int round = 0; round < 60; round++) {
+        const auto channels = uint32_t(rng.between(1, 5));
+        const uint32_t all[3] = {1, n, channels}, some[3] = {1, piece, channels},
+                       s[3] = {0, channels, 1};
+        double factors[5], addends[5];
+        for (double &v : factors) v = double(rng.between(-9, 9)) / (round % 2 + 1);
+        for (double &v : addends) v = double(rng.between(-300, 300)) / (round % 3 + 1);
+        std::vector<unsigned char> from(n * channels), whole(from.size()), parts(from.size());
+        for (unsigned char &x : from) x = static_cast<unsigned char>(rng.below(256));
+        const Entry &e = entries[round % 3];
+        const int32_t scale = round % 4 ? 0 : -3;
+        const auto call = [&](const uint32_t *extent, unsigned char *to, uint32_t at) {
+            return e.typed_cc(nullptr, 0, 3, extent, KIPX_U8, to + at, s, KIPX_U8, from.data() + at,
+                              s, factors, addends, scale, 0);
+        };
+        for (int32_t set : all_sets()) {
+            SimdSwitch form(set);
+            ASSERT_EQ(call(all, whole.data(), 0), 0);
+            for (uint32_t x = 0; x < n; x += piece)
+                ASSERT_EQ(call(some, parts.data(), x * channels), 0);
+            ASSERT_EQ(whole, parts) << "channels " << channels << " round " << round;
+        }
+    }
+}
 
 // What two roundings would get wrong: products and addends of very different sizes.
 TEST(MulAdd, RoundsOnce) {

@@ -7,6 +7,7 @@
 #include "arith/muladd_rows.h"
 #include "arith/typed_arith.h"
 #include "convert/constants.h"
+#include "convert/translate.h"
 #include "convert/values.h"
 #include "core/rows.h"
 #include "core/stamp.h"
@@ -89,6 +90,31 @@ int32_t work_factor(MulAddOp op, Call &c) {
     return KIPX_ENOTSUP;
 }
 
+// Between bytes, where that pays: what comes of every byte is worked out once a channel. b and a: types of
+// the constants.
+bool work_bytes(MulAddOp op, Call &c, uint32_t b, uint32_t a) {
+    constexpr uint32_t entries = 256, most_tables = 4, pays = 8;
+    if (c.dst.size != 1 || c.src[0].size != 1 || c.channels > most_tables || no_work_asked(c) ||
+        uint64_t{c.planes} * c.height * c.width < uint64_t{pays} * entries)
+        return false;
+    const auto &given = *static_cast<const Accumulate *>(c.params);
+    uint8_t table[most_tables * entries], bytes[entries];
+    for (uint32_t i = 0; i < entries; ++i) bytes[i] = static_cast<uint8_t>(i);
+    const auto row = [](uint8_t *at, uint32_t type) {
+        return Operand{reinterpret_cast<char *>(at), entries, entries, 1, 1, type, 1, 0, 0};
+    };
+    for (uint32_t i = 0; i < c.channels; ++i) {
+        Call one = c;
+        one.planes = one.height = one.channels = 1, one.width = entries, one.sources = 3;
+        one.dst = row(table + i * entries, c.dst.type), one.src[0] = row(bytes, c.src[0].type);
+        Constants factor(b, given.factors + i, one), addend(a, given.addends + i, one);
+        one.src[1] = factor.operand(), one.src[2] = addend.operand();
+        if (work_three(op, one)) return false;
+    }
+    translate(c, table, c.channels);
+    return true;
+}
+
 int32_t work_factor_and_addend(MulAddOp op, Call &c) {
     const auto &given = *static_cast<const Accumulate *>(c.params);
     if (!given.factors || !given.addends || c.channels == 0 || !all_valid(c)) return KIPX_EINVAL;
@@ -97,6 +123,7 @@ int32_t work_factor_and_addend(MulAddOp op, Call &c) {
         const uint32_t b = candidate(own, i / candidates), a = candidate(own, i % candidates);
         if (find_muladd(c.dst.type, own, b, a) == muladd_types_count) continue;
         if (!holds(b, given.factors, c.channels) || !holds(a, given.addends, c.channels)) continue;
+        if (work_bytes(op, c, b, a)) return 0;
         Constants factors(b, given.factors, c), addends(a, given.addends, c);
         c.src[1] = factors.operand(), c.src[2] = addends.operand(), c.sources = 3;
         return work_three(op, c);
