@@ -152,9 +152,18 @@ TEST(Conversion, TakesEveryPairAtEveryTellingValue) {
                            is_real(type) ? 0x1p24 : static_cast<double>(highest(type))})
             for (double off : {-1.0, -0.75, -0.5, -0.25, 0.0, 0.25, 0.5, 0.75, 1.0})
                 for (double sign : {1.0, -1.0}) values.push_back(sign * end + off);
-    // Results lie where these do, in as many rows as make a table pay.
-    const double numbers[][2] = {{1, 0},        {0.7, 20},  {0.5, 0}, {1.0 / 257, 0},
-                                 {-0.1, 3.375}, {1e-9, -7}, {255, 0}, {infinity, 1}};
+    // Results lie where these do, in as many rows as make a table pay; 13 and 255 times the numbers with
+    // 24 in their exponents next to the middle of two neighbours of binary32.
+    const double numbers[][2] = {{1, 0},
+                                 {0.7, 20},
+                                 {0.5, 0},
+                                 {1.0 / 257, 0},
+                                 {(1 + 0x21p-24) / 13, 0},
+                                 {(1 + 0x3p-24) / 255, 0},
+                                 {-0.1, 3.375},
+                                 {1e-9, -7},
+                                 {255, 0},
+                                 {infinity, 1}};
     for (const auto &pair : numbers)
         for (uint32_t src_type : all_types)
             for (uint32_t dst_type : all_types) {
