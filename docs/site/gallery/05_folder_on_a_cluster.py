@@ -8,13 +8,13 @@ processes on one machine; with the address of a real one nothing else changes.
 """
 import csv
 import os
+import shutil
 import subprocess
 import sys
 import tempfile
 from pathlib import Path
 
 import matplotlib.pyplot as plt
-import numpy as np
 from distributed import Client
 
 import kipx.dask
@@ -63,7 +63,7 @@ assert again == done and not any(one.message for one in done)
 print(*sorted(path.name for path in (folder / "found").glob("plate0*")), sep="\n")
 with open(folder / "found" / "summary.csv", encoding="utf-8") as file:
     summary = list(csv.DictReader(file))
-print(list(summary[0]))
+print(", ".join(summary[0]))
 
 # %%
 # The overlays that the program drew.
@@ -74,3 +74,4 @@ for ax, plate in zip(axes.flat, plates):
         ax.set_title(f"{plate.stem}: {len(list(csv.DictReader(file)))} regions")
     ax.set_axis_off()
 figure.tight_layout()
+shutil.rmtree(folder)
