@@ -30,6 +30,7 @@ struct SmoothTap {
     const f32 *even[2], *odd[2];
     f32 weight;
 };
+static_assert(sizeof(SmoothTap) + sizeof(f32) <= 2 * sep_tap_bytes);
 
 // Where the work on a call lies in its scratch: weights of rows and taps along the row, each from the
 // outermost to the middle, then the even and the odd sums down the columns.
