@@ -249,31 +249,35 @@ int32_t dispose_one(KipxSTnode *, void *, int32_t) {
 }
 KipxAGTvisitor give_disposer(KipxSTB *) { return dispose_one; }
 
-TEST(TreeWalk, TenMillionLevelsOnASmallStack) {
+// In a chain, and as children of one node.
+TEST(TreeWalk, TenMillionNodesOnASmallStack) {
     static constexpr size_t n = 10'000'000;
-    auto tree = std::make_unique<Tree>(n);
-    for (size_t i = 1; i < n; i++) tree->link(i - 1, i);
-    on_small_stack(
-        [](void *arg) {
-            KipxSTnode *root = static_cast<Tree *>(arg)->nodes.data();
-            for (uint32_t order : {KIPX_PREORDER, KIPX_INORDER, KIPX_POSTORDER}) {
-                uint64_t visits = 0;
-                KipxAGTwalkFromNode(root, order, count_one, &visits);
-                EXPECT_EQ(visits, n) << order;
-            }
-            EXPECT_EQ(KipxAGTcountChildren(root, 1), n - 1);
-            struct {
-                KipxSTBIF stbl;
-                KipxIFrecord end;
-            } chain{{KIPX_TAG_STBL, 32, give_disposer, nullptr, nullptr}, {}};
-            KipxSTB builder{};
-            KipxSTBinit(&builder, &chain, 0, nullptr, nullptr, nullptr);
-            __KipxSTBrootnode(&builder, root);
-            disposed = 0;
-            KipxSTBfini(&builder, 1);
-            EXPECT_EQ(disposed, n);
-        },
-        tree.get());
+    for (const bool star : {false, true}) {
+        auto tree = std::make_unique<Tree>(n);
+        for (size_t i = 1; i < n; i++) tree->link(star ? 0 : i - 1, i);
+        on_small_stack(
+            [](void *arg) {
+                KipxSTnode *root = static_cast<Tree *>(arg)->nodes.data();
+                const size_t gaps = root->child->next ? n - 2 : 0; // between children
+                for (uint32_t order : {KIPX_PREORDER, KIPX_INORDER, KIPX_POSTORDER}) {
+                    uint64_t visits = 0;
+                    KipxAGTwalkFromNode(root, order, count_one, &visits);
+                    EXPECT_EQ(visits, order == KIPX_INORDER && gaps ? n - 1 + gaps : n) << order;
+                }
+                EXPECT_EQ(KipxAGTcountChildren(root, 1), n - 1);
+                struct {
+                    KipxSTBIF stbl;
+                    KipxIFrecord end;
+                } chain{{KIPX_TAG_STBL, 32, give_disposer, nullptr, nullptr}, {}};
+                KipxSTB builder{};
+                KipxSTBinit(&builder, &chain, 0, nullptr, nullptr, nullptr);
+                __KipxSTBrootnode(&builder, root);
+                disposed = 0;
+                KipxSTBfini(&builder, 1);
+                EXPECT_EQ(disposed, n);
+            },
+            tree.get());
+    }
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 """Wherever memory fails, the program ends with one sentence and status 2, and no file is half-written."""
 
+import glob
 import os
+import shutil
 import subprocess
 import unittest
 
@@ -44,16 +46,18 @@ class Failing(ProgramCase):
         return {name: data for name, data in self.contents().items() if os.path.basename(name) not in inputs}
 
     def clear(self):
-        subprocess.run("rm -rf out*", cwd=self.folder, shell=True, check=True)
+        for name in glob.glob(self.path("out*")):
+            shutil.rmtree(name) if os.path.isdir(name) else os.remove(name)
 
     def spread(self, count, tries):
         return [(1 + step * count // tries) * (-1) ** step for step in range(tries)]
 
     def every(self, count, least, turn):
-        """Commands share what they ask for while options are set up: each takes its turn there."""
-        shared = least - 200
-        return [*(number * (-1) ** number for number in range(1 + turn, shared, len(COMMANDS))),
-                *(number * sign for number in range(shared, count + 1) for sign in (1, -1))]
+        """The same requests set up the options of all commands: each takes its turn there. Of those that are a
+        command's own, all, or a thousand."""
+        own = least - 200
+        return [*(number * (-1) ** number for number in range(1 + turn, own, 5 * len(COMMANDS))),
+                *(number * sign for number in range(own, count + 1, 1 + (count - own) // 1000) for sign in (1, -1))]
 
     def test_every_command(self):
         counts = {}

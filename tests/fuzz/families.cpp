@@ -56,6 +56,8 @@ void products(const uint8_t *data, size_t size) {
                                                             {"KipxMulRSubCC", KipxMulRSubCC}};
     const uint32_t k = t.bytes.below(3), form = t.bytes.below(5);
     const double *a = t.numbers(), *b = t.numbers();
+    if (form >= 3) t.take_all_channels();
+    if (form == 3 && k) t.roi = nullptr; // it would count matrices of the destination
     if (form == 0)
         t.run(arrays[k].name, [&](KipxXE *xe) {
             return arrays[k].call(xe, t.flags, t.dst, t.src[0], t.src[1], t.src[2], t.roi, t.at[0],

@@ -272,6 +272,10 @@ void Trial::make_flooded() {
         arr.type = KIPX_U8, arr.volume[3] = 1;
         operands_[4].arr.volume[3] = 1;
     }
+    if (!fair_) { // there is no destination that would keep the work small
+        std::memcpy(operands_[0].arr.volume, arr.volume, sizeof arr.volume);
+        bound_work();
+    }
     for (uint32_t b = 0; b < room; ++b) // hills and valleys, not noise alone
         operands_[1].memory[b] = uint8_t((b / 7 * 31 ^ b / 90 * 5) + (b % 13 == 0 ? b : 0));
     std::copy_n(operands_[1].memory, room, before_.begin() + room);

@@ -50,6 +50,8 @@ public:
     // More of what a run found, for comparison.
     void tell(const void *data, size_t size);
     template<class T> void tell(const T &value) { tell(&value, sizeof value); }
+    // Channels are not chosen: the region has those from its first one on.
+    void take_all_channels() { site_.extent[3] = 15; }
     // The one array of a flood: bytes, one channel.
     void make_flooded();
 
