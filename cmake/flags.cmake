@@ -44,17 +44,16 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 
 # Unrolled and instrumented, row files would take longer to compile than all else. That addresses of
-# rows are neither null nor wrap is checked before a row begins, and not again at every element.
-if(KIPX_SANITIZE)
-    set(KIPX_ROW_FLAGS -fno-sanitize=null,pointer-overflow)
-else()
-    set(KIPX_ROW_FLAGS $<$<NOT:$<CONFIG:Debug>>:-O3>)
-endif()
-# What a fuzzer is to reach is decided before a row begins; loops that count their edges compile for
-# twice as long. Has to stand behind the flags that it takes from, thus a library of its own.
+# rows are neither null nor wrap is checked before a row begins, and not again at every element; and
+# what a fuzzer is to reach is decided before, too. This stands behind the flags that it takes from.
 add_library(kipx_row_flags INTERFACE)
 if(KIPX_SANITIZE MATCHES fuzzer)
-    target_compile_options(kipx_row_flags INTERFACE -fno-sanitize=fuzzer-no-link,null,pointer-overflow)
+    target_compile_options(kipx_row_flags INTERFACE -fno-sanitize=fuzzer-no-link)
+endif()
+if(KIPX_SANITIZE)
+    target_compile_options(kipx_row_flags INTERFACE -fno-sanitize=null,pointer-overflow)
+else()
+    target_compile_options(kipx_row_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-O3>)
 endif()
 
 function(kipx_rows)
@@ -67,7 +66,7 @@ function(kipx_rows)
                                                          ${PROJECT_SOURCE_DIR}/include)
             target_link_libraries(${target} PRIVATE kipx_library_flags kipx_row_flags)
             target_compile_definitions(${target} PRIVATE KIPX_SET=${set} KIPX_SET_${set}=1)
-            target_compile_options(${target} PRIVATE ${KIPX_SET_FLAGS_${set}} ${KIPX_ROW_FLAGS}
+            target_compile_options(${target} PRIVATE ${KIPX_SET_FLAGS_${set}}
                 $<$<CXX_COMPILER_ID:Clang>:-Wno-pass-failed>)
             target_sources(Kipx PRIVATE $<TARGET_OBJECTS:${target}>)
         endforeach()
