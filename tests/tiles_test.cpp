@@ -110,6 +110,35 @@ std::vector<ModelImage> images() {
     return list;
 }
 
+// Row loops read windows and whole vectors: what they find there beyond the border, and in the line
+// that they write, may be anything.
+TEST(Pits, WhatLiesBeyondTheBorderHasNoInfluence) {
+    Rng rng(61);
+    for (int round = 0; round < 2000; ++round) {
+        const auto height = static_cast<uint32_t>(rng.between(1, 9));
+        const auto width = static_cast<uint32_t>(rng.between(1, round % 10 ? 9 : 150));
+        const uint32_t stride = width + 1 + static_cast<uint32_t>(rng.between(0, 2));
+        std::vector<uint8_t> pixels(size_t{height} * width), first;
+        for (uint8_t &level : pixels) level = static_cast<uint8_t>(rng.between(0, 4));
+        for (int fill : {0, 255, 1, 3})
+            for (kipx::Set set : sets()) {
+                std::vector<uint8_t> memory(kipx::cells_size(height, stride, 1)), raised(pixels);
+                std::vector<uint8_t> line(kipx::pit_line_size(width), static_cast<uint8_t>(fill));
+                for (uint8_t &cell : memory)
+                    cell = static_cast<uint8_t>(fill == 3 ? rng.between(0, 5) : fill);
+                const kipx::Block<uint8_t> block{kipx::first_cell<uint8_t>(memory.data(), stride),
+                                                 height, width, stride};
+                for (uint32_t y = 0; y < height; ++y)
+                    std::copy_n(&pixels[size_t{y} * width], width, block.at + y * stride);
+                kipx::raise_pits(block, set, line.data());
+                for (uint32_t y = 0; y < height; ++y)
+                    std::copy_n(block.at + y * stride, width, &raised[size_t{y} * width]);
+                if (first.empty()) first = raised;
+                ASSERT_EQ(raised, first) << height << " x " << width << " over " << fill;
+            }
+    }
+}
+
 TEST(Tiles, AreTheRegionsOfTheWhole) {
     const kipx::TileSize sizes[] = {{1, 1}, {1, 2}, {2, 1}, {1, 255}, {256, 1},
                                     {3, 5}, {7, 4}, {8, 8}, {13, 16}, {256, 255}};
