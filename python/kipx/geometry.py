@@ -60,35 +60,60 @@ def _form(*arrays: Image) -> str:
     return "f2d" if {array.dtype for array in arrays} == {np.dtype(np.float32)} else "r2d"
 
 
-def _checked(where: str, name: str, value: Any) -> Image:
+def _numbers(where: str, name: str, value: Any) -> Image:
     try:
         array = np.asarray(value)
     except ValueError:  # rows of different lengths
         array = np.empty(0, object)
     if array.dtype.kind not in "iuf":
         raise TypeError(f"{where}: {name} is {told(value)}; expected numbers")
+    return array
+
+
+def _checked(where: str, name: str, value: Any) -> Image:
+    array = _numbers(where, name, value)
     if array.ndim != 2 or array.shape[1] != 2:
         raise ValueError(f"{where}: {name} is {told(array)}; expected rows of (row, column), shape (n, 2)")
     return array
 
 
-def _records(array: Image, form: str) -> Any:
-    """The points as C has them, column first, in memory of their own."""
-    kept = np.ascontiguousarray(array[:, ::-1], _COORDINATES[form])
-    return ffi.from_buffer(f"kipx_{form}_point[]", kept)
+class _Given:
+    """Points as C has them, column first, in memory of their own; and the functions for such coordinates."""
 
+    def __init__(self, where: str, points: Any, name: str = "points", beside: Image | None = None) -> None:
+        self.where = where
+        self.array = _checked(where, name, points)
+        self.form = _form(self.array) if beside is None else _form(self.array, beside)
+        self.real = "r2d" if self.form == "2d" else self.form  # of results that are no integers
+        self.count = len(self.array)
 
-def _room(form: str, count: int) -> tuple[Image, Any]:
-    """An array for points of a result, and its address for C."""
-    room = np.empty((max(count, 1), 2), _COORDINATES[form])
-    return room, ffi.from_buffer(f"kipx_{form}_point[]", room, True)
+    def records(self, array: Image | None = None) -> Any:
+        kept = np.ascontiguousarray((self.array if array is None else array)[:, ::-1], _COORDINATES[self.form])
+        return ffi.from_buffer(f"kipx_{self.form}_point[]", kept)
 
+    def function(self, name: str) -> Any:
+        return getattr(lib, f"kipx_{self.form}_{name}")
 
-def _asked(where: str, given: Any, code: int) -> int:
-    if code < 0:
-        sentence = ffi.string(lib.kipx_strerror(code)).decode().partition(": ")[2]
-        raise ValueError(f"{where}: {sentence}; points are {told(given)}; expected finite ones, at least one")
-    return code
+    def asked(self, code: int) -> int:
+        if code < 0:
+            sentence = ffi.string(lib.kipx_strerror(code)).decode().partition(": ")[2]
+            raise ValueError(f"{self.where}: {sentence}; points are {told(self.array)}; "
+                             "expected finite ones, at least one")
+        return code
+
+    def record(self, name: str, *before: Any) -> Any:
+        """What a function makes of the points, by its type."""
+        call = self.function(name)
+        found = ffi.new(ffi.typeof(call).args[0])
+        self.asked(call(found, *before, self.records(), self.count))
+        return _read(found)
+
+    def points(self, name: str, most: int, form: str, *after: Any) -> Image:
+        """The points that a function makes of these, at most so many."""
+        room = np.empty((max(most, 1), 2), _COORDINATES[form])
+        count = self.asked(self.function(name)(ffi.from_buffer(f"kipx_{form}_point[]", room, True), most,
+                                               self.records(), self.count, *after))
+        return room[:count, ::-1].copy()
 
 
 def _read(record: Any) -> Any:
@@ -154,12 +179,7 @@ def _figure(name: str, c: str, what: str, points_are: str, result: str, answer: 
     where = f"kipx.geometry.{name}"
 
     def function(points: Any) -> Any:
-        array = _checked(where, "points", points)
-        form = _form(array)
-        call = getattr(lib, f"kipx_{form}_{c}")
-        found = ffi.new(ffi.typeof(call).args[0])
-        _asked(where, array, call(found, _records(array, form), len(array)))
-        return _read(found)
+        return _Given(where, points).record(c)
 
     function.__name__ = function.__qualname__ = name
     function.__doc__ = _DOC.format(what=what, points=points_are, result=result, name=name, answer=answer)
@@ -191,13 +211,9 @@ def minimum_rectangle(points: Any) -> NDArray[Any]:
     >>> kipx.geometry.minimum_rectangle([(0, 1), (1, 0), (4, 3), (3, 4)]).round(6).tolist()
     [[0.0, 1.0], [3.0, 4.0], [4.0, 3.0], [1.0, 0.0]]
     """
-    where = "kipx.geometry.minimum_rectangle"
-    array = _checked(where, "points", points)
-    form = _form(array)
-    call = getattr(lib, f"kipx_{form}_points_least_rect")
-    found, (_, hull) = ffi.new(ffi.typeof(call).args[0]), _room(form, len(array))
-    _asked(where, array, call(found, hull, len(array), _records(array, form), len(array)))
-    corners: NDArray[Any] = _read(found)
+    given = _Given("kipx.geometry.minimum_rectangle", points)
+    hull = ffi.new(f"kipx_{given.form}_point[]", max(given.count, 1))
+    corners: NDArray[Any] = given.record("points_least_rect", hull, given.count)
     return corners
 
 
@@ -224,13 +240,8 @@ def convex_hull(points: Any) -> Image:
     >>> kipx.geometry.convex_hull([(0, 0), (1, 1), (0, 4), (3, 0), (0, 2)]).tolist()
     [[0, 0], [0, 4], [3, 0]]
     """
-    where = "kipx.geometry.convex_hull"
-    array = _checked(where, "points", points)
-    form = _form(array)
-    room, address = _room(form, len(array))
-    count = _asked(where, array, getattr(lib, f"kipx_{form}_points_hull")(
-        address, len(array), _records(array, form), len(array)))
-    return room[:count, ::-1].copy()
+    given = _Given("kipx.geometry.convex_hull", points)
+    return given.points("points_hull", given.count, given.form)
 
 
 def clip(points: Any, box: Any) -> NDArray[Any]:
@@ -259,15 +270,12 @@ def clip(points: Any, box: Any) -> NDArray[Any]:
     [[1.0, 4.0], [4.0, 4.0], [4.0, 2.0], [1.0, 2.0]]
     """
     where = "kipx.geometry.clip"
-    array, limits = _checked(where, "points", points), np.asarray(box)
-    if limits.shape != (4,) or limits.dtype.kind not in "iuf":
+    limits = _numbers(where, "box", box)
+    if limits.shape != (4,):
         raise ValueError(f"{where}: box is {told(limits)}; expected first row and column, last row and column")
-    form = _form(array, limits)
-    rect = ffi.new(f"kipx_{form}_rect *", [limits[k].item() for k in (1, 0, 3, 2)])
-    room, address = _room("r2d" if form == "2d" else form, 4 * len(array))
-    count = _asked(where, array, getattr(lib, f"kipx_{form}_polygon_clip")(
-        address, 4 * len(array), _records(array, form), len(array), rect))
-    return room[:count, ::-1].copy()
+    given = _Given(where, points, beside=limits)
+    rect = ffi.new(f"kipx_{given.form}_rect *", [limits[k].item() for k in (1, 0, 3, 2)])
+    return given.points("polygon_clip", 4 * given.count, given.real, rect)
 
 
 def is_convex(points: Any) -> bool:
@@ -292,10 +300,8 @@ def is_convex(points: Any) -> bool:
     >>> kipx.geometry.is_convex([(0, 0), (0, 4), (3, 4)]), kipx.geometry.is_convex([(0, 0), (3, 4), (0, 4), (3, 0)])
     (True, False)
     """
-    where = "kipx.geometry.is_convex"
-    array = _checked(where, "points", points)
-    form = _form(array)
-    return bool(_asked(where, array, getattr(lib, f"kipx_{form}_polygon_convex")(_records(array, form), len(array))))
+    given = _Given("kipx.geometry.is_convex", points)
+    return bool(given.asked(given.function("polygon_convex")(given.records(), given.count)))
 
 
 def points_in_poly(points: Any, verts: Any) -> NDArray[np.bool_]:
@@ -322,12 +328,10 @@ def points_in_poly(points: Any, verts: Any) -> NDArray[np.bool_]:
     array([ True,  True, False])
     """
     where = "kipx.geometry.points_in_poly"
-    array, corners = _checked(where, "points", points), _checked(where, "verts", verts)
-    form = _form(array, corners)
-    inside, polygon = getattr(lib, f"kipx_{form}_polygon_contains"), _records(corners, form)
-    asked = _records(array, form)
-    return np.array([_asked(where, corners, inside(polygon, len(corners), asked + k)) > 0
-                     for k in range(len(array))], bool)
+    array = _checked(where, "points", points)
+    given = _Given(where, verts, "verts", array)
+    inside, polygon, asked = given.function("polygon_contains"), given.records(), given.records(array)
+    return np.array([given.asked(inside(polygon, given.count, asked + k)) > 0 for k in range(len(array))], bool)
 
 
 def distance(points: Any, verts: Any) -> NDArray[np.float64]:
@@ -354,14 +358,14 @@ def distance(points: Any, verts: Any) -> NDArray[np.float64]:
     array([0., 5.])
     """
     where = "kipx.geometry.distance"
-    array, corners = _checked(where, "points", points), _checked(where, "verts", verts)
-    form = _form(array, corners)
-    away, polygon = getattr(lib, f"kipx_{form}_polygon_distance"), _records(corners, form)
-    asked = _records(array, form)
-    found = ffi.new("double[]", max(len(array), 1))
+    array = _checked(where, "points", points)
+    given = _Given(where, verts, "verts", array)
+    away, polygon, asked = given.function("polygon_distance"), given.records(), given.records(array)
+    found = np.empty(len(array))
+    address = ffi.from_buffer("double[]", found, True)
     for k in range(len(array)):
-        _asked(where, corners, away(found + k, polygon, len(corners), asked + k))
-    return np.array(ffi.unpack(found, len(array)), np.float64)
+        given.asked(away(address + k, polygon, given.count, asked + k))
+    return found
 
 
 def transform(points: Any, matrix: Any) -> NDArray[Any]:
@@ -389,14 +393,11 @@ def transform(points: Any, matrix: Any) -> NDArray[Any]:
     array([[12., 21.]])
     """
     where = "kipx.geometry.transform"
-    array, rows = _checked(where, "points", points), np.asarray(matrix, np.float64)
+    rows = _numbers(where, "matrix", matrix)
     if rows.shape == (3, 3) and (rows[2] == (0, 0, 1)).all():
         rows = rows[:2]
     if rows.shape != (2, 3):
         raise ValueError(f"{where}: matrix is {told(rows)}; expected two rows of three numbers, and (0, 0, 1) below")
-    form = _form(array)
-    turned = rows[::-1][:, (1, 0, 2)].ravel().tolist()
-    room, address = _room("r2d" if form == "2d" else form, len(array))
-    _asked(where, array, getattr(lib, f"kipx_{form}_points_map")(
-        address, len(array), _records(array, form), len(array), ffi.new(f"kipx_{form}_affine *", turned)))
-    return room[:len(array), ::-1].copy()
+    given = _Given(where, points)
+    turned = ffi.new(f"kipx_{given.form}_affine *", rows[::-1][:, (1, 0, 2)].ravel().tolist())
+    return given.points("points_map", given.count, given.real, turned)

@@ -56,3 +56,6 @@ def test_refused(function):
                          ([(np.nan, 1)], ValueError), (np.zeros((2, 2), "c8"), TypeError)):
         with pytest.raises(kind, match="kipx.geometry." + function.__name__):
             function(points)
+    for call in (lambda: geometry.clip([(0, 0)], [(1,), 2]), lambda: geometry.transform([(0, 0)], "ab")):
+        with pytest.raises(TypeError, match="kipx.geometry"):  # what stands beside the points
+            call()
