@@ -90,29 +90,21 @@ int32_t work_factor(MulAddOp op, Call &c) {
     return KIPX_ENOTSUP;
 }
 
-// Between bytes, where that pays: what comes of every byte is worked out once a channel. b and a: types of
-// the constants.
+// Between bytes, where that pays: through tables. b and a: types of the constants.
 bool work_bytes(MulAddOp op, Call &c, uint32_t b, uint32_t a) {
-    constexpr uint32_t entries = 256, most_tables = 4, pays = 8;
-    if (c.dst.size != 1 || c.src[0].size != 1 || c.channels > most_tables || no_work_asked(c) ||
-        uint64_t{c.planes} * c.height * c.width < uint64_t{pays} * entries)
-        return false;
     const auto &given = *static_cast<const Accumulate *>(c.params);
-    uint8_t table[most_tables * entries], bytes[entries];
-    for (uint32_t i = 0; i < entries; ++i) bytes[i] = static_cast<uint8_t>(i);
-    const auto row = [](uint8_t *at, uint32_t type) {
-        return Operand{reinterpret_cast<char *>(at), entries, entries, 1, 1, type, 1, 0, 0};
-    };
-    for (uint32_t i = 0; i < c.channels; ++i) {
+    const auto make = [&](uint8_t *table, uint8_t *bytes, uint32_t channel) {
+        const auto row = [](uint8_t *at, uint32_t type) {
+            return Operand{reinterpret_cast<char *>(at), 256, 256, 1, 1, type, 1, 0, 0};
+        };
         Call one = c;
-        one.planes = one.height = one.channels = 1, one.width = entries, one.sources = 3;
-        one.dst = row(table + i * entries, c.dst.type), one.src[0] = row(bytes, c.src[0].type);
-        Constants factor(b, given.factors + i, one), addend(a, given.addends + i, one);
+        one.planes = one.height = one.channels = 1, one.width = 256, one.sources = 3;
+        one.dst = row(table, c.dst.type), one.src[0] = row(bytes, c.src[0].type);
+        Constants factor(b, given.factors + channel, one), addend(a, given.addends + channel, one);
         one.src[1] = factor.operand(), one.src[2] = addend.operand();
-        if (work_three(op, one)) return false;
-    }
-    translate(c, table, c.channels);
-    return true;
+        return work_three(op, one) == 0;
+    };
+    return !no_work_asked(c) && by_tables(c, c.channels, make);
 }
 
 int32_t work_factor_and_addend(MulAddOp op, Call &c) {

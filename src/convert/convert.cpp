@@ -63,21 +63,13 @@ Scaling scaling_of(const Call &c, const ConversionGiven &given, uint32_t channel
             c.dst.size};
 }
 
-// Between bytes, where that pays: through tables.
 bool convert_bytes(Call &c, const ConversionGiven &given, RowLoop scaled, Set set) {
-    constexpr uint32_t entries = 256, most_tables = 4, pays = 8;
-    const uint32_t tables = given.one_for_all() ? 1 : c.channels;
-    if (c.dst.size != 1 || c.src[0].size != 1 || tables > most_tables ||
-        uint64_t{c.planes} * c.height * c.width < uint64_t{pays} * entries)
-        return false;
-    uint8_t table[most_tables * entries], bytes[entries];
-    for (uint32_t i = 0; i < entries; ++i) bytes[i] = static_cast<uint8_t>(i);
-    for (uint32_t i = 0; i < tables; ++i) {
-        const Scaling scaling = scaling_of(c, given, i, set);
-        scaled({table + i * entries, {bytes}, entries, &scaling, Writing::cached});
-    }
-    translate(c, table, tables);
-    return true;
+    const auto make = [&](uint8_t *table, const uint8_t *bytes, uint32_t channel) {
+        const Scaling scaling = scaling_of(c, given, channel, set);
+        scaled({table, {bytes}, 256, &scaling, Writing::cached});
+        return true;
+    };
+    return by_tables(c, given.one_for_all() ? 1 : c.channels, make);
 }
 
 void convert(Call &c, const ConversionGiven &given) {

@@ -1,6 +1,7 @@
 // convert/convert_avx512.h - conversion in registers. For convert_rows.cpp.
 //
-// Gives    scale_pairs(), sixteen elements as two vectors of binary64, and back; narrowed_in_registers(), a vector into a shorter one.
+// Gives    scale_pairs(), sixteen elements as two vectors of binary64, and back;
+//          narrowed_in_registers(), a vector into a shorter one.
 // Promises the bits of the plain form: products and sums in binary64, to nearest even, saturated, NaN
 //          to 0.
 #pragma once

@@ -333,9 +333,7 @@ void add_arith_commands(CLI::App &app, const Globals &globals) {
                   "Second image file, or a number, or one for each channel: 12 or 1,0.5,0.25")
             ->required();
         add_goal_options(*command, given->goal, "Result");
-        add_value(*command, "--scale", given->scale, whole(-31, 63), "N",
-                  "Multiply the result by 2 to the power N")
-            ->capture_default_str();
+        add_scale_option(*command, given->scale);
         add_choice<std::optional<Overflow>>(
             *command, "--overflow", given->overflow,
             {{"saturate", Overflow::saturate},

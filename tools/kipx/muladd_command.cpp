@@ -1,8 +1,8 @@
 // muladd_command.cpp - kipx muladd, mulsub, mulrsub: a product and a sum in one step, rounded once.
 //
-// A is an image, B and C are images or numbers. A number is the number that it is; beside images of
-// integers it is widened with them where it is not whole. Sources of types without a kernel are
-// widened, never rounded. Results that an integer type does not hold are saturated.
+// A is an image, B and C are images or numbers. A number is the number that it is, whatever the images'
+// types. Images of types without a kernel are widened, never rounded. Results that an integer type
+// does not hold are saturated.
 #include "command.h"
 #include "failure.h"
 #include "image/values.h"
@@ -153,9 +153,10 @@ void match_muladd_types(const MulAddForm &form, MulAddJob &job) {
     const auto widen = [](Image *image, uint32_t type) {
         if (image && image->type() != type) *image = converted(*image, type);
     };
-    for (const uint32_t first : holders(&job.a))
-        for (const uint32_t second : holders(b))
-            for (const uint32_t third : holders(c))
+    const auto firsts = holders(&job.a), seconds = holders(b), thirds = holders(c);
+    for (const uint32_t first : firsts)
+        for (const uint32_t second : seconds)
+            for (const uint32_t third : thirds)
                 if (job.has_kernel(form, first, second, third))
                     return widen(&job.a, first), widen(b, second), widen(c, third);
     fail("{}: no kernel gives {} from {}; choose another --type", form.name,
@@ -184,9 +185,7 @@ void add_muladd_commands(CLI::App &app, const Globals &globals) {
         add_value(*command, "C", given->c, filled(), "", "Third image file, or numbers likewise")
             ->required();
         add_goal_options(*command, given->goal, "Result");
-        add_value(*command, "--scale", given->scale, whole(-31, 63), "N",
-                  "Multiply the result by 2 to the power N")
-            ->capture_default_str();
+        add_scale_option(*command, given->scale);
         add_choice<uint32_t>(
             *command, "--type", given->type,
             {{"u8", KIPX_U8}, {"s16", KIPX_S16}, {"s32", KIPX_S32}, {"f32", KIPX_F32}},

@@ -169,6 +169,12 @@ CLI::Option *add_reals(CLI::App &command, const std::string &names, std::vector<
         ->type_name(form);
 }
 
+CLI::Option *add_scale_option(CLI::App &command, int32_t &scale) {
+    return add_value(command, "--scale", scale, whole(-31, 63), "N",
+                     "Multiply the result by 2 to the power N")
+        ->capture_default_str();
+}
+
 CLI::Option *add_page_option(CLI::App &command, uint32_t &page) {
     return add_value(command, "--page", page, whole(1, INT32_MAX), "N",
                      "Which page of a file with several")

@@ -75,6 +75,8 @@ CLI::Option *add_choice(CLI::App &command, const std::string &names, T &value,
     return option->check(word_of(words))->type_name(form)->default_str(standard);
 }
 
+// --scale N of the commands whose results the library multiplies by a power of two.
+CLI::Option *add_scale_option(CLI::App &command, int32_t &scale);
 // --page N of the commands that read images; and --output and --format of those that write them.
 CLI::Option *add_page_option(CLI::App &command, uint32_t &page);
 void add_goal_options(CLI::App &command, Goal &goal, const std::string &help);

@@ -307,9 +307,7 @@ void add_pixel_commands(CLI::App &app, const Globals &globals) {
                                   {"f32", KIPX_F32},
                                   {"f64", KIPX_F64}},
                                  "Type of the result; by default one that suits");
-            add_value(*command, "--scale", given->scale, whole(-31, 63), "N",
-                      "Multiply the result by 2 to the power N")
-                ->capture_default_str();
+            add_scale_option(*command, given->scale);
         }
         add_page_option(*command, given->page);
         command->footer(row.footer);
