@@ -209,7 +209,7 @@ void load_images(const Globals &globals, const ArithArguments &given, ArithJob &
 }
 
 void load_sources(const Globals &globals, const ArithArguments &given, ArithJob &job) {
-    if (!means_numbers(given.b)) {
+    if (!means_numbers("B", given.b)) {
         load_images(globals, given, job);
     } else {
         if (given.at2)

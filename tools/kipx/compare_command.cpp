@@ -100,7 +100,7 @@ void run_compare(const Globals &globals, const CompareArguments &given) {
     check_goal(given.goal);
     Image a = computable(globals.load(given.a, given.page), given.a, compared, KIPX_S8);
     Image mask = mask_for(a);
-    if (means_numbers(given.b))
+    if (means_numbers("B", given.b))
         compare_numbers(given, a, mask);
     else
         compare_images(globals, given, a, mask);

@@ -78,7 +78,7 @@ void combine_numbers(const LogicOperation &operation, const LogicArguments &give
 void run_logic(const Globals &globals, const LogicOperation &operation,
                const LogicArguments &given) {
     check_goal(given.goal);
-    const bool numbers = operation.numbers && means_numbers(given.b);
+    const bool numbers = operation.numbers && means_numbers("B", given.b);
     const bool images = operation.images && !numbers;
     Image a = globals.load(given.a, images ? globals.page_beside(given.a, given.page) : given.page);
     check_logic_source(a, given.a);

@@ -104,7 +104,7 @@ Image image_of(const std::vector<double> &numbers, const Image &like) {
 
 Operand load_operand(const Globals &globals, const char *name, const std::string &text,
                      const MulAddArguments &given, const Image &a) {
-    if (means_numbers(text)) return {{}, numbers_for(a, name, text)};
+    if (means_numbers(name, text)) return {{}, numbers_for(a, name, text)};
     if (text == "-")
         fail("{}: got '-', expected a file or numbers: only A is read from standard input", name);
     Operand operand = {globals.load(text, globals.page_beside(text, given.page)), {}};
@@ -119,7 +119,7 @@ Operand load_operand(const Globals &globals, const char *name, const std::string
 
 MulAddJob load_job(const Globals &globals, const MulAddArguments &given) {
     MulAddJob job;
-    const bool single = !means_numbers(given.b) || !means_numbers(given.c);
+    const bool single = !means_numbers("B", given.b) || !means_numbers("C", given.c);
     job.a = globals.load(given.a, single ? globals.page_beside(given.a, given.page) : given.page);
     job.b = load_operand(globals, "B", given.b, given, job.a);
     job.c = load_operand(globals, "C", given.c, given, job.a);

@@ -35,7 +35,13 @@ std::vector<double> numbers_for(const Image &image, const std::string &option,
     return numbers;
 }
 
-bool means_numbers(const std::string &text) {
+bool means_numbers(const std::string &option, const std::string &text) {
     std::error_code error;
-    return !numbers_of(text).empty() && !std::filesystem::exists(text, error);
+    if (text == "-" || std::filesystem::exists(text, error)) return false;
+    if (numbers_of(text).empty())
+        fail("{}: got '{}', expected an image file, or numbers with commas between them; there is "
+             "no "
+             "file of that name",
+             option, text);
+    return true;
 }

@@ -14,5 +14,5 @@ std::vector<double> numbers_of(const std::string &text);
 // One for all channels, or one for each; option is what stands before the complaint.
 std::vector<double> numbers_for(const Image &image, const std::string &option,
                                 const std::string &text);
-// Numbers, and no file that is called so.
-bool means_numbers(const std::string &text);
+// Whether they are numbers, and no file that is called so, nor standard input; fails where it is neither.
+bool means_numbers(const std::string &option, const std::string &text);
