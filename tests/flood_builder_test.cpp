@@ -146,6 +146,58 @@ TEST(StandardFlood, TellsABuilderEverythingOnce) {
     }
 }
 
+// Nobody listens, an idle feature listens, an operation listens: the same tree, to the last link.
+TEST(StandardFlood, LeavesOneTreeWhoeverListens) {
+    struct Listening {
+        KipxSTBIF stbl;
+        KipxWTSIF wtsl;
+        KipxIFrecord end;
+    };
+    static auto ours = *static_cast<const Listening *>(KipxWTSTBxinterface());
+    static uint64_t heard;
+    Listening listening = ours;
+    listening.wtsl.configure = nullptr; // ours would take our own chain
+    listening.wtsl.update2D = [](KipxSTB *b, KipxWTSLSC *levelset, KipxWTSregion *region,
+                                 const uint32_t *pairs, uint32_t count) {
+        heard += count;
+        ours.wtsl.update2D(b, levelset, region, pairs, count);
+    };
+    Rng rng(33);
+    Environment xe;
+    for (int round = 0; round < 500; ++round) {
+        RandomImage r = random_image(rng, round % 3 == 0);
+        ImageOf image(r.model);
+        KipxWTSFDs idle{};
+        std::vector<int64_t> trees[3];
+        for (int way = 0; way < 3; ++way) {
+            heard = 0;
+            KipxWTSLSC levelset{&idle, way == 1, 0, {}, {}};
+            KipxSTB *builder = KipxWTSTBopen(nullptr, nullptr, nullptr, KipxXEmmstack(xe));
+            if (way == 2) builder->interface_chain = &listening;
+            KipxWatershedContext context{builder, &levelset,  round % 2 == 0, r.model.eight,
+                                         0,       r.seed_row, r.seed_column,  nullptr};
+            int32_t code = KipxWatershedEx(xe, 0, image.source.arr(), image.mask.arr(), nullptr,
+                                           nullptr, &context);
+            trees[way].push_back(code);
+            if (code == 0) {
+                auto note = [](KipxSTnode *node, void *arg, int32_t) {
+                    const auto *g = static_cast<KipxWTSregion *>(node->data);
+                    for (int64_t word : {int64_t{g->pixel}, int64_t{g->level}, int64_t{g->area},
+                                         int64_t{g->kept}, int64_t{KipxAGTcountChildren(node, 0)}})
+                        static_cast<std::vector<int64_t> *>(arg)->push_back(word);
+                    return 1;
+                };
+                KipxAGTwalk(context.output, KIPX_PREORDER, note, &trees[way]);
+                auto *root = static_cast<KipxWTSregion *>(context.output->root->data);
+                EXPECT_EQ(heard, way == 2 ? static_cast<uint64_t>(root->area) : 0);
+            }
+            KipxSTBclose(builder, 0);
+        }
+        ASSERT_EQ(trees[0], trees[1]) << round;
+        ASSERT_EQ(trees[0], trees[2]) << round;
+    }
+}
+
 // A flood that ends for want of memory gives what it made back to the builder's storage.
 TEST(StandardFlood, FailedFloodsLeaveTheStorageAsItWas) {
     Rng rng(32);

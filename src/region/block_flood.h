@@ -29,6 +29,11 @@
 // lower neighbour is done at once. With several lower ones it stays the first of its queue, and all
 // but the lowest stay unreached, for no two of them need belong together. The queue's next pixel is
 // read before this one's neighbours join, so that it need not wait for their stores.
+//
+// Rules. FreeOrder: as above; the pixels are numbered. FixedOrder is the order of the standard flood:
+// neighbours are asked and join one after the other, clockwise from the right; the flood goes on at
+// the first that is lower; of a level the newest pixel is taken. A pixel that looks again finds that
+// those it asked before are reached. Done pixels are only counted. Stacks and runs keep either rule.
 #pragma once
 
 #include <cstddef>
@@ -42,12 +47,28 @@ namespace kipx {
 
 enum class Manner { stacks, runs, queues };
 
+// Steps to the neighbours: what joins last comes first.
+struct FreeOrder {
+    static constexpr bool fixed = false;
+    static constexpr auto steps(uint32_t edges) { return edges == 4 ? four : eight; }
+    static constexpr int8_t four[4][2] = {{0, 1}, {0, -1}, {1, 0}, {-1, 0}};
+    static constexpr int8_t eight[8][2] = {{0, 1}, {0, -1}, {1, 0},  {-1, 0},
+                                           {1, 1}, {1, -1}, {-1, 1}, {-1, -1}};
+};
+struct FixedOrder {
+    static constexpr bool fixed = true;
+    static constexpr auto steps(uint32_t edges) { return edges == 4 ? four : eight; }
+    static constexpr int8_t four[4][2] = {{-1, 0}, {0, -1}, {1, 0}, {0, 1}};
+    static constexpr int8_t eight[8][2] = {{-1, 1}, {-1, 0}, {-1, -1}, {0, -1},
+                                           {1, -1}, {1, 0},  {1, 1},   {0, 1}};
+};
+
 // Sink: as in components.h, and bool keeps (start, end), whether a component that is this run is to be
 // reported.
-template<class Cell, class Index, class Sink> class BlockFlood {
+template<class Cell, class Index, class Sink, class Rule = FreeOrder> class BlockFlood {
 public:
-    // order: room for all pixels. memory: queue_slots (pixels) for the boundary. Queues
-    // are for four neighbours and cells of one byte; others get stacks.
+    // order: room for all pixels, or null where they are counted. memory: queue_slots (pixels) for the
+    // boundary. Queues are for a free order, four neighbours and cells of one byte; others get stacks.
     BlockFlood(const Block<Cell> &block, const CellCounts &counts, Manner manner, Index *memory,
                Index *order, Sink &sink)
         : block_(block), order_(order), sink_(sink), manner_(manner) {
@@ -58,7 +79,7 @@ public:
     // Floods the part around a cell that is not reached. False when the sink has ended it.
     bool flood(uint32_t seed, bool eight) {
         if (manner_ == Manner::runs) return eight ? branch<8, true>(seed) : branch<4, true>(seed);
-        if constexpr (sizeof(Cell) == 1)
+        if constexpr (sizeof(Cell) == 1 && !Rule::fixed)
             if (manner_ == Manner::queues && !eight) return mark(seed);
         return eight ? branch<8, false>(seed) : branch<4, false>(seed);
     }
@@ -72,23 +93,26 @@ private:
     struct Open {
         uint32_t level;
         uint32_t start; // done pixels when it was opened
-        uint32_t at;    // and when it came to its level
+        uint32_t at;    // and when it came to its level; fixed order: the pixel then in hand
     };
     template<uint32_t edges, bool runs> bool branch(uint32_t seed);
     bool mark(uint32_t seed);
     bool stays(uint32_t pixel, uint32_t level, uint32_t lowest, const uint32_t *near);
-    // From a pixel to its neighbours: along the row first.
     static constexpr uint32_t marked = 4; // neighbours, where they are marked
-    struct Steps {
-        ptrdiff_t to[8];
-    };
-    Steps steps() const {
-        const ptrdiff_t s = block_.stride;
-        return {{1, -1, s, -s, s + 1, s - 1, 1 - s, -s - 1}};
+    template<uint32_t edges> struct Steps { ptrdiff_t to[edges]; };
+    template<uint32_t edges> Steps<edges> steps() const {
+        Steps<edges> s;
+        for (uint32_t e = 0; e < edges; ++e)
+            s.to[e] =
+                Rule::steps(edges)[e][0] * ptrdiff_t{block_.stride} + Rule::steps(edges)[e][1];
+        return s;
     }
-    void open(uint32_t level) { open_[++top_] = {level, done_, done_}; }
-    bool report(const Open &c) { return sink_.close(c.level, c.start, done_, order_[c.at]); }
-    bool raise(uint32_t level);
+    uint32_t at(uint32_t pixel) const { return Rule::fixed ? pixel : done_; }
+    void open(uint32_t level, uint32_t pixel) { open_[++top_] = {level, done_, at(pixel)}; }
+    bool report(const Open &c) {
+        return sink_.close(c.level, c.start, done_, Rule::fixed ? c.at : order_[c.at]);
+    }
+    bool raise(uint32_t level, uint32_t pixel);
 
     const Block<Cell> block_;
     Index *const order_;
@@ -102,13 +126,13 @@ private:
 
 // Closes what is complete below `level`, which the next pixel has. The component on top either
 // becomes one of that level, or ends in the one under it.
-template<class Cell, class Index, class Sink>
-bool BlockFlood<Cell, Index, Sink>::raise(uint32_t level) {
+template<class Cell, class Index, class Sink, class Rule>
+bool BlockFlood<Cell, Index, Sink, Rule>::raise(uint32_t level, uint32_t pixel) {
     do {
         Open &top = open_[top_];
         if (sink_.keeps(top.start, done_) && !report(top)) return false;
         if (open_[top_ - 1].level > level) {
-            top = {level, top.start, done_};
+            top = {level, top.start, at(pixel)};
             return true;
         }
         --top_;
@@ -117,7 +141,8 @@ bool BlockFlood<Cell, Index, Sink>::raise(uint32_t level) {
 }
 
 // Nothing waits any more: what is open is complete.
-template<class Cell, class Index, class Sink> bool BlockFlood<Cell, Index, Sink>::end(bool wanted) {
+template<class Cell, class Index, class Sink, class Rule>
+bool BlockFlood<Cell, Index, Sink, Rule>::end(bool wanted) {
     for (; top_ > 0; --top_)
         if ((sink_.keeps(open_[top_].start, done_) || (wanted && top_ == 1)) &&
             !report(open_[top_]))
@@ -127,10 +152,10 @@ template<class Cell, class Index, class Sink> bool BlockFlood<Cell, Index, Sink>
 
 // A pixel's lower neighbours have joined the boundary. If there are several, all but the first of the
 // lowest leave it again, and the pixel stays.
-template<class Cell, class Index, class Sink>
-bool BlockFlood<Cell, Index, Sink>::stays(uint32_t pixel, uint32_t level, uint32_t lowest,
-                                          const uint32_t *near) {
-    const auto [step] = steps();
+template<class Cell, class Index, class Sink, class Rule>
+bool BlockFlood<Cell, Index, Sink, Rule>::stays(uint32_t pixel, uint32_t level, uint32_t lowest,
+                                                const uint32_t *near) {
+    const auto [step] = steps<marked>();
     uint32_t lower = 0, first = marked;
     for (uint32_t e = marked; e-- > 0;) {
         lower += near[e] < level;
@@ -147,16 +172,16 @@ bool BlockFlood<Cell, Index, Sink>::stays(uint32_t pixel, uint32_t level, uint32
     return true;
 }
 
-template<class Cell, class Index, class Sink>
+template<class Cell, class Index, class Sink, class Rule>
 template<uint32_t edges, bool runs>
-bool BlockFlood<Cell, Index, Sink>::branch(uint32_t seed) {
-    const auto [step] = steps();
+bool BlockFlood<Cell, Index, Sink, Rule>::branch(uint32_t seed) {
+    const auto [step] = steps<edges>();
     constexpr Cell mark = static_cast<Cell>(reached<Cell>);
     Cell *const cells = block_.at;
     uint32_t pixel = seed, level = cells[pixel];
     cells[pixel] = mark;
-    open(level);
-    Index *done = order_ + done_;
+    open(level, pixel);
+    uint32_t done = done_;
     for (;;) {
         // The lowest neighbour, the first of several; reached ones are above every level.
         uint32_t near[edges], lowest = UINT32_MAX;
@@ -166,13 +191,26 @@ bool BlockFlood<Cell, Index, Sink>::branch(uint32_t seed) {
             lowest = key < lowest ? key : lowest;
         }
         if (lowest >> 3 < level) {
+            uint32_t lower = lowest & 7;
+            if constexpr (Rule::fixed)
+                for (uint32_t e = edges; e-- > 0;) {
+                    if (near[e] < level) {
+                        lower = e;
+                        break;
+                    }
+                    if (near[e] == reached<Cell>) continue;
+                    uint32_t joins = pixel + static_cast<uint32_t>(step[e]);
+                    cells[joins] = mark;
+                    queues_.push(near[e], joins);
+                    queues_.note(near[e]);
+                }
             queues_.push(level, pixel);
             queues_.note(level);
-            pixel += static_cast<uint32_t>(step[lowest & 7]);
-            level = lowest >> 3;
+            pixel += static_cast<uint32_t>(step[lower]);
+            level = near[lower];
             cells[pixel] = mark;
-            done_ = static_cast<uint32_t>(done - order_);
-            open(level);
+            done_ = done;
+            open(level, pixel);
             continue;
         }
         // What joins last is taken first: along the row. A run takes it at once.
@@ -188,30 +226,32 @@ bool BlockFlood<Cell, Index, Sink>::branch(uint32_t seed) {
             queues_.push(near[e], joins);
             queues_.note(near[e]);
         }
-        *done++ = static_cast<Index>(pixel);
+        if constexpr (!Rule::fixed) order_[done] = static_cast<Index>(pixel);
+        ++done;
         if (newest != none) {
             pixel = newest;
             continue;
         }
         if (queues_.empty(level)) {
-            done_ = static_cast<uint32_t>(done - order_);
-            uint32_t higher = queues_.next_noted_after(level);
-            if (higher == reached<Cell>) return true;
-            if (!raise(higher)) return false;
-            level = higher;
+            done_ = done;
+            level = queues_.next_noted_after(level);
+            if (level == reached<Cell>) return true;
+            pixel = queues_.take(level);
+            if (!raise(level, pixel)) return false;
+            continue;
         }
         pixel = queues_.take(level);
     }
 }
 
-template<class Cell, class Index, class Sink>
-bool BlockFlood<Cell, Index, Sink>::mark(uint32_t seed) {
-    const auto [step] = steps();
+template<class Cell, class Index, class Sink, class Rule>
+bool BlockFlood<Cell, Index, Sink, Rule>::mark(uint32_t seed) {
+    const auto [step] = steps<marked>();
     constexpr Cell mark = static_cast<Cell>(reached<Cell>);
     Cell *const cells = block_.at;
     uint32_t level = cells[seed];
     cells[seed] = mark;
-    open(level);
+    open(level, seed);
     queues_.push(level, seed);
     Index *next = queues_.head[level];
     Index *done = order_ + done_;
@@ -238,7 +278,7 @@ bool BlockFlood<Cell, Index, Sink>::mark(uint32_t seed) {
             next = queues_.head[level];
             pixel = *next++;
             done_ = static_cast<uint32_t>(done - order_);
-            open(level);
+            open(level, pixel);
         } else if (more) {
             pixel = early;
             ++next;
@@ -252,7 +292,7 @@ bool BlockFlood<Cell, Index, Sink>::mark(uint32_t seed) {
             level = higher;
             next = queues_.head[level];
             pixel = *next++;
-            if (!raise(level)) return false;
+            if (!raise(level, pixel)) return false;
         }
     }
 }

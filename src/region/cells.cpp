@@ -93,6 +93,25 @@ Look look_of(const FloodImage &image, const Extent &part) {
     return 2 * apart >= seen ? Look::busy : Look::soft;
 }
 
+namespace {
+
+// Whether one of n pixels has that value.
+bool any_of(const uint8_t *p, uint64_t step, uint32_t n, uint32_t value) {
+    if (step == 1) return std::memchr(p, static_cast<int>(value), n) != nullptr;
+    bool any = false;
+    for (uint32_t k = 0; k < n; ++k) any |= p[k * step] == value;
+    return any;
+}
+
+} // namespace
+
+bool has_walls(const FloodImage &image) {
+    const uint32_t wall = reached<uint8_t> ^ image.invert;
+    for (uint32_t y = 0; y < image.height && image.shift == 0; ++y)
+        if (any_of(image.source.row_at(y), image.source.pixel, image.width, wall)) return true;
+    return false;
+}
+
 uint32_t *number_walls(const FloodImage &image, const Extent &part, uint32_t stride,
                        uint32_t *list) {
     if (image.shift > 0) return list; // no level is that high
@@ -103,12 +122,7 @@ uint32_t *number_walls(const FloodImage &image, const Extent &part, uint32_t str
         for (uint32_t x = part.left; x < right; x += stretch) {
             const uint8_t *p = image.source.row_at(y) + x * step;
             uint32_t n = right - x < stretch ? right - x : stretch;
-            bool any = false;
-            if (step == 1)
-                any = std::memchr(p, static_cast<int>(wall), n) != nullptr;
-            else
-                for (uint32_t k = 0; k < n; ++k) any |= p[k * step] == wall;
-            if (!any) continue;
+            if (!any_of(p, step, n, wall)) continue;
             for (uint32_t k = 0; k < n; ++k) {
                 *list = y * stride + x + k;
                 list += p[k * step] == wall;

@@ -53,6 +53,8 @@ struct Extent {
 // the two before, so that it turns everywhere; soft otherwise.
 enum class Look { flat, soft, busy };
 Look look_of(const FloodImage &image, const Extent &part);
+// Whether one-byte cells take some pixels for walls, mask or not.
+bool has_walls(const FloodImage &image);
 // Lists the pixels of a part that one-byte cells take for walls, in raster order, as row * stride +
 // column; returns the end of the list. One place behind it may be written.
 uint32_t *number_walls(const FloodImage &image, const Extent &part, uint32_t stride,

@@ -14,9 +14,11 @@
 #include <cstring>
 
 #include "region/chain.h"
+#include "region/counted_flood.h"
 #include "region/flood_state.h"
 #include "region/level_stacks.h"
 #include "region/road.h"
+#include "region/wts_regions.h"
 
 namespace kipx {
 namespace {
@@ -338,6 +340,8 @@ int32_t standard_flood(KipxXE *xe, uint64_t flags, const FloodImage &image,
                        KipxWatershedContext *context) {
     if (!complete(wtsl_of(context->builder))) return KIPX_EINVAL;
     if (announce(context->levelset, image) < 0) return KIPX_EINVAL;
+    if (only_counts(context->builder, *context->levelset))
+        return counted_flood(xe, flags, image, context);
     uint32_t values[level_count], levels[level_count];
     count_values(image, values);
     values_to_levels(image, values, levels);

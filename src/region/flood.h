@@ -4,6 +4,8 @@
 // Promises all memory is taken before the builder hears of the image, and given back block by block
 //          in reverse. A region that cannot be made ends the flood: the regions it still holds are
 //          disposed of and the tree's root is null.
+//          A builder that only counts (wts_regions.h) gets the same tree from counted_flood.h, in a third
+//          to two thirds of the time.
 // Costs    8 bytes a pixel for the boundary and one bit for the reached mask, from the environment;
 //          at most 256 component records and some entry pointers from the heap. Every pixel is
 //          taken from the boundary once and once more for every step down from it. A component

@@ -85,6 +85,11 @@ int32_t gather(KipxSTB *builder, KipxWTSLSC *context, KipxWTSregion *const *regi
 
 } // namespace
 
+bool only_counts(const KipxSTB *builder, const KipxWTSLSC &context) {
+    const KipxWTSIF *ops = wtsl_of(builder);
+    return ops && ops->configure == configure && context.count <= 0;
+}
+
 } // namespace kipx
 
 KipxSTB *KipxWTSTBinit(KipxSTB *builder, KipxST *tree, ZuSMEMSTG *storage, ZuSMEMSTG *parent) {

@@ -32,6 +32,10 @@ void update2D_moments(KipxSTB *builder, KipxWTSLSC *context, KipxWTSregion *regi
 void update_area(KipxSTB *builder, KipxWTSLSC *context, KipxWTSregion *region,
                  const uint32_t *pixels, uint32_t count);
 
+// Whether a flood into this builder leaves areas and links and nothing else: the builder is configured
+// by ours, and there are no features. Nobody hears then how pixels come and regions merge.
+bool only_counts(const KipxSTB *builder, const KipxWTSLSC &context);
+
 // Areas and links; states stay apart until they are gathered.
 void merge_links(KipxSTB *builder, KipxWTSLSC *context, KipxWTSregion *parent,
                  KipxWTSregion *child);
