@@ -34,11 +34,12 @@ int32_t work_unary(UnaryOp op, Call &c) {
     const UnaryLoops &loops = *unary_loops_of(how.set);
     const UnaryWay way = {loops.read[from], loops.work[static_cast<uint32_t>(op)], loops.write[to],
                           make_scale(static_cast<const Scaled *>(c.params)->exponent).factor};
-    const bool single = c.dst.type == KIPX_F32 && c.src[0].type == KIPX_F32;
-    how.loop = single && op == UnaryOp::negate        ? loops.single_negative
-               : single && op == UnaryOp::exponential ? loops.single_exponential
-               : single && op == UnaryOp::logarithm   ? loops.single_logarithm
-                                                      : loops.by_blocks;
+    const auto direct = static_cast<uint32_t>(op);
+    how.loop = loops.by_blocks;
+    if (c.dst.type == c.src[0].type && direct < 3) {
+        if (c.dst.type == KIPX_F32) how.loop = loops.of_f32[direct];
+        if (c.dst.type == KIPX_F64) how.loop = loops.of_f64[direct];
+    }
     how.params = &way;
     rows(c, how);
     return 0;

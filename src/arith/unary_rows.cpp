@@ -22,26 +22,86 @@ template<class T> void write(void *to, const f64 *from, size_t at, size_t n, f64
     }
 }
 
-template<UnaryOp op> void work(f64 *values, [[maybe_unused]] const f64 *alpha, size_t n) {
-    KIPX_INDEPENDENT
-    for (size_t i = 0; i < n; ++i) {
-        if constexpr (op == UnaryOp::negate)
-            values[i] = -values[i];
-        else if constexpr (op == UnaryOp::exponential)
-            values[i] = exponential(values[i]);
-        else if constexpr (op == UnaryOp::logarithm)
-            values[i] = logarithm(values[i]);
-        else if constexpr (op == UnaryOp::sigmoid)
-            values[i] = sigmoid(values[i], load<f64>(alpha, i));
+inline bool any(Vector<u64> bits) {
+#if defined(__AVX512F__)
+    const auto all_bits = reinterpret_cast<__m512i>(bits);
+    return _mm512_test_epi64_mask(all_bits, all_bits) != 0;
+#elif defined(__AVX2__)
+    const auto all_bits = reinterpret_cast<__m256i>(bits);
+    return !_mm256_testz_si256(all_bits, all_bits);
+#else
+    return (bits[0] | bits[1]) != 0;
+#endif
+}
+
+template<class T> inline Vector<T> finished(Vector<T> y, T factor) {
+    y *= factor;
+    return y == y ? y : all(static_cast<T>(__builtin_nan("")));
+}
+
+// The function of n numbers, four vectors at a time.
+template<class T, class Function>
+void row_of(void *dst, const void *src, size_t n, T factor, bool streamed) {
+    constexpr size_t vectors = 4, lanes = vector_bytes / sizeof(T), block = vectors * lanes;
+    struct Block {
+        alignas(64) Vector<T> at[vectors];
+    };
+    const auto work = [=](const void *from, Block &to) __attribute__((always_inline)) {
+        Vector<Word<T>> odd = {};
+#pragma GCC unroll 4
+        for (size_t v = 0; v < vectors; ++v)
+            to.at[v] = Function::template simple<T>(load_vector<T>(from, v * lanes), odd);
+        if (factor == 1 && !any(reinterpret_cast<Vector<u64>>(odd & Function::template special<T>)))
+            return;
+        for (size_t v = 0; v < vectors; ++v)
+            to.at[v] = finished(Function::template of<T>(load_vector<T>(from, v * lanes)), factor);
+    };
+    const auto *from = static_cast<const char *>(src);
+    auto *to = static_cast<char *>(dst);
+    size_t done = 0;
+    for (; done + block <= n; done += block) {
+        Block b;
+        work(from + done * sizeof(T), b);
+        if (streamed)
+            for (size_t i = 0; i < sizeof b; i += 64)
+                stream_line(to + done * sizeof(T) + i, reinterpret_cast<const char *>(&b) + i);
         else
-            values[i] = precise_sigmoid(values[i], load<f64>(alpha, i));
+            memcpy(to + done * sizeof(T), &b, sizeof b);
+    }
+    if (done == n) return;
+    T rest[block] = {};
+    Block b;
+    memcpy(rest, from + done * sizeof(T), (n - done) * sizeof(T));
+    work(rest, b);
+    memcpy(to + done * sizeof(T), &b, (n - done) * sizeof(T));
+}
+
+template<class Function> void work(f64 *values, const f64 *, size_t n) {
+    row_of<f64, Function>(values, values, n, 1, false);
+}
+void negative(f64 *values, const f64 *, size_t n) {
+    KIPX_INDEPENDENT
+    for (size_t i = 0; i < n; ++i) values[i] = -values[i];
+}
+// The values are there up to the end of a vector; alpha need not be.
+template<Vector<f64> (*function)(Vector<f64>, Vector<f64>)>
+void sigmoids(f64 *values, const f64 *alpha, size_t n) {
+    constexpr size_t lanes = vector_bytes / sizeof(f64);
+    for (size_t i = 0; i < n; i += lanes) {
+        Vector<f64> a = {};
+        if (n - i < lanes)
+            memcpy(&a, alpha + i, (n - i) * sizeof(f64));
+        else
+            a = load_vector<f64>(alpha, i);
+        const Vector<f64> y = function(load_vector<f64>(values, i), a);
+        memcpy(values + i, &y, sizeof y);
     }
 }
 
 void by_blocks(Run run) {
     const auto &way = *static_cast<const UnaryWay *>(run.params);
     const auto *alpha = static_cast<const f64 *>(run.src[1]);
-    alignas(64) f64 block[unary_block];
+    alignas(64) f64 block[unary_block] = {};
     for (size_t at = 0; at < run.n; at += unary_block) {
         const size_t n = run.n - at < unary_block ? run.n - at : unary_block;
         way.read(block, run.src[0], at, n);
@@ -50,16 +110,15 @@ void by_blocks(Run run) {
     }
 }
 
-template<UnaryOp op> void single(Run run) {
+template<class T, class Function> void direct(Run run) {
+    const auto factor = static_cast<T>(static_cast<const UnaryWay *>(run.params)->factor);
+    row_of<T, Function>(run.dst, run.src[0], run.n, factor, run.writing == Writing::streamed);
+}
+void single_negative(Run run) {
     const auto factor = static_cast<f32>(static_cast<const UnaryWay *>(run.params)->factor);
-    const auto value = [=](f32 x, f32) {
-        const f32 r = op == UnaryOp::negate        ? -x
-                      : op == UnaryOp::exponential ? exponential(x)
-                                                   : logarithm(x);
-        return one_nan(r * factor);
-    };
     row_of_elements<f32, f32, f32>(run.dst, run.src[0], run.src[0], run.n,
-                                   run.writing == Writing::streamed, value);
+                                   run.writing == Writing::streamed,
+                                   [=](f32 x, f32) { return one_nan(-x * factor); });
 }
 
 } // namespace
@@ -67,12 +126,10 @@ template<UnaryOp op> void single(Run run) {
 #define KIPX_TYPES(loop) loop<u8>, loop<s16>, loop<s32>, loop<f32>, loop<f64>
 extern const UnaryLoops unary_loops[1] = {
     {{KIPX_TYPES(read)},
-     {work<UnaryOp::negate>, work<UnaryOp::exponential>, work<UnaryOp::logarithm>,
-      work<UnaryOp::sigmoid>, work<UnaryOp::precise_sigmoid>},
+     {negative, work<Exponential>, work<Logarithm>, sigmoids<sigmoid>, sigmoids<precise_sigmoid>},
      {KIPX_TYPES(write)},
-     single<UnaryOp::negate>,
-     single<UnaryOp::exponential>,
-     single<UnaryOp::logarithm>,
+     {single_negative, direct<f32, Exponential>, direct<f32, Logarithm>},
+     {by_blocks, direct<f64, Exponential>, direct<f64, Logarithm>},
      by_blocks}};
 
 } // namespace kipx::KIPX_SET

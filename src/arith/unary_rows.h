@@ -1,7 +1,7 @@
 // arith/unary_rows.h - the row loops of exponential, logarithm and sigmoid, and their tables.
 //
-// A run is worked off in blocks: read as f64, worked on in place, written in its type. f32 to f32 has
-// loops of its own where f32 is precise enough.
+// A run is worked off in blocks: read as f64, worked on in place, written in its type. f32 to f32, where f32
+// is precise enough, and f64 to f64 have loops of their own.
 #pragma once
 
 #include "core/run.h"
@@ -22,7 +22,8 @@ struct UnaryLoops {
     void (*work[unary_op_count])(double *values, const double *alpha, size_t n);
     void (*write[unary_type_count])(void *to, const double *from, size_t at, size_t n,
                                     double factor);
-    RowLoop single_negative, single_exponential, single_logarithm, by_blocks;
+    // Negation, exponential and logarithm without a detour through blocks, and the loop for the rest.
+    RowLoop of_f32[3], of_f64[3], by_blocks;
 };
 KIPX_SET_TABLES(UnaryLoops, unary_loops, 1)
 

@@ -1,193 +1,246 @@
-// arith/unary_values.h - exponential, logarithm and sigmoid of single numbers. For row files only.
+// arith/unary_values.h - exponential, logarithm and sigmoid of vectors of numbers. For row files only.
 //
-// Gives    exponential, logarithm (f32, f64), sigmoid, precise_sigmoid (f64).
-// Promises additions, multiplications, divisions and moves of bits only, without a branch, so that loops
-//          over them become vectors and every form gives the same bits. Errors are below one unit in the
-//          last place.
-//
-// Inline for good: a loop that calls one of them does not become vectors.
-//
-// Coefficients are those of Chebyshev fits of the functions named beside them.
+// Gives    Exponential, Logarithm (f32, f64): of (x) for any x, simple (x, odd) for those that take no special
+//          care, which are told by bits of `odd`; sigmoid, precise_sigmoid (f64).
+// Promises additions, multiplications, divisions, moves of bits and tables of sixteen, so that every form
+//          gives the same bits; operations are fused where a product is exact, which changes none. Exponential
+//          and logarithm are the number nearest to the true value or its neighbour.
 #pragma once
 
-#include "core/lanes.h"
+#include "arith/unary_reals.h"
 
 namespace kipx::KIPX_SET {
 
-template<class T> struct Real;
+template<class T> using Word = typename Real<T>::Word;
 
-template<> struct Real<f32> {
-    using Bits = u32;
-    static constexpr int digits = 23;
-    static constexpr f32 round = 0x1.8p23f; // added and taken away, rounds to an integer
-    static constexpr f32 least = -104, most = 89, normal = 0x1p-126f;
-    static constexpr f32 log2_e = 0x1.715476p0f;
-    static constexpr f32 ln2_high = 0x1.62e4p-1f, ln2_low = 0x1.7f7d1cp-20f; // the first of 15 bits
-    // (e^r - 1 - r) / r^2
-    [[gnu::always_inline]] static f32 exp_tail(f32 r) {
-        f32 q = 0x1.a12a42p-13f;
-        q = q * r + 0x1.6d4920p-10f;
-        q = q * r + 0x1.1110dfp-7f;
-        q = q * r + 0x1.5554e4p-5f;
-        q = q * r + 0x1.555556p-3f;
-        return q * r + 0.5f;
-    }
-    // ln (1 + f) - k ln 2, both numbers small; from (ln (1 + f) - f + f^2 / 2) / f^3
-    [[gnu::always_inline]] static f32 log_of(f32 f, f32 k) {
-        const f32 z = f * f;
-        f32 p = 0x1.1d8ebep-4f;
-        p = p * f - 0x1.d635e4p-4f;
-        p = p * f + 0x1.dea28cp-4f;
-        p = p * f - 0x1.fcf4c2p-4f;
-        p = p * f + 0x1.23d218p-3f;
-        p = p * f - 0x1.555b4ap-3f;
-        p = p * f + 0x1.999d5ap-3f;
-        p = p * f - 0x1.fffffcp-3f;
-        p = p * f + 0x1.555554p-2f;
-        const f32 rest = k * ln2_low + z * f * p;
-        return k * ln2_high + (f + (rest - 0.5f * z));
-    }
-};
-
-template<> struct Real<f64> {
-    using Bits = u64;
-    static constexpr int digits = 52;
-    static constexpr f64 round = 0x1.8p52;
-    static constexpr f64 least = -746, most = 710, normal = 0x1p-1022;
-    static constexpr f64 log2_e = 0x1.71547652b82fep0;
-    static constexpr f64 ln2_high = 0x1.62e42feep-1, ln2_low = 0x1.a39ef35793c76p-33; // of 32 bits
-    [[gnu::always_inline]] static f64 exp_tail(f64 r) {
-        f64 q = 0x1.1f7340dbc337ep-29;
-        q = q * r + 0x1.af4e554377204p-26;
-        q = q * r + 0x1.27e4db46cddd1p-22;
-        q = q * r + 0x1.71de01fdbf9cap-19;
-        q = q * r + 0x1.a01a01a6e1e2ap-16;
-        q = q * r + 0x1.a01a01abf85abp-13;
-        q = q * r + 0x1.6c16c16c162c3p-10;
-        q = q * r + 0x1.11111111100bep-7;
-        q = q * r + 0x1.5555555555556p-5;
-        q = q * r + 0x1.5555555555557p-3;
-        return q * r + 0.5;
-    }
-    // By s = f / (2 + f), of which ln (1 + f) = 2 s + s^3 p (s^2).
-    [[gnu::always_inline]] static f64 log_of(f64 f, f64 k) {
-        const f64 s = f / (2 + f), z = s * s, half = 0.5 * f * f;
-        f64 p = 0x1.2b6688a387e03p-3;
-        p = p * z + 0x1.39fd392179a95p-3;
-        p = p * z + 0x1.7462bd8f7796ep-3;
-        p = p * z + 0x1.c71c62c639fdep-3;
-        p = p * z + 0x1.2492492e09d4dp-2;
-        p = p * z + 0x1.9999999995204p-2;
-        p = p * z + 0x1.5555555555558p-1;
-        return k * ln2_high + (f - (half - (s * (half + z * p) + k * ln2_low)));
-    }
-};
-
-template<class T> typename Real<T>::Bits bits_of(T x) {
-    return __builtin_bit_cast(typename Real<T>::Bits, x);
+template<class T> inline Vector<Word<T>> bits_of(Vector<T> x) {
+    return reinterpret_cast<Vector<Word<T>>>(x);
 }
-template<class T> T of_bits(typename Real<T>::Bits bits) { return __builtin_bit_cast(T, bits); }
-template<class T> [[gnu::always_inline]] inline T whole(T x) {
-    return (x + Real<T>::round) - Real<T>::round;
+template<class T> inline Vector<T> number_of(Vector<Word<T>> bits) {
+    return reinterpret_cast<Vector<T>>(bits);
 }
+template<class T> inline Vector<T> all(T x) { return Vector<T>{} + x; }
+
+#if defined(__AVX512F__)
+inline Vector<f32> fused(Vector<f32> a, Vector<f32> b, Vector<f32> c) {
+    return _mm512_fmadd_ps(a, b, c);
+}
+inline Vector<f64> fused(Vector<f64> a, Vector<f64> b, Vector<f64> c) {
+    return _mm512_fmadd_pd(a, b, c);
+}
+#endif
+// a b + c, where a b is exact.
+template<class V> inline V sum_with_exact(V a, V b, V c) {
+#if defined(__AVX512F__)
+    return fused(a, b, c);
+#else
+    return a * b + c;
+#endif
+}
+
+// Entries of a table, by the last four bits of each index.
+template<class T> inline Vector<T> look_up(const T (&table)[16], Vector<Word<T>> index) {
+#if defined(__AVX512F__)
+    if constexpr (same<T, f32>)
+        return _mm512_permutexvar_ps(reinterpret_cast<__m512i>(index), _mm512_loadu_ps(table));
+    else
+        return _mm512_permutex2var_pd(_mm512_loadu_pd(table), reinterpret_cast<__m512i>(index),
+                                      _mm512_loadu_pd(table + 8));
+#else
+#if defined(__AVX2__)
+    if constexpr (same<T, f32>) {
+        const auto i = reinterpret_cast<__m256i>(index);
+        const __m256 first = _mm256_permutevar8x32_ps(_mm256_loadu_ps(table), i),
+                     second = _mm256_permutevar8x32_ps(_mm256_loadu_ps(table + 8), i);
+        return _mm256_blendv_ps(first, second, _mm256_castsi256_ps(_mm256_slli_epi32(i, 28)));
+    }
+#endif
+    Vector<T> found = {};
+    for (size_t i = 0; i < vector_bytes / sizeof(T); ++i) found[i] = table[index[i] & 15];
+    return found;
+#endif
+}
+
+// c[0] + c[1] x + ...
+template<class T, size_t n> inline Vector<T> polynomial(const T (&c)[n], Vector<T> x) {
+    Vector<T> sum = all(c[n - 1]);
+#pragma GCC unroll 8
+    for (size_t i = n - 1; i > 0; --i) sum = sum * x + c[i - 1];
+    return sum;
+}
+
+// Added and taken away, it rounds to an integer, which stands in the last bits of the sum, `window` more.
+template<class T>
+inline constexpr T rounder = static_cast<T>((u64{3} << (Real<T>::digits - 1)) + Real<T>::window);
+template<class T> inline Vector<T> whole(Vector<T> x) { return (x + rounder<T>)-rounder<T>; }
 
 // 2^k for a whole number in the range of exponents.
-template<class T> [[gnu::always_inline]] inline T power_of_two(T k) {
-    return of_bits<T>((bits_of(k + Real<T>::round) << Real<T>::digits) + bits_of(T{1}));
+template<class T> inline Vector<T> power_of_two(Vector<T> k) {
+    return number_of<T>((bits_of<T>(k + rounder<T>) << Real<T>::digits) + bits_of<T>(all(T{1})));
 }
 
-// A power of e as (1 + y) times 2^k.
-template<class T> struct Exponential {
-    T y, k;
-    // 2^k in two steps, since it may lie below all normal numbers or above all numbers.
-    [[gnu::always_inline]] inline T scaled(T x) const {
-        const T half = whole(k * T{0.5});
-        return x * power_of_two(half) * power_of_two(k - half);
+// Of 2 to the power of a sixteenth, less what the sixteenths are in the exponent's place.
+template<class T> struct Roots {
+    T of[16];
+    constexpr Roots() : of() {
+        for (int i = 0; i < 16; ++i)
+            of[i] = __builtin_bit_cast(
+                T, __builtin_bit_cast(Word<T>, Real<T>::roots[i]) -
+                       (static_cast<Word<T>>(i + Real<T>::window) << (Real<T>::digits - 4)));
+    }
+};
+template<class T> alignas(64) inline constexpr Roots<T> roots;
+
+struct Exponential {
+    template<class T> static constexpr Word<T> special = ~(2 * Real<T>::window - 1);
+
+    // e^x = 2^(k / 16) (1 + p), k in the last bits of sum.
+    template<class T> struct Parts {
+        Vector<T> p, k, sum;
+        explicit Parts(Vector<T> x) {
+            using R = Real<T>;
+            sum = x * R::steps_in_one + rounder<T>, k = sum - rounder<T>;
+            Vector<T> r = sum_with_exact(k, all(-R::step_high), x);
+            // Of the low part f64 has enough in bits that are exact times k, too.
+            r = same<T, f64> ? sum_with_exact(k, all(-R::step_low), r) : r - k * R::step_low;
+            p = r + r * r * polynomial(R::exp_tail, r);
+        }
+    };
+    // 2^(k / 16) of a sum.
+    template<class T> static Vector<T> scale(Vector<T> sum) {
+        const Vector<Word<T>> bits = bits_of<T>(sum);
+        return number_of<T>(bits_of<T>(look_up(roots<T>.of, bits)) +
+                            (bits << (Real<T>::digits - 4)));
+    }
+    template<class T> static Vector<T> simple(Vector<T> x, Vector<Word<T>> &odd) {
+        const Parts<T> e(x);
+        odd |= bits_of<T>(e.sum) ^ (bits_of<T>(all(rounder<T> - Real<T>::window)));
+        const Vector<T> s = scale<T>(e.sum);
+        return s + s * e.p;
+    }
+
+    // NaN passes.
+    template<class T> static Vector<T> clipped(Vector<T> x) {
+        const Vector<T> least = all(Real<T>::least), most = all(Real<T>::most);
+        x = x < least ? least : x;
+        return x > most ? most : x;
+    }
+    // s holds about the root of the power, which may lie below all normal numbers or above all numbers.
+    template<class T> struct Halves {
+        Vector<T> s, rest;
+        explicit Halves(const Parts<T> &e) {
+            const Vector<T> h = whole<T>(e.k * T{0x1p-5});
+            s = scale<T>((e.k - h * T{16}) + rounder<T>), rest = power_of_two<T>(h);
+        }
+    };
+    template<class T> static Vector<T> of(Vector<T> x) {
+        const Parts<T> e(clipped<T>(x));
+        const Halves<T> h(e);
+        return (h.s + h.s * e.p) * h.rest;
     }
 };
 
-// rest: a part of x that is below its last digit, or no such part.
-template<class T, class Rest>
-[[gnu::always_inline]] inline Exponential<T> exponential_parts(T x, Rest rest) {
-    using R = Real<T>;
-    const T clipped = x < R::least ? R::least : x > R::most ? R::most : x; // NaN passes
-    const T k = whole(clipped * R::log2_e);
-    const T high = clipped - k * R::ln2_high, low = k * R::ln2_low;
-    const T r = high - low;
-    T more = r * r * R::exp_tail(r) + ((high - r) - low);
-    if constexpr (same<T, Rest>) more += rest * (1 + (r + more));
-    return {r + more, k};
+struct Logarithm {
+    template<class T>
+    static constexpr Word<T> special = static_cast<Word<T>>(u64{3} << (8 * sizeof(T) - 2));
+
+    // x = 2^k z. f: how far z is from a point, as a part of it; the point's logarithm; k in the type's unit.
+    template<class T> struct Parts {
+        Vector<T> f, log, k;
+        explicit Parts(Vector<T> x) {
+            using R = Real<T>;
+            const Vector<Word<T>> above = bits_of<T>(x) - R::lowest_point,
+                                  exponent = above & -(Word<T>{1} << R::digits),
+                                  index = above >> (R::digits - 4);
+            const Vector<T> z = number_of<T>(bits_of<T>(x) - exponent);
+            const Vector<T> c = look_up(R::points, index);
+            log = look_up(R::logs, index), k = R::exponent(exponent);
+#if defined(__AVX512F__)
+            f = fused(z, c, all(T{-1}));
+#else
+            const Vector<T> high = number_of<T>(bits_of<T>(z) & R::upper_half);
+            f = (high * c - 1) + (z - high) * c;
+#endif
+        }
+        Vector<T> value() const {
+            using R = Real<T>;
+            const Vector<T> more = sum_with_exact(k, all(R::ln2_low), f);
+            return sum_with_exact(k, all(R::ln2_high), log) +
+                   (more + f * f * polynomial(R::log_tail, f));
+        }
+    };
+    template<class T> static Vector<T> simple(Vector<T> x, Vector<Word<T>> &odd) {
+        odd |= bits_of<T>(x) - bits_of<T>(all(Real<T>::least_simple));
+        return Parts<T>(x).value();
+    }
+    template<class T> static Vector<T> of(Vector<T> x) {
+        using R = Real<T>;
+        constexpr T up = T{static_cast<T>(u64{1} << R::digits)};
+        constexpr T infinity = static_cast<T>(__builtin_inf());
+        const Vector<T> none = {};
+        Parts<T> parts(x < R::normal ? x * up : x);
+        parts.k -= x < R::normal ? all(R::digits * R::exponent_unit) : none;
+        Vector<T> y = parts.value();
+        y = x < infinity ? y : x; // infinity and NaN are their own
+        y = x < none ? all(static_cast<T>(__builtin_nan(""))) : y;
+        return x == none ? all(-infinity) : y;
+    }
+};
+
+// ---- sigmoids ----
+
+// The magnitude, turned to the negative side: its power does not overflow.
+inline Vector<f64> below_zero(Vector<f64> t) { return t < 0 ? t : -t; }
+
+// 1 / (1 + e^-t).
+inline Vector<f64> sigmoid(Vector<f64> x, Vector<f64> alpha) {
+    const Vector<f64> t = x * alpha, e = Exponential::of<f64>(below_zero(t));
+    return (t < 0 ? e : all(1.0)) / (1 + e);
 }
 
-template<class T> [[gnu::always_inline]] inline T exponential(T x) {
-    const auto e = exponential_parts(x, nullptr);
-    return e.scaled(1 + e.y);
-}
-
-template<class T> [[gnu::always_inline]] inline T logarithm(T x) {
-    using R = Real<T>;
-    using Bits = typename R::Bits;
-    constexpr T up = T{static_cast<T>(u64{1} << R::digits)};
-    constexpr Bits root_half =
-        sizeof(T) == 4 ? Bits{0x3f3504f3} : static_cast<Bits>(0x3fe6a09e667f3bcd);
-    constexpr Bits mantissa = (Bits{1} << R::digits) - 1;
-    const bool small = x < R::normal;
-    const Bits shifted = bits_of(small ? x * up : x) + (bits_of(T{1}) - root_half);
-    // The exponent as a number, by way of one that has it in its last bits.
-    const T k = of_bits<T>(shifted >> R::digits | bits_of(up)) - up -
-                static_cast<T>((bits_of(T{1}) >> R::digits) + (small ? R::digits : 0));
-    const T f = of_bits<T>((shifted & mantissa) + root_half) - 1;
-    T y = R::log_of(f, k);
-    constexpr T infinity = static_cast<T>(__builtin_inf());
-    y = x < infinity ? y : x; // infinity and NaN are their own
-    y = x < 0 ? static_cast<T>(__builtin_nan("")) : y;
-    return x == 0 ? -infinity : y;
-}
-
-// 1 / (1 + e^-t), by e^-|t|, which does not overflow.
-[[gnu::always_inline]] inline f64 sigmoid(f64 x, f64 alpha) {
-    const f64 t = x * alpha, e = exponential(t < 0 ? t : -t);
-    return (t < 0 ? e : 1) / (1 + e);
-}
-
-// ---- numbers of two parts ----
-
+// Numbers of two parts.
 struct Pair {
-    f64 high, low;
+    Vector<f64> high, low;
 };
 // a + b exactly, of numbers of which the first is not the smaller one.
-[[gnu::always_inline]] inline Pair sum(f64 a, f64 b) {
-    const f64 high = a + b;
+inline Pair sum(Vector<f64> a, Vector<f64> b) {
+    const Vector<f64> high = a + b;
     return {high, (a - high) + b};
 }
 // a * b exactly, unless something overflows or underflows.
-[[gnu::always_inline]] inline Pair product(f64 a, f64 b) {
-    const auto top = [](f64 x) {
-        const f64 c = x * 0x8000001p0;
+inline Pair product(Vector<f64> a, Vector<f64> b) {
+    const auto top = [](Vector<f64> x) {
+        const Vector<f64> c = x * 0x8000001p0;
         return c - (c - x);
     };
-    const f64 high = a * b, at = top(a), bt = top(b), ab = a - at, bb = b - bt;
+    const Vector<f64> high = a * b, at = top(a), bt = top(b), ab = a - at, bb = b - bt;
     return {high, ab * bb - (((high - at * bt) - ab * bt) - at * bb)};
 }
 
 // The same to the last bit but one: the product with alpha, e^-|t| and the quotient carry what rounding
 // leaves off.
-[[gnu::always_inline]] inline f64 precise_sigmoid(f64 x, f64 alpha) {
+inline Vector<f64> precise_sigmoid(Vector<f64> x, Vector<f64> alpha) {
+    using V = Vector<f64>;
+    const V zero = {}, one = all(1.0);
+    const auto is_large = [](V v) { return (v > 0x1p900) | (v < -0x1p900); };
     // A product that counts is small: a large factor lends its size to the other one.
-    const bool large = __builtin_fabs(x) > 0x1p900, steep = __builtin_fabs(alpha) > 0x1p900;
-    const f64 lend = large == steep ? 1 : large ? 0x1p-200 : 0x1p200;
+    const auto large = is_large(x), steep = is_large(alpha);
+    const V lend = large == steep ? one : large ? all(0x1p-200) : all(0x1p200);
     const Pair t = product(x * lend, alpha * (1 / lend));
-    const bool counts = t.high > -1000 && t.high < 1000;
-    const bool below = t.high < 0;
-    const f64 low = counts ? t.low : 0;
-    const auto parts = exponential_parts(below ? t.high : -t.high, below ? low : -low);
-    const Pair one = sum(1, parts.y);
-    const Pair e = {parts.scaled(one.high), parts.scaled(one.low)};
-    const Pair under = sum(1, e.high);
-    const f64 over = below ? e.high : 1, over_low = below ? e.low : 0;
-    const f64 q = over / under.high;
+    const auto counts = (t.high > -1000) & (t.high < 1000), below = t.high < 0;
+    const V low = counts ? t.low : zero;
+
+    Exponential::Parts<f64> parts(Exponential::clipped<f64>(below_zero(t.high)));
+    parts.p += look_up(Real<f64>::root_rests, bits_of<f64>(parts.sum)) +
+               (below ? low : -low) * (1 + parts.p);
+    const Exponential::Halves<f64> halves(parts);
+    const Pair root = sum(halves.s, halves.s * parts.p);
+    const Pair e = {root.high * halves.rest, root.low * halves.rest};
+    const Pair under = sum(one, e.high);
+    const V over = below ? e.high : one, over_low = below ? e.low : zero;
+    const V q = over / under.high;
     const Pair back = product(q, under.high);
-    const f64 left = ((over - back.high) - back.low) + (over_low - q * (under.low + e.low));
+    const V left = ((over - back.high) - back.low) + (over_low - q * (under.low + e.low));
     return q + left / under.high;
 }
 

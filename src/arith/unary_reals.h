@@ -1,0 +1,126 @@
+// arith/unary_reals.h - the numbers of which exponential and logarithm are made. For row files only.
+//
+// Coefficients are those of near-minimax fits of the functions named beside them. Points of the logarithm
+// are reciprocals of half a number's bits, chosen where their logarithm is nearly a number of the type.
+#pragma once
+
+#include "core/lanes.h"
+
+namespace kipx::KIPX_SET {
+
+template<class T> struct Real;
+
+template<> struct Real<f32> {
+    using Word = u32;
+    static constexpr int digits = 23;
+    static constexpr u32 window = 1024;
+    static constexpr f32 least = -104, most = 89, normal = 0x1p-126f;
+    static constexpr f32 steps_in_one = 0x1.715476p4f; // 16 / ln 2
+    static constexpr f32 step_high = 0x1.62ep-5f,
+                         step_low = 0x1.0bfbe8p-19f; // the first of 12 bits
+    static constexpr f32 roots[16] = {
+        0x1p+0f,        0x1.0b5586p+0f, 0x1.172b84p+0f, 0x1.2387a6p+0f,
+        0x1.306fep+0f,  0x1.3dea64p+0f, 0x1.4bfdaep+0f, 0x1.5ab07ep+0f,
+        0x1.6a09e6p+0f, 0x1.7a1148p+0f, 0x1.8ace54p+0f, 0x1.9c4918p+0f,
+        0x1.ae89fap+0f, 0x1.c199bep+0f, 0x1.d5818ep+0f, 0x1.ea4afap+0f};
+    // (e^r - 1 - r) / r^2
+    static constexpr f32 exp_tail[2] = {0x1.000148p-1f, 0x1.55565cp-3f};
+
+    static constexpr f32 least_simple = 0x1p-64f; // up to its reciprocal
+    static constexpr u32 lowest_point = 0x3f3c0000, upper_half = ~u32{0xfff};
+    static constexpr f32 points[16] = {0x1.568p+0f, 0x1.484p+0f, 0x1.3ap+0f,  0x1.2f6p+0f,
+                                       0x1.25ap+0f, 0x1.1c6p+0f, 0x1.1p+0f,   0x1.07ep+0f,
+                                       0x1p+0f,     0x1.e2p-1f,  0x1.c76p-1f, 0x1.afp-1f,
+                                       0x1.9a8p-1f, 0x1.864p-1f, 0x1.758p-1f, 0x1.624p-1f};
+    static constexpr f32 logs[16] = {-0x1.2a149ap-2f, -0x1.fd20fcp-3f, -0x1.a23bc2p-3f,
+                                     -0x1.5bbc06p-3f, -0x1.18d584p-3f, -0x1.ae8e7ap-4f,
+                                     -0x1.f0a30cp-5f, -0x1.f06748p-6f, 0,
+                                     0x1.eea31cp-5f,  0x1.e010a4p-4f,  0x1.60b31p-3f,
+                                     0x1.c480cp-3f,   0x1.160ddp-2f,   0x1.42f9f4p-2f,
+                                     0x1.792956p-2f};
+    // (ln (1 + f) - f) / f^2
+    static constexpr f32 log_tail[3] = {-0x1.00001p-1f, 0x1.557abp-2f, -0x1.fd807ep-3f};
+    // Exponents are numbers in units of 2^-23; of 16 bits each.
+    static constexpr f32 ln2_high = 0x1.62e4p-24f, ln2_low = 0x1.7f7ep-43f, exponent_unit = 0x1p23f;
+    static Vector<f32> exponent(Vector<u32> bits) {
+        return __builtin_convertvector(reinterpret_cast<Vector<s32>>(bits), Vector<f32>);
+    }
+};
+
+template<> struct Real<f64> {
+    using Word = u64;
+    static constexpr int digits = 52;
+    static constexpr u64 window = 8192;
+    static constexpr f64 least = -746, most = 710, normal = 0x1p-1022;
+    static constexpr f64 steps_in_one = 0x1.71547652b82fep4;
+    static constexpr f64 step_high = 0x1.62e42fefap-5, step_low = 0x1.cf79abc9ep-44; // 38 bits
+    static constexpr f64 roots[16] = {0x1p+0,
+                                      0x1.0b5586cf9890fp+0,
+                                      0x1.172b83c7d517bp+0,
+                                      0x1.2387a6e756238p+0,
+                                      0x1.306fe0a31b715p+0,
+                                      0x1.3dea64c123422p+0,
+                                      0x1.4bfdad5362a27p+0,
+                                      0x1.5ab07dd485429p+0,
+                                      0x1.6a09e667f3bcdp+0,
+                                      0x1.7a11473eb0187p+0,
+                                      0x1.8ace5422aa0dbp+0,
+                                      0x1.9c49182a3f09p+0,
+                                      0x1.ae89f995ad3adp+0,
+                                      0x1.c199bdd85529cp+0,
+                                      0x1.d5818dcfba487p+0,
+                                      0x1.ea4afa2a490dap+0};
+    // What the true roots are more than these, as parts of them.
+    static constexpr f64 root_rests[16] = {0x0p+0,
+                                           0x1.79aa65d837b6dp-54,
+                                           -0x1.01b15eaa59348p-55,
+                                           0x1.68efde3a8a894p-54,
+                                           0x1.34d754db0abb6p-55,
+                                           0x1.59f48a72a4c6dp-55,
+                                           0x1.690cebb7aafbp-56,
+                                           0x1.063e1e21c5409p-54,
+                                           -0x1.3b3efbf5e2228p-54,
+                                           -0x1.b32dcb94da51dp-56,
+                                           0x1.db72fc1f0eab4p-55,
+                                           0x1.1affc2b91ce27p-56,
+                                           0x1.c1a7792cb3387p-55,
+                                           0x1.36eae30af0cb3p-56,
+                                           0x1.4a385a63d07a7p-56,
+                                           -0x1.ff7128fd391fp-55};
+    static constexpr f64 exp_tail[6] = {0x1.0000000000001p-1,  0x1.5555555555556p-3,
+                                        0x1.55555554e8d7bp-5,  0x1.11111110e0d94p-7,
+                                        0x1.6c17ede661f5cp-10, 0x1.a01b0cb76698bp-13};
+
+    static constexpr f64 least_simple = 0x1p-512;
+    static constexpr u64 lowest_point = 0x3fe7800000000000, upper_half = ~u64{0x3ffffff};
+    static constexpr f64 points[16] = {
+        0x1.55441cp+0, 0x1.479f388p+0, 0x1.3b00388p+0, 0x1.2f5bc98p+0, 0x1.247ccfp+0, 0x1.1a6ad9p+0,
+        0x1.11014ap+0, 0x1.0835a08p+0, 0x1p+0,         0x1.e1d6b5p-1,  0x1.c70f2cp-1, 0x1.af1516p-1,
+        0x1.9985dcp-1, 0x1.860163p-1,  0x1.744fe28p-1, 0x1.641757p-1};
+    static constexpr f64 logs[16] = {
+        -0x1.266273c5830c8p-2, -0x1.f934e5d01bba9p-3, -0x1.a8c03f1f576f4p-3,
+        -0x1.5b9f95179ddd1p-3, -0x1.10e28b9d9809p-3,  -0x1.924329246ea77p-4,
+        -0x1.076cda83512a9p-4, -0x1.02943f0b5b954p-5, 0,
+        0x1.f16109351133p-5,   0x1.e2e7eca0a03e7p-4,  0x1.604ee099b7a71p-3,
+        0x1.c96232daa21c2p-3,  0x1.16b228a2364cp-2,   0x1.463d0de6a728dp-2,
+        0x1.73da671b614fap-2};
+    static constexpr f64 log_tail[9] = {-0.5,
+                                        0x1.5555555555512p-2,
+                                        -0x1.00000000010d3p-2,
+                                        0x1.9999999b04cabp-3,
+                                        -0x1.5555552cd43d1p-3,
+                                        0x1.249235e3e7bfep-3,
+                                        -0x1.000106ddad3e8p-3,
+                                        0x1.c7e909cdfc9b9p-4,
+                                        -0x1.959f4ff76d378p-4};
+    static constexpr f64 ln2_high = 0x1.62e42fefa38p-1, ln2_low = 0x1.ef35793c768p-45,
+                         exponent_unit = 1; // of 42 bits each
+    // Not every set has a conversion of 64 bits: by way of a number that has them in its last bits.
+    static Vector<f64> exponent(Vector<u64> bits) {
+        const Vector<u64> biased = bits + (u64{1024} << 52);
+        return reinterpret_cast<Vector<f64>>(biased >> 52 | u64{0x4330000000000000}) -
+               (0x1p52 + 1024);
+    }
+};
+
+} // namespace kipx::KIPX_SET
