@@ -95,6 +95,7 @@ template<class T> void check_accuracy(const Entry &e, uint32_t type) {
         if (i % 7 == 0) v = T(1 + std::ldexp(rng.unit() - 0.5, -int(rng.below(50)))); // ln near 0
         x.push_back(v);
     }
+    for (int i = 0; i < 400000; i++) x.push_back(T(0.5 + i * (1.5 / 400000))); // between breaks
     for (double alpha : {1.0, -0.37, 1e-200, 3e5}) {
         std::vector<T> first, y(x.size());
         for (int32_t set : all_sets()) {

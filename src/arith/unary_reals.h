@@ -39,7 +39,8 @@ template<> struct Real<f32> {
                                      0x1.c480cp-3f,   0x1.160ddp-2f,   0x1.42f9f4p-2f,
                                      0x1.792956p-2f};
     // (ln (1 + f) - f) / f^2
-    static constexpr f32 log_tail[3] = {-0x1.00001p-1f, 0x1.557abp-2f, -0x1.fd807ep-3f};
+    static constexpr f32 log_tail[4] = {-0x1.fffffep-2f, 0x1.555568p-2f, -0x1.00321p-2f,
+                                        0x1.98cfaep-3f};
     // Exponents are numbers in units of 2^-23; of 16 bits each.
     static constexpr f32 ln2_high = 0x1.62e4p-24f, ln2_low = 0x1.7f7ep-43f, exponent_unit = 0x1p23f;
     static Vector<f32> exponent(Vector<u32> bits) {
