@@ -475,6 +475,22 @@ TEST(Tables, HoldWhatEveryEntryComparesTo) {
     EXPECT_EQ(table[100], 255);
     EXPECT_EQ(kipx__mkcmpxlatab2(table, 7, 4, yes, no, nullptr, nullptr, 1), 0); // 100 <= i < 200
     EXPECT_TRUE(!table[99] && table[100] && table[199] && !table[200]);
+    // One argument after the other is null, or no number that it may be.
+    const uint32_t steps[3] = {1, 1, 1};
+    for (int bad = 0; bad < 7; ++bad) {
+        const auto or_null = [bad](int which, auto *p) { return bad == which ? nullptr : p; };
+        const uint32_t n = bad == 5 ? 0 : bad == 6 ? 5 : 1;
+        EXPECT_EQ(kipx_xlat2d_u8(or_null(0, yes), or_null(1, table), or_null(2, steps),
+                                 or_null(3, no), or_null(4, steps), 1, 1, n),
+                  KIPX_EINVAL);
+        EXPECT_EQ(kipx__mkcmpxlatab2(or_null(0, table), bad == 3 ? 9 : 3, bad == 4 ? 9 : 3,
+                                     or_null(1, yes), or_null(2, no), nullptr, nullptr, n),
+                  KIPX_EINVAL);
+        if (bad == 2 || bad == 4) continue;
+        EXPECT_EQ(kipx__mkcmpxlatab(or_null(0, table), bad == 3 ? 9 : 3, or_null(1, yes), nullptr,
+                                    nullptr, n),
+                  KIPX_EINVAL);
+    }
 }
 
 TEST(Tables, TranslateEveryByteInEveryLayout) {

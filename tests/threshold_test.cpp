@@ -104,7 +104,9 @@ TEST(Otsu, OfHistogramsAtTheEnds) {
     EXPECT_EQ(threshold({0, 3, 0, 0, 0, 9, 0, 0}), 14); // two values: the upper edge of the first
     EXPECT_EQ(threshold({1, 0, 0, 2, 0, 0, 1, 0}), 12); // of equal splits the lower one
     EXPECT_EQ(kipxa_calculate_threshold_otsu_i(&h), 12);
-    h.total = 100; // more than there are: the bins end the work
+    h.width = 1; // as far apart as whole numbers can lie together
+    EXPECT_EQ(threshold({0, 0, 0, 1, 1, 0, 0, 0}), 14);
+    h.width = 2, h.total = 100; // more than there are: the bins end the work
     EXPECT_LE(kipxa_calculate_threshold_otsu_f(&h), 26);
     h.counts = nullptr;
     EXPECT_TRUE(std::isnan(kipxa_calculate_threshold_otsu_f(&h)));

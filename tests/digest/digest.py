@@ -2,10 +2,12 @@
 
 Usage: digest.py PROGRAM... [--write FILE | --check FILE] [--sets N,N...]
 PROGRAM is the digest program, with an emulator before it where one is needed. Every set is a value for
-kipx_set_simd and must give the same stream. The numbers are SHA-256: that of the whole stream in full, those
-of single operations by their first 16 digits, so that a difference tells where to look."""
+kipx_set_simd and must give the same stream, whatever fresh memory holds: each finds another filling in it. The
+numbers are SHA-256: that of the whole stream in full, those of single operations by their first 16 digits, so that
+a difference tells where to look."""
 import argparse
 import hashlib
+import os
 import subprocess
 import sys
 
@@ -32,7 +34,8 @@ def main():
     failed = False
     wanted = dict(line.split() for line in open(given.check)) if given.check else None
     for number in given.sets.split(","):
-        done = subprocess.run([*given.program, number], stdout=subprocess.PIPE, check=True)
+        filling = {"MALLOC_PERTURB_": str(85 * (int(number) + 1) % 256)}  # glibc's; 0 is none
+        done = subprocess.run([*given.program, number], stdout=subprocess.PIPE, check=True, env={**os.environ, **filling})
         rows = numbers_of(done.stdout)
         if wanted is None:
             wanted = dict(rows)
