@@ -7,8 +7,8 @@ import tempfile
 
 import tree
 
-REFUSED = ["fuzz abc", "fuzz 0", "fuzz -1", "docs extra", "bench --nope", "bench --peers a b", "test a b", "test [", "mutants",
-           "mutants nofile", "faults x", "digest x", "digest --write y", "check-abi x", "aarch64 a b"]
+REFUSED = ["fuzz abc", "fuzz 0", "fuzz -1", "docs extra", "bench --nope", "bench --peers a b", "test a b", "test [",
+           "mutants nofile", "faults x", "coverage x", "digest x", "digest --write y", "check-abi x", "aarch64 a b"]
 
 
 def complaints(folder):
