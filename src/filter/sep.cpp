@@ -44,38 +44,38 @@ size_t ring_row(const Sheet &s, const Window &w, const SepLoops &loops, SepVaria
 }
 
 size_t weights_size(const Window &w) {
-    const size_t bytes = size_t{w.height} * sizeof(float) + size_t{w.width} * sep_tap_bytes;
-    return (bytes + 127) / 64 * 64;
+    return ((size_t{w.height} + w.width) * sizeof(float) + 63) / 64 * 64;
+}
+
+size_t extra_size(const Sheet &s, const Window &w, const SepLoops &loops, SepVariant variant) {
+    if (variant != sep_smooth) return sums_size(s, w, loops.sum_size);
+    const size_t pitch = smooth_pitch(s.width + (w.width - size_t{1}) * s.step);
+    return weights_size(w) + smooth_results * smooth_ways * pitch * sizeof(float);
 }
 
 // ---- weights that smooth ----
 
-// What a sum over n mirrored weights comes to at most, and how far it may be off in 2^-24 of what it is
-// a sum of: from the outermost pair to the middle, every sum so far is rounded, every pair, weight and
-// product is. Not a number for weights that are not mirrored, or below 0.
+// What a sum over n weights comes to at most, and how far it may be off in 2^-24 of what it is a sum of: by
+// what weights lose, and by every product and sum so far, which is rounded. Not a number for weights below
+// 0.
 struct Smooth {
     double sum = 0, off = 0;
     Smooth(const double *weights, size_t n) {
-        for (size_t i = 0; i <= n / 2; ++i) {
-            const double w = weights[i];
-            if (n % 2 == 0 || !(w >= 0) || w != weights[n - 1 - i]) sum = off = NAN;
-            const double part = i < n / 2 ? 2 * w : w;
-            sum += part, off += sum + 3 * part;
+        for (size_t i = 0; i < n; ++i) {
+            const double w = weights[i], lost = w - static_cast<double>(static_cast<float>(w));
+            if (!(w >= 0)) sum = off = NAN;
+            sum += w, off += std::fabs(lost) * 0x1p24 + w + sum;
         }
     }
 };
 
 // The margin of sep_smooth: how far sums may be off in 2^-16, half of one being added to them and what is
-// left of a whole one cut off, as the next power of two. 0 where they are not at most one, or off by too
-// much.
+// left of a whole one cut off; a whole number. 0 where they are not at most one, or off by too much.
 double smooth_margin(const Window &w, const SepWeights &weights) {
     const Smooth rows(weights.rows, w.height), columns(weights.columns, w.width);
     const double off = rows.off * columns.sum + rows.sum * columns.off;
     if (!(rows.sum * columns.sum <= 1 + 0x1p-20) || !(off < 1000)) return 0;
-    const double units = 1.01 * 0x1p-8 * (255 * off + w.width + 4.0) + 1.5;
-    double margin = 1;
-    while (margin < units) margin *= 2;
-    return margin;
+    return std::ceil(1.01 * 0x1p-8 * (255 * off + w.width + 4.0) + 1.5);
 }
 
 } // namespace
@@ -103,9 +103,10 @@ SepPass::SepPass(const Sheet &s, const Window &w, const SepWeights &weights, Set
 
 SepPass::SepPass(const Sheet &s, const Window &w, const SepWeights &weights, Choice choice,
                  const SepLoops &loops)
-    : RingPass(w, std::min<size_t>(w.height, most_group), ring_row(s, w, loops, choice.variant),
-               sums_size(s, w, loops.sum_size) + weights_size(w)),
-      loops_(loops), weights_(weights), margin_(choice.margin), n_(s.width), step_(s.step),
+    : RingPass(w,
+               choice.variant == sep_smooth ? most_group : std::min<size_t>(w.height, most_group),
+               ring_row(s, w, loops, choice.variant), extra_size(s, w, loops, choice.variant)),
+      loops_(loops), weights_(weights), choice_(choice), n_(s.width), step_(s.step),
       width_(w.width), kept_(choice.variant == sep_guarded ? kept_at(s, loops) : 0),
       weights_size_(weights_size(w)) {
     auto bytes = [&](size_t pixels) { return static_cast<ptrdiff_t>(pixels * s.step_bytes()); };
@@ -123,9 +124,27 @@ void SepPass::along(const Band &band, char *out, ptrdiff_t step) {
         {band, reach(), source(), width_, step_, n_, weights_.columns, extra(), out, step, kept_});
 }
 
+void SepPass::weigh(const char *const *rows, size_t group, char *out, ptrdiff_t step, bool given) {
+    // Behind the sums rows are whole; else they are what there is of the source's.
+    SepElements elements{static_cast<ptrdiff_t>(kept_), 0, n_ + (width_ - 1) * step_, false};
+    if (choice_.variant == sep_smooth) {
+        const Span &there = source().there;
+        elements = {given ? there.begin : 0, static_cast<size_t>(there.begin - reach().begin),
+                    there.size(), source().beyond == Beyond::nearest};
+    }
+    loops_.down({rows, height(), group, n_, weights_.rows, out, step, elements, width_, step_,
+                 weights_.columns, choice_.margin, extra(), weights_size_});
+}
+
 void SepPass::down(const char *const *rows, size_t group, char *out, ptrdiff_t step) {
-    loops_.down({rows, height(), group, n_, weights_.rows, out, step, kept_, width_, step_,
-                 weights_.columns, margin_, extra(), weights_size_});
+    weigh(rows, group, out, step, false);
+}
+
+void SepPass::rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) {
+    if (choice_.variant == sep_smooth && source().stay)
+        weigh(rows_under(lines, y, rows), rows, out, step, true);
+    else
+        RingPass::rows(lines, y, rows, out, step);
 }
 
 int32_t sep_call(Call &call, Window window, const SepWeights &weights) {

@@ -21,6 +21,7 @@ public:
     SepPass(const Sheet &sheet, const Window &window, const SepWeights &weights, Set set);
     static bool has_type(uint32_t type);
     const void *fill() const override;
+    void rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) override;
 
 private:
     struct Choice {
@@ -32,9 +33,11 @@ private:
             const SepLoops &loops);
     void along(const Band &band, char *out, ptrdiff_t step) override;
     void down(const char *const *rows, size_t group, char *out, ptrdiff_t step) override;
+    // Rows as the lines give them, or those of the ring.
+    void weigh(const char *const *rows, size_t group, char *out, ptrdiff_t step, bool given);
     const SepLoops &loops_;
     SepWeights weights_;
-    double margin_;
+    Choice choice_;
     size_t n_, step_, width_, kept_, weights_size_;
 };
 

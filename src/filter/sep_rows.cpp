@@ -122,19 +122,37 @@ template<class T, class A> void down(const SepDown &s) {
         });
 }
 
-// One element in binary64, from the source rows behind the sums.
-u8 made_again(const SepDown &s, size_t g, size_t x) {
+// The sum in binary64; at (i, j): the element that weight j of row i takes.
+template<class At> u8 exact_sum(const SepDown &s, const At &at) {
     f64 sum = 0;
     for (size_t i = 0; i < s.height; ++i) {
-        const char *row = s.rows[g + i] + s.kept;
         f64 part = 0;
         for (size_t j = 0; j < s.width; ++j) {
-            f64 term = s.column_weights[j] * load<u8>(row, x + j * s.pixel);
+            f64 term = s.column_weights[j] * at(i, j);
             part = j ? part + term : term;
         }
         sum = i ? sum + s.weights[i] * part : s.weights[i] * part;
     }
     return round_saturate<u8>(sum);
+}
+
+// Element x of result row g, from the source rows.
+u8 made_again(const SepDown &s, size_t g, size_t x) {
+    const SepElements &e = s.elements;
+    const char *const *const rows = s.rows + g;
+    const size_t first = e.before, end = first + e.there;
+    const ptrdiff_t from = e.at - static_cast<ptrdiff_t>(first);
+    if (x >= first && x + (s.width - 1) * s.pixel < end)
+        return exact_sum(
+            s, [&](size_t i, size_t j) { return load<u8>(rows[i] + from, x + j * s.pixel); });
+    return exact_sum(s, [&](size_t i, size_t j) -> u8 {
+        size_t place = x + j * s.pixel;
+        if (place < first || place >= end) {
+            if (!e.nearest) return 0;
+            place = (place < first ? first : end - s.pixel) + place % s.pixel;
+        }
+        return load<u8>(rows[i] + from, place);
+    });
 }
 
 bool any(Vector<s32> v) {
@@ -189,6 +207,14 @@ void down_guarded(const SepDown &s) {
     each_block_down<true, f32>(s, 1, each);
 }
 
+// What there is of the source's rows.
+void copy_rows(const SepAlong &s) {
+    const Span &there = s.source.there;
+    for (size_t y = 0; y < s.band.rows; ++y)
+        memcpy(s.out + static_cast<ptrdiff_t>(y) * s.out_step,
+               s.band.at + static_cast<ptrdiff_t>(y) * s.band.step + there.begin, there.size());
+}
+
 void down_smooth(const SepDown &s) { smooth(s, made_again); }
 
 template<class T, class A> constexpr SepLoops loops_of() {
@@ -200,7 +226,7 @@ constexpr SepSet make_set() {
     set.loops[KIPX_CODE_u8][sep_plain] = loops_of<u8, f64>();
     set.loops[KIPX_CODE_u8][sep_short] = loops_of<u8, f32>();
     set.loops[KIPX_CODE_u8][sep_guarded] = {along<u8, f32>, down_guarded, sizeof(f32)};
-    set.loops[KIPX_CODE_u8][sep_smooth] = {along_bytes<SepAlong>, down_smooth, sizeof(f32)};
+    set.loops[KIPX_CODE_u8][sep_smooth] = {copy_rows, down_smooth, sizeof(f32)};
     set.loops[KIPX_CODE_s16][sep_plain] = loops_of<s16, f64>();
     set.loops[KIPX_CODE_s32][sep_plain] = loops_of<s32, f64>();
     set.loops[KIPX_CODE_f32][sep_plain] = loops_of<f32, f32>();

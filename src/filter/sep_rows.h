@@ -4,8 +4,8 @@
 // are defined by sums in binary64. Bytes are summed in binary32 where that gives the same: always,
 // if the weights are such that no step rounds; else wherever the sum lies further from a tie than
 // both can be off, and the few elements that do not are made again in binary64 from the source rows,
-// which lie in the ring behind the sums. Of weights that smooth the ring holds nothing but those rows, and
-// sums go down the columns first.
+// which lie in the ring behind the sums. With weights that smooth sums go down the columns first, from
+// source rows where they lie, or from a ring of them.
 #pragma once
 
 #include "core/sets.h"
@@ -15,8 +15,13 @@ namespace kipx {
 
 // Rows of sums have room for so many bytes more than they hold.
 inline constexpr size_t sep_block = 256;
-// For half of the weights along the row, each; half of those down the columns take a binary32 each.
-inline constexpr size_t sep_tap_bytes = 24;
+// Of weights that smooth: sums down the columns go so many ways, a pitch apart, the same for every
+// instruction set and an odd number of lines of the cache; there is room for a vector behind them. So many
+// result rows are made at once.
+inline constexpr size_t smooth_ways = 4, smooth_results = 4;
+inline constexpr size_t smooth_pitch(size_t elements) {
+    return (((elements + 63) / 64 + 1) | 1) * 16;
+}
 
 struct SepAlong {
     Band band;
@@ -31,17 +36,27 @@ struct SepAlong {
     size_t kept; // where in a row of the ring the source's elements go; 0: nowhere
 };
 
+// The source's elements in rows, as results look at them: where those that there are begin, in bytes;
+// how many are missing before them; how many there are; and whether the nearest pixel stands for those
+// that are missing, or 0.
+struct SepElements {
+    ptrdiff_t at;
+    size_t before, there;
+    bool nearest;
+};
+
 struct SepDown {
     const char *const *rows; // group + height - 1 of them
     size_t height, group, n;
     const double *weights;
     char *out;
     ptrdiff_t step;
-    // For elements that are made again.
-    size_t kept, width, pixel; // pixel: elements of one
+    // For weights that smooth, and elements that are made again.
+    SepElements elements;
+    size_t width, pixel; // pixel: elements of one
     const double *column_weights;
-    double margin; // how far a sum may be off; of those that smooth in 2^-16, a power of two
-    char *scratch; // of those that smooth: weights and taps, sums behind them
+    double margin; // how far a sum may be off; of those that smooth in 2^-16, a whole number
+    char *scratch; // of those that smooth: weights, rows of sums behind them
     size_t weights_size;
 };
 
