@@ -107,12 +107,17 @@ private:
                 Rule::steps(edges)[e][0] * ptrdiff_t{block_.stride} + Rule::steps(edges)[e][1];
         return s;
     }
+    // A pixel that is on no stack joins the boundary.
+    void wait(uint32_t level, uint32_t pixel) {
+        queues_.push(level, pixel);
+        queues_.note(level);
+    }
     uint32_t at(uint32_t pixel) const { return Rule::fixed ? pixel : done_; }
     void open(uint32_t level, uint32_t pixel) { open_[++top_] = {level, done_, at(pixel)}; }
     bool report(const Open &c) {
         return sink_.close(c.level, c.start, done_, Rule::fixed ? c.at : order_[c.at]);
     }
-    bool raise(uint32_t level, uint32_t pixel);
+    [[gnu::always_inline]] bool raise(uint32_t level, uint32_t pixel);
 
     const Block<Cell> block_;
     Index *const order_;
@@ -124,10 +129,10 @@ private:
     Open open_[level_count + 1]; // the first lies under everything
 };
 
-// Closes what is complete below `level`, which the next pixel has. The component on top either
-// becomes one of that level, or ends in the one under it.
+// Closes what is complete below `level`, which the next pixel has. The component on top either becomes
+// one of that level, or ends in the one under it. A busy image comes here with every other pixel.
 template<class Cell, class Index, class Sink, class Rule>
-bool BlockFlood<Cell, Index, Sink, Rule>::raise(uint32_t level, uint32_t pixel) {
+inline bool BlockFlood<Cell, Index, Sink, Rule>::raise(uint32_t level, uint32_t pixel) {
     do {
         Open &top = open_[top_];
         if (sink_.keeps(top.start, done_) && !report(top)) return false;
@@ -181,6 +186,7 @@ bool BlockFlood<Cell, Index, Sink, Rule>::branch(uint32_t seed) {
     uint32_t pixel = seed, level = cells[pixel];
     cells[pixel] = mark;
     open(level, pixel);
+    Index *const order = order_;
     uint32_t done = done_;
     for (;;) {
         // The lowest neighbour, the first of several; reached ones are above every level.
@@ -191,23 +197,20 @@ bool BlockFlood<Cell, Index, Sink, Rule>::branch(uint32_t seed) {
             lowest = key < lowest ? key : lowest;
         }
         if (lowest >> 3 < level) {
-            uint32_t lower = lowest & 7;
             if constexpr (Rule::fixed)
                 for (uint32_t e = edges; e-- > 0;) {
                     if (near[e] < level) {
-                        lower = e;
+                        lowest = near[e] << 3 | e;
                         break;
                     }
                     if (near[e] == reached<Cell>) continue;
                     uint32_t joins = pixel + static_cast<uint32_t>(step[e]);
                     cells[joins] = mark;
-                    queues_.push(near[e], joins);
-                    queues_.note(near[e]);
+                    wait(near[e], joins);
                 }
-            queues_.push(level, pixel);
-            queues_.note(level);
-            pixel += static_cast<uint32_t>(step[lower]);
-            level = near[lower];
+            wait(level, pixel);
+            pixel += static_cast<uint32_t>(step[lowest & 7]);
+            level = lowest >> 3;
             cells[pixel] = mark;
             done_ = done;
             open(level, pixel);
@@ -223,10 +226,9 @@ bool BlockFlood<Cell, Index, Sink, Rule>::branch(uint32_t seed) {
                 if (near[e] == level) std::swap(joins, newest);
                 if (joins == none) continue;
             }
-            queues_.push(near[e], joins);
-            queues_.note(near[e]);
+            wait(near[e], joins);
         }
-        if constexpr (!Rule::fixed) order_[done] = static_cast<Index>(pixel);
+        if constexpr (!Rule::fixed) order[done] = static_cast<Index>(pixel);
         ++done;
         if (newest != none) {
             pixel = newest;

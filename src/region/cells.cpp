@@ -1,6 +1,7 @@
 // region/cells.cpp - getting a block of pixels ready for the fast flood.
 #include "region/cells.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace kipx {
@@ -68,29 +69,51 @@ void raise_pits(const Block<uint8_t> &block, Set set, uint8_t *line) {
         }
 }
 
-Look look_of(const FloodImage &image, const Extent &part) {
-    constexpr int far = 32;
-    const uint64_t step = image.source.pixel;
-    const uint32_t width = part.width;
-    uint64_t alike = 0, apart = 0, seen = 0;
-    for (uint32_t y = 0; y < part.height; y += 8, seen += part.width) {
-        const uint8_t *p = image.source.row_at(part.top + y) + part.left * step;
-        uint32_t same = 0, other = 0;
-        auto compare = [&](int second, int before, int here) {
-            same += here == before;
-            other += (here - before > far || before - here > far) &
-                     (here - second > far || second - here > far);
-        };
-        if (step == 1)
-            for (uint32_t x = 2; x < width; ++x) compare(p[x - 2], p[x - 1], p[x]);
-        else
-            for (uint32_t x = 2; x < width; ++x)
-                compare(p[(x - 2) * step], p[(x - 1) * step], p[x * step]);
-        alike += same;
-        apart += other;
+namespace {
+
+// How many pixels are like the one before, like the last but one alone, and far from both.
+struct Likeness {
+    uint64_t next = 0, second = 0, none = 0;
+};
+
+// Counts n pixels, p (0) and p (1) being those before the first. In bytes, so that sixteen and more are
+// looked at at once; n is 255 at most.
+template<class At> void compare(At p, uint32_t n, Likeness &sum) {
+    constexpr uint8_t far = 32;
+    uint8_t next = 0, second = 0, none = 0;
+    auto distance = [](uint8_t a, uint8_t b) {
+        return static_cast<uint8_t>(a > b ? a - b : b - a);
+    };
+    for (uint32_t x = 0; x < n; ++x) {
+        const uint8_t here = p(x + 2), to_next = distance(here, p(x + 1)),
+                      to_second = distance(here, p(x));
+        next = static_cast<uint8_t>(next + (to_next == 0));
+        second = static_cast<uint8_t>(second + ((to_second == 0) & (to_next != 0)));
+        none = static_cast<uint8_t>(none + ((to_next > far) & (to_second > far)));
     }
-    if (8 * alike >= 3 * seen) return Look::flat;
-    return 2 * apart >= seen ? Look::busy : Look::soft;
+    sum.next += next, sum.second += second, sum.none += none;
+}
+
+} // namespace
+
+Look look_of(const FloodImage &image, const Extent &part) {
+    constexpr uint32_t stretch = 240;
+    const uint64_t step = image.source.pixel;
+    Likeness sum;
+    uint64_t seen = 0;
+    for (uint32_t y = 0; y < part.height; y += 8, seen += part.width)
+        for (uint32_t x = 0; x + 2 < part.width; x += stretch) {
+            const uint8_t *p = image.source.row_at(part.top + y) + (part.left + x) * step;
+            const uint32_t n = std::min(part.width - 2 - x, stretch);
+            if (step == 1)
+                compare([=](uint32_t k) { return p[k]; }, n, sum);
+            else
+                compare([=](uint32_t k) { return p[k * step]; }, n, sum);
+        }
+    if (8 * sum.next >= 3 * seen) return Look::flat;
+    if (2 * sum.second >= seen) return Look::woven;
+    if (6 * sum.next >= seen) return Look::calm;
+    return 2 * sum.none >= seen ? Look::busy : Look::soft;
 }
 
 namespace {

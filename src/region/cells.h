@@ -49,9 +49,10 @@ struct Extent {
     uint32_t top, left, height, width;
 };
 // What a part of an image looks like, judged by every eighth row: flat when three pixels in eight are
-// like the one before, so that a flood runs along with few turns; busy when half of them are far from
-// the two before, so that it turns everywhere; soft otherwise.
-enum class Look { flat, soft, busy };
+// like the one before, so that a flood runs along with few turns; calm when it is one in six; woven when
+// half of them are like the last but one alone; busy when half of them are far from the two before, so
+// that the flood turns everywhere; soft otherwise.
+enum class Look { flat, calm, woven, soft, busy };
 Look look_of(const FloodImage &image, const Extent &part);
 // Whether one-byte cells take some pixels for walls, mask or not.
 bool has_walls(const FloodImage &image);

@@ -10,7 +10,8 @@
 namespace kipx {
 namespace {
 
-// A larger image is flooded in tiles: its cells and boundary would leave the caches.
+// A larger image is flooded in tiles: its cells and boundary would leave the caches. Where a flood runs
+// along or turns in one way only, they do not matter.
 constexpr uint64_t most_in_one_block = uint64_t{1} << 22;
 
 // A busy image's queues are read all over; one that is larger does better with stacks.
@@ -21,10 +22,13 @@ constexpr uint64_t most_queued_busy = uint64_t{1} << 19;
 int32_t FastFlood::open(KipxXE *xe, uint64_t flags, const FloodImage &image) {
     set_ = active_set(flags);
     Look look = look_of(image, {0, 0, image.height, image.width});
-    in_tiles_ = look != Look::flat && image.pixels() > most_in_one_block;
+    const bool large = image.pixels() > most_in_one_block;
+    in_tiles_ = large && (look == Look::soft || look == Look::busy);
     manner_ = Manner::queues;
     if (look == Look::flat) manner_ = Manner::runs;
-    if (look == Look::busy && image.pixels() > most_queued_busy) manner_ = Manner::stacks;
+    if (look == Look::woven || (look == Look::calm && large) ||
+        (look == Look::busy && image.pixels() > most_queued_busy))
+        manner_ = Manner::stacks;
     uint64_t cell = image.mask.at ? sizeof(uint16_t) : sizeof(uint8_t);
     uint64_t size = in_tiles_ ? tiles_scratch_size(image) : one_block_size(image, cell);
     return scratch_.open(xe, size) ? 0 : KIPX_ENOMEM;

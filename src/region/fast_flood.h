@@ -2,7 +2,7 @@
 //
 // Gives    the component tree of an image of at most 256 levels, nodes and pixels, in one of two ways:
 //          as one block (block_flood.h), or in tiles whose trees are joined along their seams
-//          (tiles.h). Large images go the second way, unless they look flat.
+//          (tiles.h). Large images go the second way, unless they look flat, calm or woven.
 // Promises the nodes are the root and, for every level, each connected component of the pixels at
 //          or below it that holds 16 pixels or more and one of that level. Nodes, their order and
 //          the order of pixels depend on the image, the mask, the seed and the settings alone, and

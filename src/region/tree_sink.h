@@ -28,7 +28,6 @@ public:
         KipxSTnode *inner = newest_, *last = nullptr;
         for (; newest_ && start_of(newest_) >= start; newest_ = newest_->next) {
             newest_->parent = made->node;
-            start_of(newest_) = 0;
             last = newest_;
         }
         if (last) {
@@ -37,19 +36,19 @@ public:
         }
         made->node->next = newest_;
         newest_ = made->node;
-        start_of(newest_) = start;
+        newest_->parent = reinterpret_cast<KipxSTnode *>(uintptr_t{start});
         return true;
     }
     // The outermost node, once it holds all others.
     KipxSTnode *root() {
-        if (newest_) start_of(newest_) = 0;
+        if (newest_) newest_->parent = nullptr;
         return newest_;
     }
 
 private:
-    // As long as a node has no parent, its region's mark is where its run starts.
-    static uint32_t &start_of(const KipxSTnode *node) {
-        return static_cast<KipxWTSregion *>(node->data)->kept;
+    // As long as a node has no parent, it has where its run starts in the parent's place.
+    static uint32_t start_of(const KipxSTnode *node) {
+        return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(node->parent));
     }
     Make make_;
     uint32_t stride_;
