@@ -1,6 +1,7 @@
 // Which bytes an operation may work on: shared ones are found as by listing every byte, and offsets
 // reach to 32 bits.
 #include <kipx/arith.h>
+#include <kipx/convert.h>
 
 #include <algorithm>
 #include <cstring>
@@ -197,6 +198,13 @@ TEST(SharedBytes, HalvesOfOneImageAndWorkInPlace) {
     EXPECT_EQ(add(*all, all, *all, &middle, nullptr, &there), 0);
     const kipx_site corner = rectangle(1, 1, 20, 2);
     EXPECT_EQ(add(*all, all, *all, &corner, nullptr, &there), KIPX_EINVAL);
+    // Planes that the mask has not are no part of it: nothing lies across, and no scratch is needed.
+    std::vector<unsigned char> planes(70, 1);
+    const kipx_arr src{{5, 1, 10, 1}, {}, {10, 10, 1, 1}, 4, 0, KIPX_U8, 0, 0, planes.data()};
+    std::vector<unsigned char> marks(20, 255);
+    kipx_arr dst = src, mask = src;
+    dst.offset = 20, mask.volume[0] = 2, mask.base = marks.data();
+    EXPECT_EQ(KipxCopyEx(nullptr, 0, &dst, &src, &mask, nullptr, nullptr, nullptr), 0);
 }
 
 // The last element of a region may end at the last byte that 32 bits reach, and no further; nothing

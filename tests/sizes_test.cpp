@@ -130,8 +130,12 @@ struct Picture {
     }
 };
 
-int32_t flood(KipxXE *xe, const kipx_arr &arr, bool fast, const kipx_arr *mask = nullptr) {
+int32_t flood(KipxXE *xe, const kipx_arr &arr, bool fast, bool listens = false,
+              const kipx_arr *mask = nullptr) {
     KipxWTSLSC levelset{};
+    KipxWTSFDs moments;
+    KipxWTSMFinitFeatureDs(&moments, nullptr);
+    if (listens) levelset.descriptors = &moments, levelset.count = 1;
     KipxWatershedContext w{};
     w.levelset = &levelset;
     w.builder = fast ? &KipxFWTSRESopen(nullptr, nullptr, nullptr, nullptr)->builder
@@ -147,12 +151,16 @@ TEST(Scratch, OfFloodsIsWhatIsTold) {
     const Picture picture(1000, 1500);
     const double pixels = double(picture.bytes.size());
     const struct {
-        bool fast, masked;
-        double told;
-    } floods[] = {{false, false, 8.125}, {true, false, 5}, {true, true, 6}};
+        bool fast, listens, masked;
+        double told; // there are pixels of level 255
+    } floods[] = {{false, true, false, 8.125},
+                  {false, false, false, 6},
+                  {true, false, false, 5},
+                  {true, false, true, 6}};
     for (const auto &row : floods) {
         Environment xe;
-        ASSERT_EQ(flood(xe, picture.arr, row.fast, row.masked ? &picture.arr : nullptr), 0);
+        const kipx_arr *mask = row.masked ? &picture.arr : nullptr;
+        ASSERT_EQ(flood(xe, picture.arr, row.fast, row.listens, mask), 0);
         const double taken = double(ZuSMEMSTGpeak(xe.stack())) / pixels;
         EXPECT_NEAR(taken, row.told, row.told * .02) << row.fast << row.masked;
     }

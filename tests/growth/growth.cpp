@@ -1,7 +1,8 @@
 // growth.cpp - what the worst inputs of floods and sorts cost, for growth.py to count.
 //
-// Gives    growth flood standard|fast PICTURE SIDE: both floods, of dark and of bright regions, and
-//          detection on a square picture, within KipxGenerateMSERs or KipxGenerateFMSERs.
+// Gives    growth flood features|areas|fast PICTURE SIDE: both floods, of dark and of bright regions, and
+//          detection on a square picture, within KipxGenerateMSERs, with moments or without any
+//          feature, or KipxGenerateFMSERs.
 //          growth sort quick|heap KEYS N: prints the comparisons of that sort.
 //          growth list: the names of pictures, then those of keys, each in a line.
 // Status   0, or 1 for arguments that are none of these and calls that fail.
@@ -42,7 +43,7 @@ constexpr Picture pictures[] = {
     {"ramp", [](uint32_t x, uint32_t, uint32_t side) { return 256 * x / side; }},
 };
 
-int flood(bool fast, const Picture &picture, uint32_t side) {
+int flood(const std::string &way, const Picture &picture, uint32_t side) {
     std::vector<uint8_t> bytes(size_t{side} * side);
     for (uint32_t i = 0; i < side * side; ++i)
         bytes[i] = uint8_t(picture.value(i % side, i / side, side));
@@ -53,8 +54,11 @@ int flood(bool fast, const Picture &picture, uint32_t side) {
     KipxMSERContext context{};
     context.delta = 5, context.polarity = 2;
     context.max_area_fraction = context.max_variation = .5f;
+    KipxWTSFDs moments;
+    KipxWTSMFinitFeatureDs(&moments, nullptr);
+    if (way == "features") context.levelset.descriptors = &moments, context.levelset.count = 1;
     const int32_t code =
-        (fast ? KipxGenerateFMSERs : KipxGenerateMSERs)(&xe, 0, &arr, nullptr, &context);
+        (way == "fast" ? KipxGenerateFMSERs : KipxGenerateMSERs)(&xe, 0, &arr, nullptr, &context);
     KipxMSERrelease(&context);
     KipxXEfini(&xe);
     return code != 0;
@@ -126,6 +130,6 @@ int main(int count, char **given) {
     const auto size = static_cast<uint32_t>(std::atoi(given[4]));
     const Picture *picture = named(pictures, given[3]);
     const Keys *order = named(keys, given[3]);
-    if (what == "flood" && picture) return flood(way == "fast", *picture, size);
+    if (what == "flood" && picture) return flood(way, *picture, size);
     return what == "sort" && order ? sort(way == "quick", *order, size) : 1;
 }

@@ -16,7 +16,7 @@ MOST_COMPARISONS = 3  # for each of n log2 n, as docs/behaviour.md promises
 
 
 def instructions(program, way, picture, side):
-    function = {"standard": "KipxGenerateMSERs", "fast": "KipxGenerateFMSERs"}[way]
+    function = "KipxGenerateFMSERs" if way == "fast" else "KipxGenerateMSERs"
     with tempfile.NamedTemporaryFile() as out:
         done = subprocess.run(["valgrind", "--tool=callgrind", f"--toggle-collect={function}", f"--callgrind-out-file={out.name}",
                                program, "flood", way, picture, str(side)], capture_output=True, text=True)
@@ -36,7 +36,7 @@ def main():
     pictures, keys = (line.split() for line in subprocess.run(
         [program, "list"], capture_output=True, text=True, check=True).stdout.splitlines())
     for title, ways, names, sizes, count, most in (
-            ("instructions a pixel; side", ("standard", "fast"), pictures, SIDES, instructions, None),
+            ("instructions a pixel; side", ("features", "areas", "fast"), pictures, SIDES, instructions, None),
             ("comparisons by n log2 n; n", ("quick", "heap"), keys, COUNTS, comparisons, MOST_COMPARISONS)):
         print(f"{title:40}" + "".join(f"{size:>9}" for size in sizes) + "   growth")
         for way in ways:
@@ -47,7 +47,7 @@ def main():
                 failed += bad
                 print(f"{way + ', ' + name:40}" + "".join(f"{value:9.2f}" for value in found) + f"{growth:9.2f}"
                       + ("  too much" if bad else ""), flush=True)
-    print(f"{2 * (len(pictures) + len(keys))} inputs, {failed} of them grow too much")
+    print(f"{3 * len(pictures) + 2 * len(keys)} counts, {failed} of them grow too much")
     sys.exit(failed > 0)
 
 

@@ -55,6 +55,11 @@ def faults_of(text):
             yield number, "the statement", re.match(r"\s*", code).group() + ";"
 
 
+def notices(folder, test):
+    words = WITNESSES.get(folder, "").split()
+    return test == "digest" or not words or any(test.startswith(word) for word in words)
+
+
 def passes(command, seconds):
     """A test ends well within its processor time, which its own children share."""
     def limits():
@@ -74,11 +79,14 @@ def passes(command, seconds):
 class Tree:
     """The copy, its build, and its tests with the seconds that each takes."""
 
-    def __init__(self):
-        """The tree's tracked files, as they are now, and a build of the libraries and the test programs."""
+    def __init__(self, folders):
+        """The tree's tracked files, as they are now, and a build of the libraries and of all test programs."""
         self.files, self.build, self.made = COPY / "tree", COPY / "build", False
         listed = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, capture_output=True, check=True).stdout.decode()
-        for name in filter(None, listed.split("\0")):
+        names = set(filter(None, listed.split("\0")))
+        for gone in [p for p in self.files.rglob("*") if p.is_file() and str(p.relative_to(self.files)) not in names]:
+            gone.unlink()
+        for name in names:
             old, new = ROOT / name, self.files / name
             if old.exists() and (not new.exists() or old.read_bytes() != new.read_bytes()):
                 new.parent.mkdir(parents=True, exist_ok=True)
@@ -91,11 +99,13 @@ class Tree:
             sys.exit(made.stdout.decode() + made.stderr.decode())
         if not self.builds():
             sys.exit("the tree does not build; see ninja -C build/mutants/build")
-        digest = ["/usr/bin/python3", "-B", str(ROOT / "tests/digest/digest.py"), str(self.build / "bin/digest"),
-                  "--sets", "0,1,2", "--check", str(ROOT / "tests/digest/digest.txt")]
+        digest = ["/usr/bin/python3", "-B", str(self.files / "tests/digest/digest.py"), str(self.build / "bin/digest"),
+                  "--sets", "0,1,2", "--check", str(self.files / "tests/digest/digest.txt")]
         commands = {p.name: [str(p), "--gtest_brief=1", "--gtest_fail_fast"] for p in (self.build / "bin").glob("*_test")}
         self.tests = []
         for name, command in {**commands, "digest": digest}.items():
+            if not any(notices(folder, name) for folder in folders):
+                continue
             start = time.monotonic()
             if not passes(command, 600):
                 sys.exit(f"{name} fails without any fault")
@@ -111,9 +121,9 @@ class Tree:
 
     def tests_of(self, path):
         """Those of the file's own name or folder before others, short ones before long ones."""
-        near, words = (path.stem.split("_")[0], path.parent.name), WITNESSES.get(path.parent.name, "").split()
+        near = path.stem.split("_")[0], path.parent.name
         rows = sorted((not any(word in name for word in near), seconds, name, command) for seconds, name, command in self.tests
-                      if name == "digest" or not words or any(name.startswith(word) for word in words))
+                      if notices(path.parent.name, name))
         return [row[1:] for row in rows]
 
 
@@ -160,7 +170,8 @@ def main():
     parser.add_argument("--most", type=int, default=20)
     parser.add_argument("--seed", type=int, default=1)
     given = parser.parse_args()
-    reasons, tree, rows = (ROOT / "tests/mutants/survivors.txt").read_text(), Tree(), []
+    reasons, rows = (ROOT / "tests/mutants/survivors.txt").read_text(), []
+    tree = Tree({pathlib.Path(name).parent.name for name in given.files})
     for name in given.files:
         name, _, line = name.partition(":")
         path, start = (ROOT / name).relative_to(ROOT), time.monotonic()
