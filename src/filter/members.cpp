@@ -10,6 +10,7 @@ namespace kipx {
 namespace {
 
 constexpr size_t line = 64, group_rows = 8;
+constexpr ptrdiff_t rows_ahead = 4; // of the work lines are fetched
 
 size_t rounded(size_t bytes) { return (bytes + line - 1) / line * line; }
 
@@ -99,11 +100,11 @@ bool MembersPass::has_type(uint32_t type) {
     return type < 16 && members_sets_of(Set::baseline)[0].loops[type][0].down;
 }
 
-// Extra: a row in the making, and the taps' rows.
+// Extra: a row in the making, the taps' rows, and by how much they are moved.
 MembersPass::MembersPass(const Sheet &s, const Window &w, const Members &members, Rank rank,
                          Set set)
     : RingPass(w, group_rows, std::max<size_t>(members.length_count(), 1) * row_pitch(s, w),
-               row_pitch(s, w) + line + members.tap_count() * sizeof(char *)),
+               row_pitch(s, w) + line + members.tap_count() * (sizeof(char *) + sizeof(ptrdiff_t))),
       loops_(members_sets_of(set)[0].loops[s.src.type][static_cast<uint32_t>(rank)]),
       members_(members), size_(s.src.size), bytes_(s.bytes()), step_(s.step_bytes()),
       beyond_((w.width - 1) * step_), pitch_(row_pitch(s, w)) {
@@ -125,9 +126,9 @@ void MembersPass::runs_of(char *row, char *out) const {
 }
 
 void MembersPass::along(const Band &band, char *out, ptrdiff_t step) {
-    bool single = members_.length_count() == 1 && members_.lengths()[0] == 1;
+    const bool alone = single();
     for (size_t y = 0; y < band.rows; ++y, out += step) {
-        char *row = single ? out : extra();
+        char *row = alone ? out : extra();
         const Span &all = reach(), &some = there();
         const auto before = static_cast<size_t>(some.begin - all.begin);
         const auto after = static_cast<size_t>(all.end - some.end);
@@ -136,19 +137,38 @@ void MembersPass::along(const Band &band, char *out, ptrdiff_t step) {
         if (before) fill_with(row, before, loops_.neutral, size_);
         if (after) fill_with(row + before + some.size(), after, loops_.neutral, size_);
         loops_.settle(row, bytes_ + beyond_);
-        if (!single) runs_of(row, out);
+        if (!alone) runs_of(row, out);
     }
 }
 
 void MembersPass::down(const char *const *rows, size_t group, char *out, ptrdiff_t step) {
     auto **from = reinterpret_cast<const char **>(extra() + pitch_);
+    auto *moved = reinterpret_cast<ptrdiff_t *>(from + members_.tap_count());
+    const Span whole{0, static_cast<ptrdiff_t>(bytes_)};
+    const ptrdiff_t ahead = direct_ ? rows_ahead * last_step() : 0;
     for (size_t g = 0; g < group; ++g, out += step) {
         for (size_t i = 0; i < members_.tap_count(); ++i) {
             const Tap &t = members_.taps()[i];
-            from[i] = rows[g + t.row] + t.length * pitch_ + t.column * step_;
+            const auto place = static_cast<ptrdiff_t>(t.length * pitch_ + t.column * step_);
+            moved[i] = place + (direct_ ? reach().begin : 0);
+            from[i] = rows[g + t.row] + moved[i];
         }
-        loops_.down({from, members_.tap_count(), out, bytes_});
+        loops_.down({from, direct_ ? moved : nullptr, members_.tap_count(),
+                     direct_ ? there() : whole, out, bytes_, ahead, rows_ahead * step});
     }
+}
+
+// Members that are united one by one are, where they lie.
+void MembersPass::start(char *scratch, const Source &source) {
+    RingPass::start(scratch, source);
+    direct_ = source.stay && single();
+}
+
+void MembersPass::rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) {
+    if (direct_)
+        down(rows_under(lines, y, rows), rows, out, step);
+    else
+        RingPass::rows(lines, y, rows, out, step);
 }
 
 } // namespace kipx

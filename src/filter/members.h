@@ -5,8 +5,9 @@
 // Promises positions outside the source array do not count, if the lines are filled with neutral();
 //          members are united row by row from the left, so that of equal floating zeros the first
 //          stays; NaN never counts.
-// Costs    a union a member, or, where that is less, a union a run of adjacent members and the
-//          logarithm of the longest run and one more a length of run for every source row.
+// Costs    a union a member, from source rows where they lie if they stay there; or, where that is
+//          less, a union a run of adjacent members and the logarithm of the longest run and one more
+//          a length of run for every source row.
 // Owner    Members lies in scratch that its maker provides, and borrows nothing.
 #pragma once
 
@@ -60,15 +61,19 @@ public:
                 Set set);
     static bool has_type(uint32_t type);
     const void *fill() const override { return loops_.neutral; }
+    void start(char *scratch, const Source &source) override;
+    void rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) override;
 
 private:
+    bool single() const { return members_.length_count() == 1 && members_.lengths()[0] == 1; }
     void along(const Band &band, char *out, ptrdiff_t step) override;
     void down(const char *const *rows, size_t group, char *out, ptrdiff_t step) override;
     void runs_of(char *row, char *out) const;
     const MembersLoops &loops_;
     const Members &members_;
     size_t size_, bytes_, step_, beyond_,
-        pitch_; // beyond_: bytes that a row is longer than its results
+        pitch_;           // beyond_: bytes that a row is longer than its results
+    bool direct_ = false; // from rows where they lie
 };
 
 } // namespace kipx

@@ -18,34 +18,72 @@ template<class Op> void unite(char *out, const char *row, size_t shift, size_t b
         store_bits(out + x, Op::of(load_bits(row + x), load_bits(row + x + shift)));
 }
 
-// n vectors of a result row; taps: fixed where it is not 0.
-template<class Op, size_t n, size_t taps>
-[[gnu::always_inline]] inline void down_at(const MembersDown &d, size_t x, Bits (&v)[n]) {
-    const size_t count = taps ? taps : d.taps;
-    for (size_t k = 0; k < n; ++k) v[k] = load_bits(d.from[0] + x + k * vector_bytes);
+// n vectors of a result row. direct: of the source's rows; their elements may be NaN, and they are to be
+// fetched before they are needed, as what is written is.
+template<class Op, size_t n, bool direct>
+[[gnu::always_inline]] inline void whole_at(const char *const *from, size_t count, ptrdiff_t x,
+                                            char *out, ptrdiff_t ahead, ptrdiff_t below) {
+    Bits v[n];
+    for (size_t k = 0; k < n; ++k) {
+        v[k] = load_bits(from[0] + x + k * vector_bytes);
+        if constexpr (direct && floating<typename Op::Element>)
+            v[k] = Op::of(all(Op::neutral), v[k]);
+    }
 #pragma GCC unroll 16
     for (size_t t = 1; t < count; ++t) {
-        const char *from = d.from[t] + x;
-        for (size_t k = 0; k < n; ++k) v[k] = Op::of(v[k], load_bits(from + k * vector_bytes));
+        const char *const row = from[t] + x;
+        for (size_t k = 0; k < n; ++k) v[k] = Op::of(v[k], load_bits(row + k * vector_bytes));
+    }
+    if constexpr (direct) prefetch_lines<n * vector_bytes>(from[count - 1] + x + ahead);
+    for (size_t k = 0; k < n; ++k) {
+        char *const to = out + x + k * vector_bytes;
+        if constexpr (direct) __builtin_prefetch(to + below, 1);
+        store_bits(to, v[k]);
     }
 }
 
+// A vector of which not everything is there, or not everything is a result.
+template<class Op> void part_at(const MembersDown &d, ptrdiff_t x) {
+    const Bits neutral = all(Op::neutral);
+    Bits v = neutral;
+    for (size_t t = 0; t < d.taps; ++t) {
+        const ptrdiff_t to = x + (d.moved ? d.moved[t] : 0);
+        const Part part = Part::of(d.there.begin - to, d.there.end - to);
+        v = Op::of(v, load_part(d.from[t] + x, part, neutral));
+    }
+    const size_t n = d.bytes - static_cast<size_t>(x);
+    if (n >= vector_bytes)
+        store_bits(d.out + x, v);
+    else
+        store_first(d.out + x, v, n);
+}
+
+template<class Op, size_t taps, bool direct> void down_taps(const MembersDown &d) {
+    constexpr ptrdiff_t step = vector_bytes, wide = 4 * step;
+    const size_t count = taps ? taps : d.taps;
+    const char *own[taps ? taps : 1];
+    if (taps) memcpy(own, d.from, sizeof own);
+    const char *const *const rows = taps ? own : d.from;
+    const ptrdiff_t ahead = d.ahead, below = d.below;
+    char *const out = d.out;
+    const auto end = static_cast<ptrdiff_t>(d.bytes);
+    ptrdiff_t x = 0, first = d.there.begin, last = d.there.end;
+    for (size_t t = 0; direct && t < d.taps; ++t) {
+        const ptrdiff_t from = d.there.begin - d.moved[t], to = d.there.end - d.moved[t];
+        first = first > from ? first : from, last = last < to ? last : to;
+    }
+    last = last < end ? last : end;
+    for (; x < first && x < end; x += step) part_at<Op>(d, x);
+    for (; x + wide <= last; x += wide) whole_at<Op, 4, direct>(rows, count, x, out, ahead, below);
+    for (; x + step <= last; x += step) whole_at<Op, 1, direct>(rows, count, x, out, ahead, below);
+    for (; x < end; x += step) part_at<Op>(d, x);
+}
+
 template<class Op, size_t taps> void down_with(const MembersDown &d) {
-    constexpr size_t n = 4, width = n * vector_bytes;
-    size_t x = 0;
-    for (; x + width <= d.bytes; x += width) {
-        Bits v[n];
-        down_at<Op, n, taps>(d, x, v);
-        for (size_t k = 0; k < n; ++k) store_bits(d.out + x + k * vector_bytes, v[k]);
-    }
-    for (; x < d.bytes; x += vector_bytes) {
-        Bits v[1];
-        down_at<Op, 1, taps>(d, x, v);
-        if (x + vector_bytes <= d.bytes)
-            store_bits(d.out + x, v[0]);
-        else
-            store_first(d.out + x, v[0], d.bytes - x);
-    }
+    if (d.moved)
+        down_taps<Op, taps, true>(d);
+    else
+        down_taps<Op, taps, false>(d);
 }
 
 // No member at all: the neutral element everywhere.
@@ -82,9 +120,10 @@ constexpr MembersSet make_set() {
     set.loops[KIPX_CODE_##T][1] = loops_of<Larger<T>>;
     KIPX_MEMBERS(u8)
     KIPX_MEMBERS(s16)
-    KIPX_MEMBERS(s32) KIPX_MEMBERS(f32)
+    KIPX_MEMBERS(s32)
+    KIPX_MEMBERS(f32)
 #undef KIPX_MEMBERS
-        return set;
+    return set;
 }
 
 } // namespace

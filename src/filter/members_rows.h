@@ -4,14 +4,18 @@
 #include <cstddef>
 
 #include "core/sets.h"
+#include "core/window.h"
 
 namespace kipx {
 
 struct MembersDown {
     const char *const *from; // a row per tap, already moved by the tap's place
+    const ptrdiff_t *moved;  // by how much; null where `there` is the same for all
     size_t taps;
+    Span there; // of the rows before they were moved; whatever lies beyond it does not count
     char *out;
     size_t bytes;
+    ptrdiff_t ahead, below; // how far lies what is to be read soon, from the last tap, and written
 };
 
 struct MembersLoops {
