@@ -248,6 +248,57 @@ TEST_P(Road, GoesThroughPlanes) {
     }
 }
 
+// Slices and plain addresses give what the public functions do.
+TEST_P(Road, LevelsBelowGiveTheSame) {
+    Environment xe;
+    const bool fast = GetParam() == Form::fast;
+    const uint64_t flags = fast ? 0 : form_flags(GetParam());
+    const kipx_slice_fun slices[] = {KipxTGAgenerateMSERs,  KipxTGAgenerateMSERsEx,
+                                     KipxTGAgenerateFMSERs, KipxTGAgenerateFMSERsEx,
+                                     KipxTGAwatershed,      KipxTGAwatershedEx};
+    for (const kipx_slice_fun slice : slices) EXPECT_EQ(slice(xe, 0, nullptr), KIPX_EINVAL);
+    ModelImage model{24, 24, std::vector<int>(576), std::vector<uint8_t>(576), false};
+    for (uint32_t i = 0; i < 576; ++i)
+        model.level[i] = int(i / 24 * (i / 24) % 40 * (i % 24) % 250), model.mask[i] = i % 9 != 4;
+    const ImageOf image(model);
+    const kipx_arr src = *image.source.arr(), mask = *image.mask.arr();
+    const void *pixels = kipx_arr_base(&src), *marks = kipx_arr_base(&mask);
+    const uint32_t origin[3] = {}, *extent = src.volume + 1, *strides = src.strides + 1;
+    kipx_site site;
+    kipx_arr_siteof(&src, &site);
+    for (const bool masked : {true, false}) {
+        if (!masked) model.mask.clear();
+        kipx_pack pack;
+        const auto packed = [&](void *context) {
+            return masked ? kipxa_mappackL(&pack, 0, &src, &site, &mask, &site, context)
+                          : kipxa_genpackL(&pack, 0, &src, &site, context);
+        };
+        KipxMSERContext as[3] = {};
+        for (KipxMSERContext &c : as)
+            c.delta = 5, c.max_area_fraction = 1, c.max_variation = 0.5f, c.polarity = 2;
+        EXPECT_EQ(generate(xe, 0, &src, masked ? &mask : nullptr, nullptr, nullptr, as), 0);
+        EXPECT_EQ(kipxa_call(xe, flags, packed(as + 1), slices[2 * fast + masked]), 0);
+        const auto plain = fast ? kipxa_fmser : kipxa_mser;
+        const auto inside = fast ? kipxa_fmser_xm : kipxa_mser_xm;
+        EXPECT_EQ(masked ? inside(xe, flags, 3, extent, KIPX_U8, pixels, origin, strides, KIPX_U8,
+                                  marks, origin, mask.strides + 1, as + 2)
+                         : plain(xe, flags, 3, extent, KIPX_U8, pixels, origin, strides, as + 2),
+                  0);
+        EXPECT_GT(as[0].list.count, 0u);
+        for (const KipxMSERContext &c : as) {
+            EXPECT_EQ(listed(c), listed(as[0]));
+            const bool of_form = c.dark_builder && KipxFWTSRESfrombuilder(c.dark_builder);
+            EXPECT_EQ(of_form, fast);
+        }
+        for (KipxMSERContext &c : as) KipxMSERrelease(&c);
+
+        FloodOf flood(xe, GetParam());
+        EXPECT_EQ(
+            kipxa_call(xe, form_flags(GetParam()), packed(&flood.context), slices[4 + masked]), 0);
+        EXPECT_EQ(flood.regions(), model_regions(model));
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Forms, Road, testing::ValuesIn(all_forms),
                          [](const auto &param) { return form_name(param.param); });
 
