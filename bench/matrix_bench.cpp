@@ -37,6 +37,7 @@ void register_row(const Row &row, Size size) {
         cv::transform(mat_of(image(row.type, size, 1, 3)), dst, m);
     });
 #endif
+    contest.limit({row.rows * type_size(row.type), 3 * type_size(row.type)});
 }
 
 // A matrix at every pixel.

@@ -154,9 +154,10 @@ int32_t work_product(Call &c) {
         way.a = places_of(given.src[0], c.src[0]), way.read_a = loops.read[a];
     way.factor = make_scale(given.scale).factor;
     MatrixBytes bytes;
-    const bool of_bytes = c.dst.type == KIPX_U8 && last.type == KIPX_U8;
-    if (given.numbers && of_bytes && way.dst.dense && way.b.dense && bytes_by(way, bytes))
-        way.bytes = &bytes;
+    const bool by_one = given.numbers && c.dst.type == last.type && way.dst.dense && way.b.dense;
+    if (by_one && c.dst.type == KIPX_U8 && bytes_by(way, bytes)) way.bytes = &bytes;
+    way.singles = by_one && way.factor == 1 && c.dst.type == KIPX_F32 && way.b.rows == 3 &&
+                  (way.dst.rows == 3 || way.dst.rows == 1);
     const auto line = [](const Operand &o, uint64_t y) { return o.at + y * o.row; };
     for (uint64_t y = 0; y < c.height; ++y)
         loops.row(line(c.dst, y), line(c.src[0], y), line(last, y), c.width, way);

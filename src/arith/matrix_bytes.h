@@ -15,21 +15,18 @@ namespace kipx::KIPX_SET {
 // Where the bytes of sixteen pixels go: into 32-bit lanes, a channel each, and back from 128-bit lanes that
 // hold four of each channel. Pixels of less than four channels leave the last byte of a vector 0.
 struct ByteLanes {
-    __m512i channel[4], pixels;
-    ByteLanes(u32 in, u32 out) {
-        alignas(64) u8 from[64] = {}, to[64];
-        for (u32 c = 0; c < 4; ++c) {
-            for (u32 i = 0; i < 64; ++i)
-                from[i] = static_cast<u8>(i % 4 ? 63 : (i / 4 * in + c) & 63);
-            channel[c] = _mm512_load_si512(from);
-        }
-        for (u32 i = 0; i < 64; ++i) {
-            const u32 x = i / out, c = i % out;
-            to[i] = static_cast<u8>((x / 4 * 16 + c * 4 + x % 4) & 63);
-        }
-        pixels = _mm512_load_si512(to);
+    alignas(64) u8 channel[5][4][64], pixels[5][64]; // by the pixels' channels
+    constexpr ByteLanes() : channel(), pixels() {
+        for (u32 count = 1; count <= 4; ++count)
+            for (u32 i = 0; i < 64; ++i) {
+                const u32 x = i / count, c = i % count;
+                pixels[count][i] = static_cast<u8>((x / 4 * 16 + c * 4 + x % 4) & 63);
+                for (u32 of = 0; of < 4; ++of)
+                    channel[count][of][i] = static_cast<u8>(i % 4 ? 63 : (i / 4 * count + of) & 63);
+            }
     }
 };
+inline constexpr ByteLanes byte_lanes;
 
 inline __mmask64 first_bytes(size_t n) { return n < 64 ? (__mmask64{1} << n) - 1 : ~__mmask64{0}; }
 
@@ -57,14 +54,22 @@ void byte_row(char *dst, const char *src, size_t n, const MatrixWay &way) {
     const u32 in = channels_in ? channels_in : way.b.rows,
               out = channels_out ? channels_out : way.dst.rows;
     const MatrixBytes &bytes = *way.bytes;
-    const ByteLanes lanes(in, out);
+    struct {
+        __m512i channel[4], pixels;
+    } lanes;
+    for (u32 j = 0; j < 4; ++j) lanes.channel[j] = _mm512_load_si512(byte_lanes.channel[in][j]);
+    lanes.pixels = _mm512_load_si512(byte_lanes.pixels[out]);
     __m512 number[4][4], addend[4];
     for (u32 i = 0; i < out; ++i) {
         for (u32 j = 0; j < in; ++j) number[i][j] = _mm512_set1_ps(bytes.numbers[i * in + j]);
         addend[i] = _mm512_set1_ps(bytes.addends[i]);
     }
     const __m512i above_margin = _mm512_set1_epi32(0xffff & ~(2 * bytes.margin - 1));
-    const auto block = [&](size_t x, size_t some) {
+    // Pixels to make again are found out first: a branch for them would be foreseen badly.
+    constexpr size_t most_blocks = 64;
+    alignas(64) char kept[most_blocks][64];
+    u16 again[most_blocks];
+    const auto block = [&](size_t x, size_t some, size_t k) {
         const __m512i pixels = _mm512_maskz_loadu_epi8(first_bytes(some * in), src + x * in);
         __m512 value[4];
 #pragma GCC unroll 4
@@ -94,15 +99,23 @@ void byte_row(char *dst, const char *src, size_t n, const MatrixWay &way) {
                       result =
                           _mm512_permutexvar_epi8(lanes.pixels, _mm512_packus_epi16(words, more));
         _mm512_mask_storeu_epi8(dst + x * out, first_bytes(some * out), result);
-        if (near == 0) return;
-        alignas(64) char kept[64];
-        _mm512_store_si512(kept, pixels);
-        make_again<channels_in, channels_out>(dst + x * out, kept,
-                                              static_cast<u32>(near & first_bytes(some)), way);
+        if constexpr (!exact) {
+            _mm512_store_si512(kept[k], pixels);
+            again[k] = static_cast<u16>(near & first_bytes(some));
+        }
+        return u64{near != 0} << k;
     };
-    size_t x = 0;
-    for (; x + 16 <= n; x += 16) block(x, 16);
-    if (x < n) block(x, n - x);
+    for (size_t begin = 0; begin < n; begin += most_blocks * 16) {
+        const size_t left = n - begin, whole = left / 16 < most_blocks ? left / 16 : most_blocks;
+        u64 found = 0;
+        for (size_t k = 0; k < whole; ++k) found |= block(begin + k * 16, 16, k);
+        if (whole < most_blocks && left % 16) found |= block(begin + whole * 16, left % 16, whole);
+        for (; !exact && found; found &= found - 1) {
+            const auto k = static_cast<size_t>(__builtin_ctzll(found));
+            make_again<channels_in, channels_out>(dst + (begin + k * 16) * out, kept[k], again[k],
+                                                  way);
+        }
+    }
 }
 
 template<u32 in, u32 out>

@@ -3,6 +3,7 @@
 // Promises each set gives the same bits: a sum is formed from left to right, in binary64.
 #include "arith/matrix_rows.h"
 #include "arith/matrix_bytes.h"
+#include "arith/matrix_singles.h"
 #include "core/lanes.h"
 
 namespace kipx::KIPX_SET {
@@ -77,16 +78,17 @@ void write(char *at, const MatrixBlock &from, const MatrixPlaces &p, size_t n, f
     }
 }
 
-// The sums of a block; each is one of `inner` products.
-template<u32 inner, bool fixed>
+// The sums of a block; each is one of `inner` products, and an addend where there are any.
+template<u32 inner, bool fixed, bool addends>
 void sums(MatrixBlock &out, [[maybe_unused]] const MatrixBlock &a, const MatrixBlock &b,
           const MatrixWay &way, size_t n) {
     const u32 columns = way.b.columns;
     for (u32 i = 0; i < way.a.rows; ++i) {
+        f64 number[inner] = {}, addend = addends ? way.addends[i] : 0;
+        for (u32 j = 0; fixed && j < inner; ++j) number[j] = way.numbers[i * inner + j];
         for (u32 k = 0; k < columns; ++k) {
             const auto product = [&](u32 j, size_t x) {
-                const f64 left = fixed ? way.numbers[i * inner + j] : a[i * inner + j][x];
-                return left * b[j * columns + k][x];
+                return (fixed ? number[j] : a[i * inner + j][x]) * b[j * columns + k][x];
             };
             f64 *to = out[i * columns + k];
             KIPX_INDEPENDENT
@@ -95,42 +97,39 @@ void sums(MatrixBlock &out, [[maybe_unused]] const MatrixBlock &a, const MatrixB
                 if constexpr (inner > 1) sum += product(1, x);
                 if constexpr (inner > 2) sum += product(2, x);
                 if constexpr (inner > 3) sum += product(3, x);
+                if constexpr (addends) sum += addend;
                 to[x] = sum;
             }
         }
-        if constexpr (fixed)
-            for (size_t x = 0; way.addends && x < n; ++x)
-                // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.Assign): the sums above
-                out[i][x] += way.addends[i];
     }
 }
 
-template<bool fixed>
+template<bool fixed, bool addends>
 void any_sums(MatrixBlock &out, const MatrixBlock &a, const MatrixBlock &b, const MatrixWay &way,
               size_t n) {
     switch (way.a.columns) {
     case 1:
-        return sums<1, fixed>(out, a, b, way, n);
+        return sums<1, fixed, addends>(out, a, b, way, n);
     case 2:
-        return sums<2, fixed>(out, a, b, way, n);
+        return sums<2, fixed, addends>(out, a, b, way, n);
     case 3:
-        return sums<3, fixed>(out, a, b, way, n);
+        return sums<3, fixed, addends>(out, a, b, way, n);
     default:
-        return sums<4, fixed>(out, a, b, way, n);
+        return sums<4, fixed, addends>(out, a, b, way, n);
     }
 }
 
 void row(char *dst, const char *left, const char *right, size_t n, const MatrixWay &way) {
-    if (row_of_bytes(dst, right, n, way)) return;
+    if (row_of_bytes(dst, right, n, way) || row_of_singles(dst, right, n, way)) return;
     alignas(64) MatrixBlock a, b, out;
     for (size_t at = 0; at < n; at += matrix_block) {
         const size_t some = n - at < matrix_block ? n - at : matrix_block;
         way.read_b(b, right + at * way.b.pixel, way.b, some);
         if (way.numbers) {
-            any_sums<true>(out, a, b, way, some);
+            (way.addends ? any_sums<true, true> : any_sums<true, false>)(out, a, b, way, some);
         } else {
             way.read_a(a, left + at * way.a.pixel, way.a, some);
-            any_sums<false>(out, a, b, way, some);
+            any_sums<false, false>(out, a, b, way, some);
         }
         way.write(dst + at * way.dst.pixel, out, way.dst, some, way.factor);
     }

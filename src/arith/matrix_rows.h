@@ -42,6 +42,7 @@ struct MatrixWay {
     const double *numbers, *addends; // the left factor where it is one for all; null for none
     double factor;
     const MatrixBytes *bytes; // null for none
+    bool singles;             // one matrix, factor 1, for dense pixels of three f32 to three or one
 };
 
 // In this order: u8, u16, s16, s32, f32, f64.
