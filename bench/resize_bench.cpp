@@ -3,6 +3,8 @@
 // The peer's own rule goes by left edges; its work is the same.
 #include <kipx/resize.h>
 
+#include <algorithm>
+
 #include "support/contest.h"
 
 #if defined(KIPX_BENCH_OPENCV)
@@ -51,6 +53,10 @@ void register_row(const Row &row, Size size) {
         cv::resize(mat(part(row.from, 1), row), dst, dst.size(), 0, 0, cv::INTER_NEAREST);
     });
 #endif
+    // Of rows that are read all bytes count.
+    const uint32_t pixel = type_size(row.type) * row.channels;
+    contest.limit({row.to * row.to * pixel, std::min(row.from, row.to) * row.from * pixel},
+                  row.whole);
 }
 
 } // namespace

@@ -62,11 +62,12 @@ Contest &Contest::peer(const std::string &name, std::function<void()> call) {
     return *this;
 }
 
-Contest &Contest::limit(Traffic traffic) {
-    const Size size = size_;
+Contest &Contest::limit(Traffic traffic, uint32_t side) {
+    const Size size = {size_.width / side, size_.height / side};
     for (Move move : all_moves) {
         auto call = [=] {
-            move_bytes(move, traffic, size_t{size.width} * size.height,
+            // Whole lines of 64, since stores past the cache want them.
+            move_bytes(move, traffic, size_t{size.width} * size.height / 64 * 64,
                        pixels_of(traffic.write, size, 0), pixels_of(traffic.read1, size, 1),
                        pixels_of(traffic.read2, size, 2), pixels_of(traffic.read3, size, 3));
             return 0;

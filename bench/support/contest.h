@@ -39,8 +39,8 @@ public:
     Contest &kipx(std::function<int32_t()> call);
     // Somebody else's, single-threaded.
     Contest &peer(const std::string &name, std::function<void()> call);
-    // Loops that move as many bytes per pixel.
-    Contest &limit(Traffic traffic);
+    // Loops that move as many bytes for every square of `side` x `side` pixels.
+    Contest &limit(Traffic traffic, uint32_t side = 1);
 
 private:
     void add(const std::string &contestant, std::function<int32_t()> call, int32_t simd);

@@ -78,7 +78,7 @@ Sheet sheet_of(const Call &c, const Rows &how, uint32_t repeat) {
     Sheet s{c, how, c.height, c.width, repeat, longest, dense && !c.mask.at, false};
     if (follow) s.width *= s.rows, s.rows = 1;
     s.streaming = s.direct && !how.convert && !in_place && c.dst.size &&
-                  s.width * s.rows * bytes >= streaming_bytes;
+                  s.width * s.rows * bytes >= streaming_bytes(how.set);
     return s;
 }
 
@@ -194,6 +194,16 @@ void advance(Call &c, uint64_t Operand::*step) {
 }
 
 } // namespace
+
+// Half of 32 MiB of last-level cache, up to where writing through it is the faster way; but where lines that
+// are written go through the second level and a mesh, that ends at 8 MiB. Below that, what reads the
+// result next is better off with the cache.
+uint64_t streaming_bytes([[maybe_unused]] Set set) {
+#if defined(__x86_64__)
+    if (set == Set::avx512 && __builtin_cpu_is("intel")) return uint64_t{8} << 20;
+#endif
+    return uint64_t{16} << 20;
+}
 
 void rows(Call &c, const Rows &how) {
     if (c.height == 0 || c.width == 0) return;

@@ -20,9 +20,8 @@ namespace kipx {
 // Elements of a run that is narrowed in the buffer `middle`, and of one that goes through buffers.
 inline constexpr uint32_t middle_length = 4096, run_length = 1024;
 
-// Bytes of all operands from which the destination is written past the cache: about half of the
-// last-level cache of the machines that this was measured on.
-inline constexpr uint64_t streaming_bytes = 16u << 20;
+// Bytes of all operands from which the destination is written past the cache.
+uint64_t streaming_bytes(Set set);
 
 struct Rows {
     RowLoop loop = nullptr;

@@ -91,10 +91,12 @@ void make_shuffle(Picks &p, size_t unit, size_t row_bytes, const ResizeLoops &lo
         p.from[k] = std::min(p.offset[i / unit], row_bytes - reach);
         if (halves) std::memset(p.part[k], 0, sizeof p.part[k]);
         const size_t end = std::min(i + chunk, p.bytes);
+        size_t pixel = i / unit, byte = i % unit;
         for (size_t b = i; b < end; ++b) {
-            const size_t at = p.offset[b / unit] + b % unit - p.from[k];
+            const size_t at = p.offset[pixel] + byte - p.from[k];
             p.at[b] = static_cast<uint8_t>(halves ? at % 128 : at);
             if (halves) p.part[k][at / 128] |= uint64_t{1} << (b - i);
+            if (++byte == unit) byte = 0, ++pixel;
         }
         std::memset(p.at + end, 0, i + chunk - end);
     }
@@ -130,7 +132,7 @@ public:
         const uint64_t moved = uint64_t{c_.height} * c_.width +
                                uint64_t{std::min(c_.height, sizes.from_height)} * sizes.from_width;
         const bool lines = (reinterpret_cast<uintptr_t>(c_.dst.at) | c_.dst.row) % 64 == 0;
-        streamed_ = direct_ && lines && moved * unit_ >= streaming_bytes;
+        streamed_ = direct_ && lines && moved * unit_ >= streaming_bytes(set_);
     }
 
     void work() const {

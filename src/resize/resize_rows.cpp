@@ -10,7 +10,9 @@ namespace kipx::KIPX_SET {
 namespace {
 
 template<size_t unit> void pick(char *to, const char *from, const Picks &picks) {
-    for (size_t i = 0; i < picks.pixels; ++i) memcpy(to + i * unit, from + picks.offset[i], unit);
+    const size_t n = picks.pixels; // which the bytes written might be, for all the compiler knows
+#pragma GCC unroll 4
+    for (size_t i = 0; i < n; ++i) memcpy(to + i * unit, from + picks.offset[i], unit);
 }
 
 template<class T> void move(Run run) { memcpy(run.dst, run.src[0], run.n * sizeof(T)); }
@@ -22,6 +24,9 @@ using Bytes = __m512i;
 inline Bytes load_bytes(const void *at) { return _mm512_loadu_si512(at); }
 inline void store_bytes(void *to, Bytes v) { _mm512_storeu_si512(to, v); }
 inline void stream_bytes(void *to, Bytes v) { _mm512_stream_si512(static_cast<Bytes *>(to), v); }
+inline void store_first(void *to, Bytes v, size_t n) {
+    _mm512_mask_storeu_epi8(to, (uint64_t{1} << n) - 1, v);
+}
 
 template<uint32_t blocks> Bytes shuffled(const char *from, Bytes at, const uint64_t *part) {
     if constexpr (blocks == 1) {
@@ -44,6 +49,7 @@ using Bytes = __m128i;
 inline Bytes load_bytes(const void *at) { return _mm_loadu_si128(static_cast<const Bytes *>(at)); }
 inline void store_bytes(void *to, Bytes v) { _mm_storeu_si128(static_cast<Bytes *>(to), v); }
 inline void stream_bytes(void *to, Bytes v) { _mm_stream_si128(static_cast<Bytes *>(to), v); }
+inline void store_first(void *to, Bytes v, size_t n) { memcpy(to, &v, n); }
 
 // A shuffle gives 0 where the index has its highest bit, as all those have that are not of a block.
 template<uint32_t blocks> Bytes shuffled(const char *from, Bytes at, const uint64_t *) {
@@ -83,18 +89,17 @@ void shuffle_rows(const Stretch &s, const Picks &p) {
         }
     }
     if (done == p.bytes) return;
-    alignas(64) char rest[chunk];
-    store_bytes(rest,
-                shuffled<blocks>(s.from + p.from[k], load_bytes(p.at + done), p.part[k % 64]));
-    for (uint32_t i = 0; i < copies; ++i) memcpy(s.to + i * s.row + done, rest, p.bytes - done);
+    const Bytes v = shuffled<blocks>(s.from + p.from[k], load_bytes(p.at + done), p.part[k % 64]);
+    for (uint32_t i = 0; i < copies; ++i) store_first(s.to + i * s.row + done, v, p.bytes - done);
 }
 
 template<uint32_t blocks> void shuffle_blocks_of(const Stretch &s, const Picks &p) {
     using Way = void (*)(const Stretch &, const Picks &);
-    constexpr Way ways[2][4] = {{shuffle_rows<blocks, 1, false>, shuffle_rows<blocks, 2, false>,
-                                 shuffle_rows<blocks, 3, false>, shuffle_rows<blocks, 4, false>},
-                                {shuffle_rows<blocks, 1, true>, shuffle_rows<blocks, 2, true>,
-                                 shuffle_rows<blocks, 3, true>, shuffle_rows<blocks, 4, true>}};
+    static constexpr Way ways[2][4] = {
+        {shuffle_rows<blocks, 1, false>, shuffle_rows<blocks, 2, false>,
+         shuffle_rows<blocks, 3, false>, shuffle_rows<blocks, 4, false>},
+        {shuffle_rows<blocks, 1, true>, shuffle_rows<blocks, 2, true>,
+         shuffle_rows<blocks, 3, true>, shuffle_rows<blocks, 4, true>}};
     ways[s.streamed][s.copies - 1](s, p);
 }
 
