@@ -14,8 +14,8 @@ namespace {
 // along or turns in one way only, they do not matter.
 constexpr uint64_t most_in_one_block = uint64_t{1} << 22;
 
-// A busy image's queues are read all over; one that is larger does better with stacks.
-constexpr uint64_t most_queued_busy = uint64_t{1} << 19;
+// Where a flood turns with every pixel, queues are read all over; a larger image does better with stacks.
+constexpr uint64_t most_queued_turning = uint64_t{1} << 19;
 
 } // namespace
 
@@ -26,8 +26,8 @@ int32_t FastFlood::open(KipxXE *xe, uint64_t flags, const FloodImage &image) {
     in_tiles_ = large && (look == Look::soft || look == Look::busy);
     manner_ = Manner::queues;
     if (look == Look::flat) manner_ = Manner::runs;
-    if (look == Look::woven || (look == Look::calm && large) ||
-        (look == Look::busy && image.pixels() > most_queued_busy))
+    const bool turning = look == Look::woven || look == Look::busy;
+    if ((turning && image.pixels() > most_queued_turning) || (look == Look::calm && large))
         manner_ = Manner::stacks;
     uint64_t cell = image.mask.at ? sizeof(uint16_t) : sizeof(uint8_t);
     uint64_t size = in_tiles_ ? tiles_scratch_size(image) : one_block_size(image, cell);
