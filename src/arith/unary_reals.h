@@ -1,7 +1,8 @@
 // arith/unary_reals.h - the numbers of which exponential and logarithm are made. For row files only.
 //
 // Coefficients are those of near-minimax fits of the functions named beside them. Points of the logarithm
-// are reciprocals of half a number's bits, chosen where their logarithm is nearly a number of the type.
+// are reciprocals of half a number's bits. Their logarithms have so few bits that any multiple of the high part
+// of ln 2 is added exactly.
 #pragma once
 
 #include "core/lanes.h"
@@ -32,12 +33,19 @@ template<> struct Real<f32> {
                                        0x1.25ap+0f, 0x1.1c6p+0f, 0x1.1p+0f,   0x1.07ep+0f,
                                        0x1p+0f,     0x1.e2p-1f,  0x1.c76p-1f, 0x1.afp-1f,
                                        0x1.9a8p-1f, 0x1.864p-1f, 0x1.758p-1f, 0x1.624p-1f};
-    static constexpr f32 logs[16] = {-0x1.2a149ap-2f, -0x1.fd20fcp-3f, -0x1.a23bc2p-3f,
-                                     -0x1.5bbc06p-3f, -0x1.18d584p-3f, -0x1.ae8e7ap-4f,
-                                     -0x1.f0a30cp-5f, -0x1.f06748p-6f, 0,
-                                     0x1.eea31cp-5f,  0x1.e010a4p-4f,  0x1.60b31p-3f,
-                                     0x1.c480cp-3f,   0x1.160ddp-2f,   0x1.42f9f4p-2f,
-                                     0x1.792956p-2f};
+    static constexpr f32 logs[16] = {-0x1.2a14p-2f, -0x1.fd2p-3f,  -0x1.a238p-3f,
+                                     -0x1.5bcp-3f,  -0x1.18d8p-3f, -0x1.ae9p-4f,
+                                     -0x1.f0ap-5f,  -0x1.f08p-6f,  0,
+                                     0x1.eeap-5f,   0x1.e01p-4f,   0x1.60bp-3f,
+                                     0x1.c48p-3f,   0x1.160cp-2f,  0x1.42f8p-2f,
+                                     0x1.7928p-2f};
+    // What their logarithms are more.
+    static constexpr f32 log_rests[16] = {-0x1.33eec6p-19f, -0x1.f7eeep-20f, -0x1.e0ff16p-18f,
+                                          0x1.fd076p-18f,   0x1.3e040ep-18f, 0x1.85efb2p-20f,
+                                          -0x1.86008cp-20f, 0x1.8b7fa8p-18f, 0,
+                                          0x1.8e0036p-20f,  0x1.47fc72p-21f, 0x1.880584p-18f,
+                                          0x1.8000bap-20f,  0x1.d0025ep-18f, 0x1.f3ff62p-18f,
+                                          0x1.55fdf4p-18f};
     // (ln (1 + f) - f) / f^2
     static constexpr f32 log_tail[4] = {-0x1.fffffep-2f, 0x1.555568p-2f, -0x1.00321p-2f,
                                         0x1.98cfaep-3f};
@@ -98,13 +106,20 @@ template<> struct Real<f64> {
         0x1.55441cp+0, 0x1.479f388p+0, 0x1.3b00388p+0, 0x1.2f5bc98p+0, 0x1.247ccfp+0, 0x1.1a6ad9p+0,
         0x1.11014ap+0, 0x1.0835a08p+0, 0x1p+0,         0x1.e1d6b5p-1,  0x1.c70f2cp-1, 0x1.af1516p-1,
         0x1.9985dcp-1, 0x1.860163p-1,  0x1.744fe28p-1, 0x1.641757p-1};
-    static constexpr f64 logs[16] = {
-        -0x1.266273c5830c8p-2, -0x1.f934e5d01bba9p-3, -0x1.a8c03f1f576f4p-3,
-        -0x1.5b9f95179ddd1p-3, -0x1.10e28b9d9809p-3,  -0x1.924329246ea77p-4,
-        -0x1.076cda83512a9p-4, -0x1.02943f0b5b954p-5, 0,
-        0x1.f16109351133p-5,   0x1.e2e7eca0a03e7p-4,  0x1.604ee099b7a71p-3,
-        0x1.c96232daa21c2p-3,  0x1.16b228a2364cp-2,   0x1.463d0de6a728dp-2,
-        0x1.73da671b614fap-2};
+    static constexpr f64 logs[16] = {-0x1.266273c583p-2, -0x1.f934e5d01cp-3, -0x1.a8c03f1f58p-3,
+                                     -0x1.5b9f95179ep-3, -0x1.10e28b9d98p-3, -0x1.924329247p-4,
+                                     -0x1.076cda835p-4,  -0x1.02943f0b58p-5, 0,
+                                     0x1.f16109351p-5,   0x1.e2e7eca0ap-4,   0x1.604ee099b8p-3,
+                                     0x1.c96232daa2p-3,  0x1.16b228a236p-2,  0x1.463d0de6a7p-2,
+                                     0x1.73da671b61p-2};
+    // What their logarithms are more.
+    static constexpr f64 log_rests[16] = {
+        -0x1.8fffeb33d3b47p-47, 0x1.15bfffa8fd91p-45,   0x1.217fff22124c1p-44,
+        0x1.177ff63931a2cp-46,  -0x1.200011d0987d7p-48, 0x1.588ffffa769fp-44,
+        -0x1.2a90000af1104p-44, -0x1.caa00076f1f33p-44, 0,
+        0x1.3300001b60c3ap-45,  0x1.f380038c87765p-47,  -0x1.63c0024db5f58p-45,
+        0x1.c1fff2e3845cdp-47,  0x1.2fffff30e25b1p-44,  0x1.467ffed122f47p-45,
+        0x1.3e80019527aeap-44};
     static constexpr f64 log_tail[9] = {-0.5,
                                         0x1.5555555555512p-2,
                                         -0x1.00000000010d3p-2,

@@ -144,9 +144,10 @@ struct Logarithm {
     template<class T>
     static constexpr Word<T> special = static_cast<Word<T>>(u64{3} << (8 * sizeof(T) - 2));
 
-    // x = 2^k z. f: how far z is from a point, as a part of it; the point's logarithm; k in the type's unit.
+    // x = 2^k z. f: how far z is from a point, as a part of it; the point's logarithm in two parts; k in the
+    // type's unit.
     template<class T> struct Parts {
-        Vector<T> f, log, k;
+        Vector<T> f, log, rest, k;
         explicit Parts(Vector<T> x) {
             using R = Real<T>;
             const Vector<Word<T>> above = bits_of<T>(x) - R::lowest_point,
@@ -154,7 +155,8 @@ struct Logarithm {
                                   index = above >> (R::digits - 4);
             const Vector<T> z = number_of<T>(bits_of<T>(x) - exponent);
             const Vector<T> c = look_up(R::points, index);
-            log = look_up(R::logs, index), k = R::exponent(exponent);
+            log = look_up(R::logs, index), rest = look_up(R::log_rests, index),
+            k = R::exponent(exponent);
 #if defined(__AVX512F__)
             f = fused(z, c, all(T{-1}));
 #else
@@ -164,7 +166,7 @@ struct Logarithm {
         }
         Vector<T> value() const {
             using R = Real<T>;
-            const Vector<T> more = sum_with_exact(k, all(R::ln2_low), f);
+            const Vector<T> more = sum_with_exact(k, all(R::ln2_low), f) + rest;
             return sum_with_exact(k, all(R::ln2_high), log) +
                    (more + f * f * polynomial(R::log_tail, f));
         }
