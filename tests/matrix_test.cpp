@@ -24,12 +24,12 @@ struct Operand {
     bool vectors, in_channels;
     uint32_t x, y;
 
-    // plain: bytes side by side, for which there is a way of its own.
+    // plain: a type for which there are ways of its own where pixels lie side by side, or 0.
     static Operand draw(Rng &rng, uint32_t n, bool vectors, uint32_t width, uint32_t height,
-                        bool plain) {
+                        uint32_t plain) {
         Shape s;
         s.type = rng.pick(types), s.layout = rng.pick(all_layouts);
-        if (plain) s.type = KIPX_U8, s.layout = Layout::packed;
+        if (plain) s.type = plain, s.layout = Layout::packed;
         s.edge = rng.one_in(2) ? Edge::last : Edge::first, s.shift = rng.below(3);
         const bool in_channels = !vectors && n == 2 && rng.one_in(2);
         const auto x = uint32_t(rng.below(3)), y = uint32_t(rng.below(3));
@@ -57,12 +57,14 @@ struct Operand {
 
 // One call drawn at random: empty, or what went wrong.
 std::string multiply_once(Rng &rng, Product kind) {
-    const auto n = uint32_t(rng.between(1, 4)), width = uint32_t(rng.between(1, 150)),
-               height = uint32_t(rng.between(1, 3));
-    const auto inner = kind == Product::numbers ? uint32_t(rng.between(1, 4)) : n;
-    const bool plain = kind == Product::numbers && rng.one_in(3);
+    const bool by_one = kind == Product::numbers, of_bytes = by_one && rng.one_in(3),
+               of_reals = by_one && !of_bytes && rng.one_in(2), wide = of_bytes && rng.one_in(8);
+    const uint32_t plain = of_bytes ? KIPX_U8 : of_reals ? KIPX_F32 : 0;
+    const auto n = uint32_t(rng.between(1, 4)), height = uint32_t(rng.between(1, 3)),
+               width = uint32_t(rng.between(1, 150) + (wide ? 1000 : 0));
+    const auto inner = of_reals ? 3 : by_one ? uint32_t(rng.between(1, 4)) : n;
     Operand b = Operand::draw(rng, inner, kind != Product::mm, width, height, plain);
-    Operand a = Operand::draw(rng, n, false, width, height, false);
+    Operand a = Operand::draw(rng, n, false, width, height, 0);
     Operand d = Operand::draw(rng, n, kind != Product::mm, width, height, plain);
     for (Operand *o : {&a, &b, &d}) o->array.fill(rng, rng.one_in(8) ? Values::any : Values::small);
     std::vector<double> numbers(n * inner), addends(n);
