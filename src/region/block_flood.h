@@ -101,10 +101,12 @@ private:
     static constexpr uint32_t marked = 4; // neighbours, where they are marked
     template<uint32_t edges> struct Steps { ptrdiff_t to[edges]; };
     template<uint32_t edges> Steps<edges> steps() const {
-        Steps<edges> s;
-        for (uint32_t e = 0; e < edges; ++e)
-            s.to[e] =
-                Rule::steps(edges)[e][0] * ptrdiff_t{block_.stride} + Rule::steps(edges)[e][1];
+        const ptrdiff_t stride = block_.stride;
+        Steps<edges> s{};
+        for (uint32_t e = 0; e < edges; ++e) {
+            const int8_t *by = Rule::steps(edges)[e];
+            s.to[e] = by[0] * stride + by[1];
+        }
         return s;
     }
     // A pixel that is on no stack joins the boundary.
