@@ -68,16 +68,24 @@ void BoxPass::along(const Band &band, char *out, ptrdiff_t step) {
                   together(sums_size_), out, step});
 }
 
-void BoxPass::down(const char *const *rows, size_t count, char *out, ptrdiff_t step) {
+// Rows as the lines give them, or those of the ring.
+void BoxPass::mean(const char *const *rows, size_t count, char *out, ptrdiff_t step, bool given) {
     char *shared = loops_.columns_first ? extra() : extra() + together(sums_size_) * sums_size_;
-    loops_.down(
-        {rows, height(), count, n_, shared, first_, out, step, count_, width_, step_, sums_size_});
+    loops_.down({rows, height(), count, n_, shared, first_, out, step, count_, width_, step_,
+                 sums_size_, elements_of(source(), reach(), given)});
     first_ = false;
+}
+
+void BoxPass::down(const char *const *rows, size_t count, char *out, ptrdiff_t step) {
+    mean(rows, count, out, step, false);
 }
 
 void BoxPass::rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) {
     if (y == 0) first_ = true;
-    RingPass::rows(lines, y, rows, out, step);
+    if (loops_.columns_first && source().stay)
+        mean(rows_under(lines, y, rows), rows, out, step, true);
+    else
+        RingPass::rows(lines, y, rows, out, step);
 }
 
 } // namespace kipx

@@ -18,6 +18,7 @@ public:
 
 private:
     void along(const Band &band, char *out, ptrdiff_t step) override;
+    void mean(const char *const *rows, size_t count, char *out, ptrdiff_t step, bool given);
     void down(const char *const *rows, size_t group, char *out, ptrdiff_t step) override;
     BoxPass(const Sheet &sheet, const Window &window, const BoxLoops &loops);
     const BoxLoops &loops_;

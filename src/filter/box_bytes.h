@@ -110,20 +110,60 @@ template<class T> void put_vector(T *to, size_t x, const Vector<T> &v) {
     memcpy(to + x, &v, sizeof v);
 }
 
-inline void first_columns(const BoxDown &b, const ByteSums &sums, size_t columns) {
-    for (size_t x = 0; x < columns; x += lanes_of<u16>) {
-        Vector<u16> sum{};
-        for (size_t i = 0; i + 1 < b.height; ++i) sum += widened(b.rows[i], x);
-        put_vector(sums.shared, x, sum);
-    }
+// each (x, load) for vectors of columns; load (row) gives those that there are, and 0.
+template<class Each>
+[[gnu::always_inline]] inline void each_column(const BoxDown &b, size_t columns, const Each &each) {
+    constexpr auto step = static_cast<ptrdiff_t>(lanes_of<u16>);
+    const auto before = static_cast<ptrdiff_t>(b.elements.before),
+               there = static_cast<ptrdiff_t>(b.elements.there),
+               end = static_cast<ptrdiff_t>(columns) - before;
+    const ptrdiff_t from = b.elements.at;
+    auto partly = [&](ptrdiff_t x) {
+        const ptrdiff_t first = x < 0 ? (-x < step ? -x : step) : 0,
+                        last = there - x < step ? there - x : step;
+        each(static_cast<size_t>(x + before), [=](const char *row) {
+            char some[lanes_of<u16>] = {};
+            if (first < last)
+                memcpy(some + first, row + from + x + first, static_cast<size_t>(last - first));
+            return widened(some, 0);
+        });
+    };
+    ptrdiff_t x = -before;
+    for (; x < 0 && x < end; x += step) partly(x);
+    for (; x + step <= there; x += step)
+        each(static_cast<size_t>(x + before),
+             [=](const char *row) { return widened(row + from + x, 0); });
+    for (; x < end; x += step) partly(x);
 }
 
-inline void next_columns(const char *in, const char *out, const ByteSums &sums, size_t columns) {
-    for (size_t x = 0; x < columns; x += lanes_of<u16>) {
-        const Vector<u16> full = load_vector<u16>(sums.shared, x) + widened(in, x);
-        put_vector(sums.full, x, full);
-        put_vector(sums.shared, x, full - widened(out, x));
-    }
+inline void first_columns(const BoxDown &b, const ByteSums &sums, size_t columns) {
+    each_column(b, columns, [&](size_t x, const auto &load) {
+        Vector<u16> sum{};
+        for (size_t i = 0; i + 1 < b.height; ++i) sum += load(b.rows[i]);
+        put_vector(sums.shared, x, sum);
+    });
+}
+
+// What is missing is made of the sums of whole windows.
+inline void next_columns(const BoxDown &b, size_t g, const ByteSums &sums, size_t columns) {
+    const char *const in = b.rows[g + b.height - 1], *const out = b.rows[g];
+    u16 *const shared = sums.shared, *const full = sums.full;
+    const RowElements &e = b.elements;
+    // The row that comes in a few results later is fetched.
+    const ptrdiff_t below = b.height > 1 ? in - b.rows[g + b.height - 2] : 0;
+    const char *const ahead = in + 4 * below + e.at - static_cast<ptrdiff_t>(e.before);
+    each_column(b, columns, [=](size_t x, const auto &load) {
+        if constexpr (vector_bytes == 64) __builtin_prefetch(ahead + x);
+        const Vector<u16> sum = load_vector<u16>(shared, x) + load(in);
+        put_vector(full, x, sum);
+        put_vector(shared, x, sum - load(out));
+    });
+    const size_t end = e.before + e.there;
+    auto border = [&](size_t i, size_t pixel) {
+        full[i] = e.nearest ? full[pixel + i % b.step] : u16{0};
+    };
+    for (size_t i = 0; i < e.before; ++i) border(i, e.before);
+    for (size_t i = end; i < columns; ++i) border(i, end - b.step);
 }
 
 // Of few columns; width: fixed where it is not 0.
@@ -252,7 +292,7 @@ template<class Row> void each_row_of_bytes(const BoxDown &b, const Row &row) {
     const size_t columns = b.n + (b.width - 1) * b.step;
     if (b.first) first_columns(b, sums, columns);
     for (size_t g = 0; g < b.group; ++g) {
-        next_columns(b.rows[g + b.height - 1], b.rows[g], sums, columns);
+        next_columns(b, g, sums, columns);
         row(RowOfBytes{b.out + static_cast<ptrdiff_t>(g) * b.out_step, b.n}, sums);
     }
 }

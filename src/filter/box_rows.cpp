@@ -164,7 +164,7 @@ constexpr BoxSet make_set() {
     constexpr uint64_t all = UINT64_MAX;
     BoxSet set{};
     set.loops[KIPX_CODE_u8][0] = {
-        along_bytes<BoxAlong>, down_bytes, ByteMean<u32>::most_positions, 257, sizeof(u32), true};
+        copy_rows<BoxAlong>, down_bytes, ByteMean<u32>::most_positions, 257, sizeof(u32), true};
     set.loops[KIPX_CODE_u8][1] = loops_of<u8, u32>(1u << 24);
     set.loops[KIPX_CODE_u8][2] = loops_of<u8, s64>(all);
     set.loops[KIPX_CODE_s8][0] = loops_of<s8, s32>(1u << 24);

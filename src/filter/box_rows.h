@@ -3,11 +3,12 @@
 // Sums along every row, of windows doubled as often as it takes; then down the columns: integers by
 // a sum that gains a row and loses one, real numbers by sums that only gain (the rows that a group's
 // windows share, those above it, those below), so that nothing drifts and an infinity passes. Of
-// bytes the sums down the columns come first, and the ring holds the source's rows.
+// bytes the sums down the columns come first, of source rows where they lie, or of a ring of them.
 #pragma once
 
 #include "core/sets.h"
 #include "core/window.h"
+#include "filter/elements.h"
 
 namespace kipx {
 
@@ -38,6 +39,7 @@ struct BoxDown {
     ptrdiff_t out_step;
     uint64_t count;            // positions of the window
     size_t width, step, pitch; // of the window in pixels; elements of a pixel
+    RowElements elements;      // of bytes
 };
 
 struct BoxLoops {

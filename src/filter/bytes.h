@@ -1,7 +1,8 @@
 // filter/bytes.h - rows of bytes as filters take and write them. For row files only.
 #pragma once
 
-#include "filter/gather.h"
+#include "core/lanes.h"
+#include "core/window.h"
 
 namespace kipx::KIPX_SET {
 
@@ -32,12 +33,12 @@ struct RowOfBytes {
     }
 };
 
-// The source's rows with their borders.
-template<class Along> void along_bytes(const Along &a) {
-    const Wanted wanted{a.reach, a.source, a.step};
+// What there is of the source's rows.
+template<class Along> void copy_rows(const Along &a) {
+    const Span &there = a.source.there;
     for (size_t y = 0; y < a.band.rows; ++y)
-        gather<u8>(wanted, a.band.at + static_cast<ptrdiff_t>(y) * a.band.step,
-                   reinterpret_cast<u8 *>(a.out + static_cast<ptrdiff_t>(y) * a.out_step));
+        memcpy(a.out + static_cast<ptrdiff_t>(y) * a.out_step,
+               a.band.at + static_cast<ptrdiff_t>(y) * a.band.step + there.begin, there.size());
 }
 
 } // namespace kipx::KIPX_SET

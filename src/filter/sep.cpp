@@ -126,12 +126,9 @@ void SepPass::along(const Band &band, char *out, ptrdiff_t step) {
 
 void SepPass::weigh(const char *const *rows, size_t group, char *out, ptrdiff_t step, bool given) {
     // Behind the sums rows are whole; else they are what there is of the source's.
-    SepElements elements{static_cast<ptrdiff_t>(kept_), 0, n_ + (width_ - 1) * step_, false};
-    if (choice_.variant == sep_smooth) {
-        const Span &there = source().there;
-        elements = {given ? there.begin : 0, static_cast<size_t>(there.begin - reach().begin),
-                    there.size(), source().beyond == Beyond::nearest};
-    }
+    const RowElements whole{static_cast<ptrdiff_t>(kept_), 0, n_ + (width_ - 1) * step_, false};
+    const RowElements elements =
+        choice_.variant == sep_smooth ? elements_of(source(), reach(), given) : whole;
     loops_.down({rows, height(), group, n_, weights_.rows, out, step, elements, width_, step_,
                  weights_.columns, choice_.margin, extra(), weights_size_});
 }

@@ -86,7 +86,7 @@ template<size_t results, class Load>
 // taps: how many, where that is known, else 0.
 template<size_t taps, size_t results>
 void smooth_columns(const SepDown &s, const Smoothing &to, size_t g, size_t from, size_t end) {
-    const SepElements &e = s.elements;
+    const RowElements &e = s.elements;
     const auto first = static_cast<ptrdiff_t>(e.before),
                last = first + static_cast<ptrdiff_t>(e.there);
     const size_t height = taps ? taps : s.height, pitch = to.pitch;
@@ -121,7 +121,7 @@ void smooth_columns(const SepDown &s, const Smoothing &to, size_t g, size_t from
 // What is missing before and after the sums down the columns of row k.
 inline void smooth_border(const SepDown &s, const Smoothing &to, size_t k, size_t from,
                           size_t end) {
-    const SepElements &e = s.elements;
+    const RowElements &e = s.elements;
     auto border = [&](size_t i, size_t pixel) {
         *to.at(k, i) = e.nearest ? *to.at(k, pixel + i % s.pixel) : 0;
     };

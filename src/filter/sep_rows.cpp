@@ -3,6 +3,7 @@
 // Promises every set gives the same bits: sums go from their first term to the last.
 #include "filter/sep_rows.h"
 #include "core/element.h"
+#include "filter/bytes.h"
 #include "filter/gather.h"
 #include "filter/sep_bytes.h"
 
@@ -138,7 +139,7 @@ template<class At> u8 exact_sum(const SepDown &s, const At &at) {
 
 // Element x of result row g, from the source rows.
 u8 made_again(const SepDown &s, size_t g, size_t x) {
-    const SepElements &e = s.elements;
+    const RowElements &e = s.elements;
     const char *const *const rows = s.rows + g;
     const size_t first = e.before, end = first + e.there;
     const ptrdiff_t from = e.at - static_cast<ptrdiff_t>(first);
@@ -207,14 +208,6 @@ void down_guarded(const SepDown &s) {
     each_block_down<true, f32>(s, 1, each);
 }
 
-// What there is of the source's rows.
-void copy_rows(const SepAlong &s) {
-    const Span &there = s.source.there;
-    for (size_t y = 0; y < s.band.rows; ++y)
-        memcpy(s.out + static_cast<ptrdiff_t>(y) * s.out_step,
-               s.band.at + static_cast<ptrdiff_t>(y) * s.band.step + there.begin, there.size());
-}
-
 void down_smooth(const SepDown &s) { smooth(s, made_again); }
 
 template<class T, class A> constexpr SepLoops loops_of() {
@@ -226,7 +219,7 @@ constexpr SepSet make_set() {
     set.loops[KIPX_CODE_u8][sep_plain] = loops_of<u8, f64>();
     set.loops[KIPX_CODE_u8][sep_short] = loops_of<u8, f32>();
     set.loops[KIPX_CODE_u8][sep_guarded] = {along<u8, f32>, down_guarded, sizeof(f32)};
-    set.loops[KIPX_CODE_u8][sep_smooth] = {copy_rows, down_smooth, sizeof(f32)};
+    set.loops[KIPX_CODE_u8][sep_smooth] = {copy_rows<SepAlong>, down_smooth, sizeof(f32)};
     set.loops[KIPX_CODE_s16][sep_plain] = loops_of<s16, f64>();
     set.loops[KIPX_CODE_s32][sep_plain] = loops_of<s32, f64>();
     set.loops[KIPX_CODE_f32][sep_plain] = loops_of<f32, f32>();

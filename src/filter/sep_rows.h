@@ -10,6 +10,7 @@
 
 #include "core/sets.h"
 #include "core/window.h"
+#include "filter/elements.h"
 
 namespace kipx {
 
@@ -36,15 +37,6 @@ struct SepAlong {
     size_t kept; // where in a row of the ring the source's elements go; 0: nowhere
 };
 
-// The source's elements in rows, as results look at them: where those that there are begin, in bytes;
-// how many are missing before them; how many there are; and whether the nearest pixel stands for those
-// that are missing, or 0.
-struct SepElements {
-    ptrdiff_t at;
-    size_t before, there;
-    bool nearest;
-};
-
 struct SepDown {
     const char *const *rows; // group + height - 1 of them
     size_t height, group, n;
@@ -52,7 +44,7 @@ struct SepDown {
     char *out;
     ptrdiff_t step;
     // For weights that smooth, and elements that are made again.
-    SepElements elements;
+    RowElements elements;
     size_t width, pixel; // pixel: elements of one
     const double *column_weights;
     double margin; // how far a sum may be off; of those that smooth in 2^-16, a whole number
