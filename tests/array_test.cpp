@@ -297,6 +297,25 @@ TEST(Regions, OfNullAreFalse) {
     kipx_arr_siteof(&arr, nullptr);
 }
 
+// Elements that touch and elements apart, of one and two bytes, nearly all of them alike.
+TEST(Elements, TheFirstThatDiffersIsFound) {
+    Rng rng(4);
+    const uint8_t value[] = {255, 255};
+    for (int i = 0; i < 4000; ++i) {
+        uint8_t bytes[160];
+        for (uint8_t &byte : bytes) byte = rng.one_in(24) ? 254 : 255;
+        const uint32_t size = 1 + rng.below(2), stride = size + rng.below(3),
+                       width = 1 + rng.below(6), rows = rng.below(4),
+                       row_stride = width * stride + rng.below(3);
+        const uint8_t *first = nullptr, *base = bytes + 8;
+        for (uint32_t y = 0; y < rows; ++y)
+            for (uint32_t x = 0; x < width && !first; ++x)
+                if (std::memcmp(base + y * row_stride + x * stride, value, size))
+                    first = base + y * row_stride + x * stride;
+        ASSERT_EQ(kipx_memcelem2dS(base, rows, row_stride, width, stride, size, value), first);
+    }
+}
+
 // The cells of one axis that a region covers.
 std::set<int64_t> cells(int64_t volume, const Wide *from, const Wide *extent) {
     std::set<int64_t> set;
@@ -336,6 +355,7 @@ TEST(Regions, LeaveWhatTheCellsLeave) {
         clipped = roi;
         const int32_t left = kipx_arr__adjustRoi_$I(clipped.origin, clipped.extent, &dst);
         kipx_arr__siteofAt(&src, static_cast<uint32_t>(slots), rest.origin, rest.extent, from);
+        kipx_arr__siteofAt(nullptr, 3, rest.origin, rest.extent, from); // nothing, and no crash
         bool all = true, meets = true;
         for (int k = 0; k < 4; ++k) {
             const bool channel = k == 3;

@@ -82,10 +82,10 @@ TEST(Shapes, SmallOperations) {
 TEST(Shapes, SolidMasks) {
     Rng rng(1);
     for (Layout layout : all_layouts)
-        for (uint32_t naxes : {3u, 4u}) {
+        for (uint32_t channels : {1u, 3u}) {
             Shape shape;
-            shape.width = 5, shape.height = 3, shape.channels = 3, shape.layout = layout;
-            shape.naxes = naxes, shape.planes = 2;
+            shape.width = 5, shape.height = 3, shape.channels = channels, shape.layout = layout;
+            shape.naxes = channels == 1 ? 3 : 4, shape.planes = 2;
             GuardedArray mask(shape);
             mask.fill_integer(255);
             kipx_strel e = {{}, *mask.arr()};
@@ -223,6 +223,22 @@ TEST(Shapes, BorderedSizes) {
     sized(kipx_vmemsizeL_br, packed, &b, false);
     sized(kipx_vmemsize_$IL$se, packed, &s, true);
     sized(kipx_vmemsizeIL_br, packed, &b, true);
+    EXPECT_EQ(kipx_vmemsizeL(packed, wide + 1, strides + 1, 8), all);
+}
+
+TEST(Shapes, BordersOfNothing) {
+    const uint32_t v[3] = {1, 2, 3}, *none = nullptr;
+    const Record old = {1, 2, 3, 4, 5, 6, 7, 8};
+    kipx_brshape b = {{1, 2, 3, 4}, {5, 6, 7, 8}};
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(record(kipx_brshape__compute_$gv(&b, 3, i == 0 ? none : v, i == 1 ? none : v,
+                                                   i == 2 ? none : v, i == 3 ? none : v)),
+                  old);
+    EXPECT_EQ(kipx_brshape__adjust_$gv(nullptr, &b, 3, v, v), KIPX_EINVAL);
+    kipx_brshape copy = b;
+    EXPECT_EQ(kipx_brshape__adjust_$gv(&b, nullptr, 3, v, v), 1); // as it is
+    kipx_brshape__adjust_$gv$I(&copy, 3, v, v);
+    EXPECT_EQ(record(&b), record(&copy));
 }
 
 kipx_site plane(int32_t x, int32_t y, int32_t width, int32_t height) {

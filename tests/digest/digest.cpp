@@ -433,14 +433,15 @@ void regions() {
         for (bool masked : {false, true})
             for (uint16_t polarity : {0, 1, 2})
                 for (uint16_t eight : {0, 1}) {
-                    KipxWTSFDs moments;
-                    KipxWTSMFinitFeatureDs(&moments, nullptr);
+                    KipxWTSFDs features[2]; // moments, and pixels in their order
+                    KipxWTSMFinitFeatureDs(&features[0], nullptr);
+                    KipxWTSPFinitFeatureDs(&features[1], nullptr);
                     KipxMSERContext context = {};
                     context.delta = 8, context.min_area_pixels = 30;
                     context.max_area_fraction = 0.5f, context.max_variation = 0.5f;
                     context.min_diversity = 0.2f, context.gather = 1;
                     context.polarity = polarity, context.connectivity = eight;
-                    context.levelset.descriptors = &moments, context.levelset.count = 1;
+                    context.levelset.descriptors = features, context.levelset.count = 2;
                     const auto generate = fast ? KipxGenerateFMSERsEx : KipxGenerateMSERsEx;
                     const int32_t status =
                         generate(&environment, 0, &scene.arr, masked ? &mask.arr : nullptr, nullptr,
@@ -450,9 +451,14 @@ void regions() {
                         const KipxWTSregion *r = context.list.entries[i];
                         list.insert(list.end(), {double(r->level), double(r->area)});
                         if (!fast) continue;
-                        const auto *m = reinterpret_cast<const KipxWTSMF *>(
-                            reinterpret_cast<const char *>(r) + moments.state_offset);
+                        const char *at = reinterpret_cast<const char *>(r);
+                        const auto *m =
+                            reinterpret_cast<const KipxWTSMF *>(at + features[0].state_offset);
+                        const auto *p =
+                            reinterpret_cast<const KipxWTSPF *>(at + features[1].state_offset);
                         list.insert(list.end(), {kipx_mf_mx(m), kipx_mf_my(m), kipx_mf_theta(m)});
+                        for (uint64_t k = 0; k < p->count; ++k)
+                            list.push_back(p->entries[k].row * 160.0 + p->entries[k].column);
                     }
                     tell(named(fast ? "fmser" : "mser", {}, polarity * 4 + eight * 2 + masked),
                          status, list.data(), list.size() * sizeof list[0]);
