@@ -75,12 +75,13 @@ TEST(Filter, IsWhatLoopsOverEveryWindowGive) {
         const kipx_seshape *given = rng.one_in(20) ? nullptr : &shape;
         if (rng.one_in(10)) c.most_width = 400;
         if (kind == KIPX_FILTER_BOX && rng.one_in(16)) {
-            // Where means of bytes change their way: products, 16 bits, sums down the columns.
-            const int32_t sides[][2] = {{13, 14},  {14, 14}, {31, 31},  {128, 9},
-                                        {129, 12}, {257, 3}, {258, 11}, {85, 258}};
+            // Where means of 8 and 16 bits change their way: products, 16 bits, sums down the columns.
+            const int32_t sides[][2] = {{13, 14}, {14, 14},  {17, 5},  {43, 2},   {31, 31},
+                                        {128, 9}, {129, 12}, {257, 3}, {258, 11}, {256, 128}};
             const auto &side = rng.pick(sides);
             __kipx_seshape__$g2(&shape, side[0], side[1]);
-            c.type = rng.one_in(4) ? KIPX_S16 : KIPX_U8, c.most_width = 90;
+            const uint32_t small[] = {KIPX_U8, KIPX_U8, KIPX_S16, KIPX_U16};
+            c.type = rng.pick(small), c.most_width = 90;
         }
         if (kind == KIPX_FILTER_BOX && is_real(c.type)) {
             c.values = Values::small;

@@ -27,9 +27,9 @@ size_t together(size_t row) {
     return std::clamp<size_t>(box_together_bytes / row, 1, box_together);
 }
 
-// Of sums, or of bytes with their border.
+// Of sums, or of elements with their border.
 size_t ring_row(const Sheet &s, const Window &w, const BoxLoops &loops) {
-    return loops.columns_first ? s.width + size_t{w.width} * s.step + slack
+    return loops.columns_first ? (s.width + size_t{w.width} * s.step) * s.src.size + slack
                                : s.width * loops.sum_size;
 }
 
@@ -52,7 +52,7 @@ BoxPass::BoxPass(const Sheet &sheet, const Window &window, const BoxLoops &loops
                rows_of_sums(sums_size(sheet, window, loops), loops) *
                    sums_size(sheet, window, loops)),
       loops_(loops), sums_size_(sums_size(sheet, window, loops)), n_(sheet.width),
-      step_(sheet.step), width_(window.width), count_(positions(window)) {
+      step_(sheet.step), size_(sheet.src.size), width_(window.width), count_(positions(window)) {
     auto bytes = [&](size_t pixels) { return static_cast<ptrdiff_t>(pixels * sheet.step_bytes()); };
     reach_ = {-bytes(window.column), bytes(window.width - 1 - window.column)};
     reach_.end += static_cast<ptrdiff_t>(sheet.bytes());
@@ -72,7 +72,7 @@ void BoxPass::along(const Band &band, char *out, ptrdiff_t step) {
 void BoxPass::mean(const char *const *rows, size_t count, char *out, ptrdiff_t step, bool given) {
     char *shared = loops_.columns_first ? extra() : extra() + together(sums_size_) * sums_size_;
     loops_.down({rows, height(), count, n_, shared, first_, out, step, count_, width_, step_,
-                 sums_size_, elements_of(source(), reach(), given)});
+                 sums_size_, elements_of(source(), reach(), given, size_)});
     first_ = false;
 }
 

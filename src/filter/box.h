@@ -22,7 +22,7 @@ private:
     void down(const char *const *rows, size_t group, char *out, ptrdiff_t step) override;
     BoxPass(const Sheet &sheet, const Window &window, const BoxLoops &loops);
     const BoxLoops &loops_;
-    size_t sums_size_, n_, step_, width_;
+    size_t sums_size_, n_, step_, size_, width_;
     uint64_t count_;
     bool first_ = true;
 };

@@ -4,6 +4,7 @@
 #include "filter/box_rows.h"
 #include "core/element.h"
 #include "filter/box_bytes.h"
+#include "filter/box_shorts.h"
 #include "filter/gather.h"
 
 namespace kipx::KIPX_SET {
@@ -160,19 +161,27 @@ template<class T, class A> constexpr BoxLoops loops_of(uint64_t most) {
     return {along<T, A>, down_integers<T, A>, most, any, sizeof(A), false};
 }
 
+constexpr BoxLoops columns_first(void (*down)(const BoxDown &), uint64_t most,
+                                 uint32_t highest = UINT32_MAX) {
+    return {copy_rows<BoxAlong>, down, most, highest, sizeof(u32), true};
+}
+
+template<class T> constexpr void shorts(BoxLoops (&loops)[box_variants]) {
+    loops[0] = columns_first(down_shorts<T, ShortQuotient>, ShortQuotient::most_positions);
+    loops[1] = columns_first(down_shorts<T, LongQuotient>, LongQuotient::most_positions);
+    loops[2] = loops_of<T, s64>(UINT64_MAX);
+}
+
 constexpr BoxSet make_set() {
     constexpr uint64_t all = UINT64_MAX;
     BoxSet set{};
-    set.loops[KIPX_CODE_u8][0] = {
-        copy_rows<BoxAlong>, down_bytes, ByteMean<u32>::most_positions, 257, sizeof(u32), true};
+    set.loops[KIPX_CODE_u8][0] = columns_first(down_bytes, ByteMean<u32>::most_positions, 257);
     set.loops[KIPX_CODE_u8][1] = loops_of<u8, u32>(1u << 24);
     set.loops[KIPX_CODE_u8][2] = loops_of<u8, s64>(all);
     set.loops[KIPX_CODE_s8][0] = loops_of<s8, s32>(1u << 24);
     set.loops[KIPX_CODE_s8][1] = loops_of<s8, s64>(all);
-    set.loops[KIPX_CODE_s16][0] = loops_of<s16, s32>(1u << 15);
-    set.loops[KIPX_CODE_s16][1] = loops_of<s16, s64>(all);
-    set.loops[KIPX_CODE_u16][0] = loops_of<u16, u32>(1u << 16);
-    set.loops[KIPX_CODE_u16][1] = loops_of<u16, s64>(all);
+    shorts<s16>(set.loops[KIPX_CODE_s16]);
+    shorts<u16>(set.loops[KIPX_CODE_u16]);
     set.loops[KIPX_CODE_s32][0] = loops_of<s32, s64>(all);
     set.loops[KIPX_CODE_u32][0] = loops_of<u32, s64>(all);
     set.loops[KIPX_CODE_f32][0] = loops_of<f32, f64>(all);

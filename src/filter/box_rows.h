@@ -3,7 +3,8 @@
 // Sums along every row, of windows doubled as often as it takes; then down the columns: integers by
 // a sum that gains a row and loses one, real numbers by sums that only gain (the rows that a group's
 // windows share, those above it, those below), so that nothing drifts and an infinity passes. Of
-// bytes the sums down the columns come first, of source rows where they lie, or of a ring of them.
+// bytes and of 16 bits the sums down the columns come first, of source rows where they lie, or of a
+// ring of them.
 #pragma once
 
 #include "core/sets.h"
@@ -33,13 +34,13 @@ struct BoxDown {
     size_t height, group, n;
     char
         *shared; // integers: sums of the rows that the last window shares with the next, n of them;
-                 // bytes: three rows of scratch, a pitch each
+                 // columns first: three rows of scratch, a pitch each
     bool first;  // there are none yet
     char *out;
     ptrdiff_t out_step;
     uint64_t count;            // positions of the window
     size_t width, step, pitch; // of the window in pixels; elements of a pixel
-    RowElements elements;      // of bytes
+    RowElements elements;      // columns first
 };
 
 struct BoxLoops {

@@ -1,4 +1,4 @@
-// filter/bytes.h - rows of bytes as filters take and write them. For row files only.
+// filter/bytes.h - rows as filters take and write them. For row files only.
 #pragma once
 
 #include "core/lanes.h"
@@ -11,25 +11,35 @@ template<class S> struct BytesOf { typedef u8 Type __attribute__((vector_size(la
 // As many as a vector has lanes.
 template<class S> using Bytes = typename BytesOf<S>::Type;
 
-inline Vector<u16> widened(const char *row, size_t x) {
-    Bytes<u16> bytes;
-    memcpy(&bytes, row + x, sizeof bytes);
+// A vector of S from as many smaller elements.
+template<class T, class S> inline Vector<S> widened(const void *elements) {
+    typedef T Narrow __attribute__((vector_size(lanes_of<S> * sizeof(T))));
+    Narrow v;
+    memcpy(&v, elements, sizeof v);
 #if defined(__AVX512BW__)
-    return reinterpret_cast<Vector<u16>>(_mm512_cvtepu8_epi16(reinterpret_cast<__m256i>(bytes)));
-#else
-    return __builtin_convertvector(bytes, Vector<u16>);
+    [[maybe_unused]] const auto half = reinterpret_cast<__m256i>(v);
+    if constexpr (same<T, u8> && same<S, u16>)
+        return reinterpret_cast<Vector<S>>(_mm512_cvtepu8_epi16(half));
+    if constexpr (same<T, s16> && same<S, u32>)
+        return reinterpret_cast<Vector<S>>(_mm512_cvtepi16_epi32(half));
+    if constexpr (same<T, u16> && same<S, u32>)
+        return reinterpret_cast<Vector<S>>(_mm512_cvtepu16_epi32(half));
 #endif
+    if constexpr (T(-1) < T(0))
+        return reinterpret_cast<Vector<S>>(__builtin_convertvector(v, Vector<s32>));
+    else
+        return __builtin_convertvector(v, Vector<S>);
 }
 
-// What a result row of n bytes is written by, a vector at a time.
-struct RowOfBytes {
+// What a result row of n bytes is written by, a vector at a time, from byte x on.
+struct ResultRow {
     char *to;
     size_t n;
-    template<class V> [[gnu::always_inline]] void put(size_t x, const V &bytes) const {
-        if (n - x >= sizeof bytes)
-            memcpy(to + x, &bytes, sizeof bytes);
+    template<class V> [[gnu::always_inline]] void put(size_t x, const V &some) const {
+        if (x + sizeof some <= n)
+            memcpy(to + x, &some, sizeof some);
         else
-            memcpy(to + x, &bytes, n - x);
+            memcpy(to + x, &some, n - x);
     }
 };
 

@@ -14,10 +14,11 @@ struct RowElements {
     bool nearest;
 };
 
-// Of bytes. given: rows are as lines give them.
-inline RowElements elements_of(const Source &source, const Span &reach, bool given) {
-    return {given ? source.there.begin : 0, static_cast<size_t>(source.there.begin - reach.begin),
-            source.there.size(), source.beyond == Beyond::nearest};
+// size: of an element. given: rows are as lines give them.
+inline RowElements elements_of(const Source &source, const Span &reach, bool given, size_t size) {
+    return {given ? source.there.begin : 0,
+            static_cast<size_t>(source.there.begin - reach.begin) / size,
+            source.there.size() / size, source.beyond == Beyond::nearest};
 }
 
 } // namespace kipx

@@ -128,7 +128,7 @@ void SepPass::weigh(const char *const *rows, size_t group, char *out, ptrdiff_t 
     // Behind the sums rows are whole; else they are what there is of the source's.
     const RowElements whole{static_cast<ptrdiff_t>(kept_), 0, n_ + (width_ - 1) * step_, false};
     const RowElements elements =
-        choice_.variant == sep_smooth ? elements_of(source(), reach(), given) : whole;
+        choice_.variant == sep_smooth ? elements_of(source(), reach(), given, 1) : whole;
     loops_.down({rows, height(), group, n_, weights_.rows, out, step, elements, width_, step_,
                  weights_.columns, choice_.margin, extra(), weights_size_});
 }
