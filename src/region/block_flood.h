@@ -36,6 +36,7 @@
 // those it asked before are reached. Done pixels are only counted. Stacks and runs keep either rule.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -97,8 +98,11 @@ private:
     };
     template<uint32_t edges, bool runs> bool branch(uint32_t seed);
     bool mark(uint32_t seed);
-    bool stays(uint32_t pixel, uint32_t level, uint32_t lowest, const uint32_t *near);
     static constexpr uint32_t marked = 4; // neighbours, where they are marked
+    struct Near {
+        Cell of[marked]; // levels of the neighbours, in the order of the steps
+    };
+    bool descend(uint32_t pixel, uint32_t level, uint32_t lowest, Near near);
     template<uint32_t edges> struct Steps { ptrdiff_t to[edges]; };
     template<uint32_t edges> Steps<edges> steps() const {
         const ptrdiff_t stride = block_.stride;
@@ -157,26 +161,26 @@ bool BlockFlood<Cell, Index, Sink, Rule>::end(bool wanted) {
     return true;
 }
 
-// A pixel's lower neighbours have joined the boundary. If there are several, all but the first of the
-// lowest leave it again, and the pixel stays.
+// The neighbours of a pixel some of which are lower: all join the boundary but for the lower ones, of
+// which the first of the lowest joins. Whether that was all of them, and the pixel is done.
 template<class Cell, class Index, class Sink, class Rule>
-bool BlockFlood<Cell, Index, Sink, Rule>::stays(uint32_t pixel, uint32_t level, uint32_t lowest,
-                                                const uint32_t *near) {
+[[gnu::noinline]] bool BlockFlood<Cell, Index, Sink, Rule>::descend(uint32_t pixel, uint32_t level,
+                                                                    uint32_t lowest, Near near) {
     const auto [step] = steps<marked>();
-    uint32_t lower = 0, first = marked;
-    for (uint32_t e = marked; e-- > 0;) {
-        lower += near[e] < level;
-        if (near[e] == lowest) first = e;
-    }
-    if (lower == 1) return false;
-    for (uint32_t e = marked; e-- > 0;)
-        if (near[e] < level) {
-            --queues_.tail[near[e]];
-            block_.at[pixel + step[e]] = static_cast<Cell>(near[e]);
+    uint32_t left = 0;
+    bool found = false;
+    for (uint32_t e = 0; e < marked; ++e) {
+        const bool first = near.of[e] == lowest && !found;
+        found |= first;
+        if (near.of[e] < level && !first) {
+            ++left;
+            continue;
         }
-    block_.at[pixel + step[first]] = static_cast<Cell>(reached<Cell>);
-    queues_.push(lowest, pixel + static_cast<uint32_t>(step[first]));
-    return true;
+        block_.at[pixel + step[e]] = static_cast<Cell>(reached<Cell>);
+        queues_.push(near.of[e], pixel + static_cast<uint32_t>(step[e]));
+    }
+    queues_.forget_lost();
+    return left == 0;
 }
 
 template<class Cell, class Index, class Sink, class Rule>
@@ -250,9 +254,11 @@ bool BlockFlood<Cell, Index, Sink, Rule>::branch(uint32_t seed) {
 
 template<class Cell, class Index, class Sink, class Rule>
 bool BlockFlood<Cell, Index, Sink, Rule>::mark(uint32_t seed) {
-    const auto [step] = steps<marked>();
     constexpr Cell mark = static_cast<Cell>(reached<Cell>);
+    // As few values as can be are kept over a turn, for what finds no register is stored with every
+    // pixel. What happens below the level in hand is told to a function of its own for that reason.
     Cell *const cells = block_.at;
+    const ptrdiff_t stride = block_.stride;
     uint32_t level = cells[seed];
     cells[seed] = mark;
     open(level, seed);
@@ -263,27 +269,30 @@ bool BlockFlood<Cell, Index, Sink, Rule>::mark(uint32_t seed) {
     for (;;) {
         const bool more = next != queues_.tail[level];
         const Index early = *next;
-        Cell *const cell = cells + pixel;
-        uint32_t near[marked], lowest = reached<Cell>;
-        for (uint32_t e = 0; e < marked; ++e) near[e] = cell[step[e]];
-        for (uint32_t e = 0; e < marked; ++e) cell[step[e]] = mark;
-        for (uint32_t e = 0; e < marked; ++e) {
-            queues_.push(near[e], pixel + static_cast<uint32_t>(step[e]));
-            lowest = near[e] < lowest ? near[e] : lowest;
-        }
-        queues_.forget_lost();
-        *done++ = static_cast<Index>(pixel);
+        *done = static_cast<Index>(pixel);
+        Cell *const right = cells + pixel + 1, *const left = cells + pixel - 1;
+        Cell *const below = cells + pixel + stride, *const above = cells + pixel - stride;
+        const Near near{{*right, *left, *below, *above}};
+        const Cell lowest = std::min(std::min(*right, *left), std::min(*below, *above));
         if (lowest < level) [[unlikely]] {
-            uint32_t seen[marked]; // a copy, so that near need not lie in memory
-            for (uint32_t e = 0; e < marked; ++e) seen[e] = near[e];
-            if (stays(pixel, level, lowest, seen)) --done, --next;
-            queues_.head[level] = next;
+            const bool all = descend(pixel, level, lowest, near);
+            done += all;
+            queues_.head[level] = next - !all;
             level = lowest;
             next = queues_.head[level];
             pixel = *next++;
             done_ = static_cast<uint32_t>(done - order_);
-            open(level, pixel);
-        } else if (more) {
+            open(lowest, pixel);
+            continue;
+        }
+        *right = *left = *below = *above = mark;
+        queues_.push(near.of[0], pixel + 1);
+        queues_.push(near.of[1], pixel - 1);
+        queues_.push(near.of[2], pixel + static_cast<uint32_t>(stride));
+        queues_.push(near.of[3], pixel - static_cast<uint32_t>(stride));
+        queues_.forget_lost();
+        ++done;
+        if (more) {
             pixel = early;
             ++next;
         } else if (next != queues_.tail[level]) {
@@ -291,9 +300,8 @@ bool BlockFlood<Cell, Index, Sink, Rule>::mark(uint32_t seed) {
         } else {
             queues_.head[level] = next;
             done_ = static_cast<uint32_t>(done - order_);
-            uint32_t higher = queues_.next_after(level);
-            if (higher == reached<Cell>) return true;
-            level = higher;
+            level = queues_.next_after(level);
+            if (level == reached<Cell>) return true;
             next = queues_.head[level];
             pixel = *next++;
             if (!raise(level, pixel)) return false;
