@@ -156,13 +156,19 @@ uint32_t *number_walls(const FloodImage &image, const Extent &part, uint32_t str
 
 template<class Cell> void close_borders(const Block<Cell> &block, CellCounts &counts) {
     set_borders(block, reached<Cell>);
+    // Eight cells that are those before once more are counted with these: a counter that is incremented
+    // again and again would wait for itself.
+    constexpr uint32_t batch = 8;
     uint32_t part[4][level_count + 1] = {};
     for (uint32_t y = 0; y < block.height; ++y) {
-        const Cell *c = block.at + uint64_t{y} * block.stride;
-        uint32_t x = 0;
-        for (; x + 4 <= block.width; x += 4)
-            for (uint32_t k = 0; k < 4; ++k) ++part[k][c[x + k]];
-        for (; x < block.width; ++x) ++part[0][c[x]];
+        const Cell *c = block.at + uint64_t{y} * block.stride, *const end = c + block.width;
+        while (end - c >= batch) {
+            uint32_t times = 0;
+            do ++times, c += batch;
+            while (end - c >= batch && std::memcmp(c - batch, c, batch * sizeof *c) == 0);
+            for (uint32_t k = 0; k < batch; ++k) part[k % 4][(c - batch)[k]] += times;
+        }
+        for (; c < end; ++c) ++part[0][*c];
     }
     for (uint32_t v = 0; v <= level_count; ++v)
         counts.of[v] = part[0][v] + part[1][v] + part[2][v] + part[3][v];
