@@ -14,10 +14,10 @@
  * in f32 and f64. The other functions take u8, s16, s32, f32 and f64 on either side. Other valid types
  * are KIPX_ENOTSUP.
  *
- * Accuracy. From f32 to f32 KipxExp and KipxLn are computed in f32, else everything is in f64. Results
- * in f32 and f64 are the correctly rounded value or its neighbour; in f32 from other types, and for
- * KipxSigmoidAlpha from any, nearly always the former. Integer results are rounded to nearest, ties to even, and
- * saturated; NaN gives the smallest value, 0 in u8. Subnormal numbers are read and written as they are.
+ * Accuracy. From f32 to f32 everything is computed in f32, else in f64. Results in f32 and f64 are the
+ * correctly rounded value or its neighbour; in f32 from other types, and for KipxSigmoidAlpha from any,
+ * nearly always the former. Integer results are rounded to nearest, ties to even, and saturated; NaN gives
+ * the smallest value, 0 in u8. Subnormal numbers are read and written as they are.
  *
  * Scale. r is multiplied by 2^-k with k = -s mod 32 for s < 0, by 2^(s mod 64) for s > 0, before it is
  * rounded to an integer.

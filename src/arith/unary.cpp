@@ -1,10 +1,11 @@
 // arith/unary.cpp - negation, exponential, logarithm and sigmoid, from the public functions to the loops.
 #include <kipx/unary.h>
 
+#include <algorithm>
+
 #include "arith/arith_shapes.h"
 #include "arith/typed_arith.h"
 #include "arith/unary_rows.h"
-#include "convert/constants.h"
 #include "core/rows.h"
 #include "core/stamp.h"
 
@@ -20,7 +21,8 @@ uint32_t unary_index(uint32_t type) {
     return i;
 }
 
-int32_t work_unary(UnaryOp op, Call &c) {
+// alpha: one number, for sigmoids.
+int32_t work_unary(UnaryOp op, Call &c, const double *alpha = nullptr) {
     if (!element_valid(c.dst.type) || !element_valid(c.src[0].type)) return KIPX_EINVAL;
     const uint32_t to = unary_index(c.dst.type), from = unary_index(c.src[0].type);
     if (to == unary_type_count || from == unary_type_count) return KIPX_ENOTSUP;
@@ -28,15 +30,16 @@ int32_t work_unary(UnaryOp op, Call &c) {
     if (no_work_asked(c)) return no_work_answer(c);
     if (c.height == 0 || c.width == 0) return 0;
 
+    const auto direct = static_cast<uint32_t>(op);
     if (op == UnaryOp::sigmoid && c.dst.type == KIPX_F64) op = UnaryOp::precise_sigmoid;
     Rows how;
     how.set = active_set(c.flags);
     const UnaryLoops &loops = *unary_loops_of(how.set);
     const UnaryWay way = {loops.read[from], loops.work[static_cast<uint32_t>(op)], loops.write[to],
-                          make_scale(static_cast<const Scaled *>(c.params)->exponent).factor};
-    const auto direct = static_cast<uint32_t>(op);
+                          make_scale(static_cast<const Scaled *>(c.params)->exponent).factor,
+                          alpha ? *alpha : 0};
     how.loop = loops.by_blocks;
-    if (c.dst.type == c.src[0].type && direct < 3) {
+    if (c.dst.type == c.src[0].type) {
         if (c.dst.type == KIPX_F32) how.loop = loops.of_f32[direct];
         if (c.dst.type == KIPX_F64) how.loop = loops.of_f64[direct];
     }
@@ -67,9 +70,17 @@ template<ArithOp op> int32_t work_negate(Call &c) {
 int32_t work_sigmoid(Call &c) {
     const double *alpha = static_cast<const Scaled *>(c.params)->values;
     if (!alpha || c.channels == 0) return KIPX_EINVAL;
-    Constants constants(KIPX_F64, alpha, c);
-    c.src[c.sources++] = constants.operand();
-    return work_unary(UnaryOp::sigmoid, c);
+    if (std::all_of(alpha, alpha + c.channels, [=](double a) { return a == *alpha; }))
+        return work_unary(UnaryOp::sigmoid, c, alpha);
+    int32_t code = 0;
+    for (uint32_t i = 0; i < c.channels && code == 0; ++i) {
+        Call one = c;
+        one.channels = 1;
+        for (Operand *o : {&one.dst, &one.src[0], &one.mask})
+            if (o->at) o->at += i * o->channel;
+        code = work_unary(UnaryOp::sigmoid, one, alpha + i);
+    }
+    return code;
 }
 
 } // namespace

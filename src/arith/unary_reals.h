@@ -1,4 +1,4 @@
-// arith/unary_reals.h - the numbers of which exponential and logarithm are made. For row files only.
+// arith/unary_reals.h - the numbers of which exponential, logarithm and sigmoid are made. For row files only.
 //
 // Coefficients are those of near-minimax fits of the functions named beside them. Points of the logarithm
 // are reciprocals of half a number's bits. Their logarithms have so few bits that any multiple of the high part
@@ -24,8 +24,27 @@ template<> struct Real<f32> {
         0x1.306fep+0f,  0x1.3dea64p+0f, 0x1.4bfdaep+0f, 0x1.5ab07ep+0f,
         0x1.6a09e6p+0f, 0x1.7a1148p+0f, 0x1.8ace54p+0f, 0x1.9c4918p+0f,
         0x1.ae89fap+0f, 0x1.c199bep+0f, 0x1.d5818ep+0f, 0x1.ea4afap+0f};
+    // What the true roots are more than these, as parts of them.
+    static constexpr f32 root_rests[16] = {0,
+                                           0x1.8d96d4p-25f,
+                                           -0x1.9c0c22p-27f,
+                                           0x1.964904p-25f,
+                                           0x1.125002p-25f,
+                                           0x1.370be4p-25f,
+                                           -0x1.0a3550p-25f,
+                                           -0x1.00d8acp-27f,
+                                           0x1.26055cp-26f,
+                                           -0x1.05cb44p-25f,
+                                           0x1.67a1cap-28f,
+                                           0x1.a3b5e4p-28f,
+                                           -0x1.f9c304p-27f,
+                                           -0x1.6961b4p-28f,
+                                           -0x1.a5217cp-28f,
+                                           0x1.61428ep-28f};
     // (e^r - 1 - r) / r^2
     static constexpr f32 exp_tail[2] = {0x1.000148p-1f, 0x1.55565cp-3f};
+    // (2^(r / 16) - 1) / r
+    static constexpr f32 power_tail[3] = {0x1.62e43p-5f, 0x1.ebfff4p-11f, 0x1.c6ae3ep-17f};
 
     static constexpr f32 least_simple = 0x1p-64f; // up to its reciprocal
     static constexpr u32 lowest_point = 0x3f3c0000, upper_half = ~u32{0xfff};
@@ -61,7 +80,7 @@ template<> struct Real<f64> {
     static constexpr int digits = 52;
     static constexpr u64 window = 8192;
     static constexpr f64 least = -746, most = 710, normal = 0x1p-1022;
-    static constexpr f64 steps_in_one = 0x1.71547652b82fep4;
+    static constexpr f64 steps_in_one = 0x1.71547652b82fep4, steps_rest = 0x1.777d0ffda0d24p-52;
     static constexpr f64 step_high = 0x1.62e42fefap-5, step_low = 0x1.cf79abc9ep-44; // 38 bits
     static constexpr f64 roots[16] = {0x1p+0,
                                       0x1.0b5586cf9890fp+0,
@@ -99,6 +118,9 @@ template<> struct Real<f64> {
     static constexpr f64 exp_tail[6] = {0x1.0000000000001p-1,  0x1.5555555555556p-3,
                                         0x1.55555554e8d7bp-5,  0x1.11111110e0d94p-7,
                                         0x1.6c17ede661f5cp-10, 0x1.a01b0cb76698bp-13};
+    static constexpr f64 power_tail[6] = {0x1.62e42fefa39fdp-5,  0x1.ebfbdff82c59dp-11,
+                                          0x1.c6b08d6e8cc71p-17, 0x1.3b2ab6fa93f3ep-23,
+                                          0x1.5d89bd649645bp-30, 0x1.430a9c00a6d39p-37};
 
     static constexpr f64 least_simple = 0x1p-512;
     static constexpr u64 lowest_point = 0x3fe7800000000000, upper_half = ~u64{0x3ffffff};

@@ -1,7 +1,7 @@
 // arith/unary_rows.cpp - the row loops of exponential, logarithm and sigmoid, compiled once per
 // instruction set.
 #include "arith/unary_rows.h"
-#include "arith/unary_values.h"
+#include "arith/unary_sigmoids.h"
 
 namespace kipx::KIPX_SET {
 namespace {
@@ -41,7 +41,7 @@ template<class T> inline Vector<T> finished(Vector<T> y, T factor) {
 
 // The function of n numbers, four vectors at a time.
 template<class T, class Function>
-void row_of(void *dst, const void *src, size_t n, T factor, bool streamed) {
+void row_of(void *dst, const void *src, size_t n, Function function, T factor, bool streamed) {
     constexpr size_t vectors = 4, lanes = vector_bytes / sizeof(T), block = vectors * lanes;
     struct Block {
         alignas(64) Vector<T> at[vectors];
@@ -50,11 +50,11 @@ void row_of(void *dst, const void *src, size_t n, T factor, bool streamed) {
         Vector<Word<T>> odd = {};
 #pragma GCC unroll 4
         for (size_t v = 0; v < vectors; ++v)
-            to.at[v] = Function::template simple<T>(load_vector<T>(from, v * lanes), odd);
+            to.at[v] = function.template simple<T>(load_vector<T>(from, v * lanes), odd);
         if (factor == 1 && !any(reinterpret_cast<Vector<u64>>(odd & Function::template special<T>)))
             return;
         for (size_t v = 0; v < vectors; ++v)
-            to.at[v] = finished(Function::template of<T>(load_vector<T>(from, v * lanes)), factor);
+            to.at[v] = finished(function.template of<T>(load_vector<T>(from, v * lanes)), factor);
     };
     const auto *from = static_cast<const char *>(src);
     auto *to = static_cast<char *>(dst);
@@ -76,43 +76,44 @@ void row_of(void *dst, const void *src, size_t n, T factor, bool streamed) {
     memcpy(to + done * sizeof(T), &b, (n - done) * sizeof(T));
 }
 
-template<class Function> void work(f64 *values, const f64 *, size_t n) {
-    row_of<f64, Function>(values, values, n, 1, false);
+template<class Function> void work(f64 *values, size_t n, f64) {
+    row_of<f64>(values, values, n, Function(), 1.0, false);
 }
-void negative(f64 *values, const f64 *, size_t n) {
+void negative(f64 *values, size_t n, f64) {
     KIPX_INDEPENDENT
     for (size_t i = 0; i < n; ++i) values[i] = -values[i];
 }
-// The values are there up to the end of a vector; alpha need not be.
-template<Vector<f64> (*function)(Vector<f64>, Vector<f64>)>
-void sigmoids(f64 *values, const f64 *alpha, size_t n) {
-    constexpr size_t lanes = vector_bytes / sizeof(f64);
-    for (size_t i = 0; i < n; i += lanes) {
-        Vector<f64> a = {};
-        if (n - i < lanes)
-            memcpy(&a, alpha + i, (n - i) * sizeof(f64));
-        else
-            a = load_vector<f64>(alpha, i);
-        const Vector<f64> y = function(load_vector<f64>(values, i), a);
+// The values are there up to the end of a vector.
+template<class Function> void sigmoids(f64 *values, size_t n, f64 alpha) {
+    const Function function(alpha);
+    for (size_t i = 0; i < n; i += vector_bytes / sizeof(f64)) {
+        const Vector<f64> y = function.template of<f64>(load_vector<f64>(values, i));
         memcpy(values + i, &y, sizeof y);
     }
 }
 
 void by_blocks(Run run) {
     const auto &way = *static_cast<const UnaryWay *>(run.params);
-    const auto *alpha = static_cast<const f64 *>(run.src[1]);
     alignas(64) f64 block[unary_block] = {};
     for (size_t at = 0; at < run.n; at += unary_block) {
         const size_t n = run.n - at < unary_block ? run.n - at : unary_block;
         way.read(block, run.src[0], at, n);
-        way.work(block, alpha ? alpha + at : nullptr, n);
+        way.work(block, n, way.alpha);
         way.write(run.dst, block, at, n, way.factor);
     }
 }
 
-template<class T, class Function> void direct(Run run) {
+template<class T, class Function> void direct(Run run, Function function) {
     const auto factor = static_cast<T>(static_cast<const UnaryWay *>(run.params)->factor);
-    row_of<T, Function>(run.dst, run.src[0], run.n, factor, run.writing == Writing::streamed);
+    row_of<T>(run.dst, run.src[0], run.n, function, factor, run.writing == Writing::streamed);
+}
+template<class T, class Function> void direct(Run run) { direct<T>(run, Function()); }
+template<class T, class Function> void direct_sigmoid(Run run) {
+    const f64 alpha = static_cast<const UnaryWay *>(run.params)->alpha;
+    if (moderate(alpha))
+        direct<T>(run, Function(alpha));
+    else
+        by_blocks(run);
 }
 void single_negative(Run run) {
     const auto factor = static_cast<f32>(static_cast<const UnaryWay *>(run.params)->factor);
@@ -126,10 +127,13 @@ void single_negative(Run run) {
 #define KIPX_TYPES(loop) loop<u8>, loop<s16>, loop<s32>, loop<f32>, loop<f64>
 extern const UnaryLoops unary_loops[1] = {
     {{KIPX_TYPES(read)},
-     {negative, work<Exponential>, work<Logarithm>, sigmoids<sigmoid>, sigmoids<precise_sigmoid>},
+     {negative, work<Exponential>, work<Logarithm>, sigmoids<PlainSigmoid>,
+      sigmoids<DoubleSigmoid>},
      {KIPX_TYPES(write)},
-     {single_negative, direct<f32, Exponential>, direct<f32, Logarithm>},
-     {by_blocks, direct<f64, Exponential>, direct<f64, Logarithm>},
+     {single_negative, direct<f32, Exponential>, direct<f32, Logarithm>,
+      direct_sigmoid<f32, SingleSigmoid>},
+     {by_blocks, direct<f64, Exponential>, direct<f64, Logarithm>,
+      direct_sigmoid<f64, DoubleSigmoid>},
      by_blocks}};
 
 } // namespace kipx::KIPX_SET

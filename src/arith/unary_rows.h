@@ -18,21 +18,21 @@ inline constexpr uint32_t unary_type_count = 5;
 
 struct UnaryLoops {
     void (*read[unary_type_count])(double *to, const void *from, size_t at, size_t n);
-    // alpha: as many numbers as there are values, for the sigmoid.
-    void (*work[unary_op_count])(double *values, const double *alpha, size_t n);
+    // alpha: for sigmoids.
+    void (*work[unary_op_count])(double *values, size_t n, double alpha);
     void (*write[unary_type_count])(void *to, const double *from, size_t at, size_t n,
                                     double factor);
-    // Negation, exponential and logarithm without a detour through blocks, and the loop for the rest.
-    RowLoop of_f32[3], of_f64[3], by_blocks;
+    // Negation, exponential, logarithm and sigmoid without a detour through blocks, and the loop for the rest.
+    RowLoop of_f32[4], of_f64[4], by_blocks;
 };
 KIPX_SET_TABLES(UnaryLoops, unary_loops, 1)
 
 // What the loops find at params.
 struct UnaryWay {
     void (*read)(double *to, const void *from, size_t at, size_t n);
-    void (*work)(double *values, const double *alpha, size_t n);
+    void (*work)(double *values, size_t n, double alpha);
     void (*write)(void *to, const double *from, size_t at, size_t n, double factor);
-    double factor;
+    double factor, alpha;
 };
 
 } // namespace kipx

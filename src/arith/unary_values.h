@@ -1,7 +1,7 @@
-// arith/unary_values.h - exponential, logarithm and sigmoid of vectors of numbers. For row files only.
+// arith/unary_values.h - exponential and logarithm of vectors of numbers. For row files only.
 //
 // Gives    Exponential, Logarithm (f32, f64): of (x) for any x, simple (x, odd) for those that take no special
-//          care, which are told by bits of `odd`; sigmoid, precise_sigmoid (f64).
+//          care, which are told by bits of `odd`.
 // Promises additions, multiplications, divisions, moves of bits and tables of sixteen, so that every form
 //          gives the same bits; operations are fused where a product is exact, which changes none. Exponential
 //          and logarithm are the number nearest to the true value or its neighbour.
@@ -105,6 +105,7 @@ struct Exponential {
             r = same<T, f64> ? sum_with_exact(k, all(-R::step_low), r) : r - k * R::step_low;
             p = r + r * r * polynomial(R::exp_tail, r);
         }
+        Parts(Vector<T> p_of, Vector<T> k_of, Vector<T> sum_of) : p(p_of), k(k_of), sum(sum_of) {}
     };
     // 2^(k / 16) of a sum.
     template<class T> static Vector<T> scale(Vector<T> sum) {
@@ -112,9 +113,13 @@ struct Exponential {
         return number_of<T>(bits_of<T>(look_up(roots<T>.of, bits)) +
                             (bits << (Real<T>::digits - 4)));
     }
+    // Bits of `special` where a sum is not that of a number of up to `window` 16ths.
+    template<class T> static Vector<Word<T>> far(Vector<T> sum) {
+        return bits_of<T>(sum) ^ bits_of<T>(all(rounder<T> - Real<T>::window));
+    }
     template<class T> static Vector<T> simple(Vector<T> x, Vector<Word<T>> &odd) {
         const Parts<T> e(x);
-        odd |= bits_of<T>(e.sum) ^ (bits_of<T>(all(rounder<T> - Real<T>::window)));
+        odd |= far<T>(e.sum);
         const Vector<T> s = scale<T>(e.sum);
         return s + s * e.p;
     }
@@ -188,62 +193,5 @@ struct Logarithm {
         return x == none ? all(-infinity) : y;
     }
 };
-
-// ---- sigmoids ----
-
-// The magnitude, turned to the negative side: its power does not overflow.
-inline Vector<f64> below_zero(Vector<f64> t) { return t < 0 ? t : -t; }
-
-// 1 / (1 + e^-t).
-inline Vector<f64> sigmoid(Vector<f64> x, Vector<f64> alpha) {
-    const Vector<f64> t = x * alpha, e = Exponential::of<f64>(below_zero(t));
-    return (t < 0 ? e : all(1.0)) / (1 + e);
-}
-
-// Numbers of two parts.
-struct Pair {
-    Vector<f64> high, low;
-};
-// a + b exactly, of numbers of which the first is not the smaller one.
-inline Pair sum(Vector<f64> a, Vector<f64> b) {
-    const Vector<f64> high = a + b;
-    return {high, (a - high) + b};
-}
-// a * b exactly, unless something overflows or underflows.
-inline Pair product(Vector<f64> a, Vector<f64> b) {
-    const auto top = [](Vector<f64> x) {
-        const Vector<f64> c = x * 0x8000001p0;
-        return c - (c - x);
-    };
-    const Vector<f64> high = a * b, at = top(a), bt = top(b), ab = a - at, bb = b - bt;
-    return {high, ab * bb - (((high - at * bt) - ab * bt) - at * bb)};
-}
-
-// The same to the last bit but one: the product with alpha, e^-|t| and the quotient carry what rounding
-// leaves off.
-inline Vector<f64> precise_sigmoid(Vector<f64> x, Vector<f64> alpha) {
-    using V = Vector<f64>;
-    const V zero = {}, one = all(1.0);
-    const auto is_large = [](V v) { return (v > 0x1p900) | (v < -0x1p900); };
-    // A product that counts is small: a large factor lends its size to the other one.
-    const auto large = is_large(x), steep = is_large(alpha);
-    const V lend = large == steep ? one : large ? all(0x1p-200) : all(0x1p200);
-    const Pair t = product(x * lend, alpha * (1 / lend));
-    const auto counts = (t.high > -1000) & (t.high < 1000), below = t.high < 0;
-    const V low = counts ? t.low : zero;
-
-    Exponential::Parts<f64> parts(Exponential::clipped<f64>(below_zero(t.high)));
-    parts.p += look_up(Real<f64>::root_rests, bits_of<f64>(parts.sum)) +
-               (below ? low : -low) * (1 + parts.p);
-    const Exponential::Halves<f64> halves(parts);
-    const Pair root = sum(halves.s, halves.s * parts.p);
-    const Pair e = {root.high * halves.rest, root.low * halves.rest};
-    const Pair under = sum(one, e.high);
-    const V over = below ? e.high : one, over_low = below ? e.low : zero;
-    const V q = over / under.high;
-    const Pair back = product(q, under.high);
-    const V left = ((over - back.high) - back.low) + (over_low - q * (under.low + e.low));
-    return q + left / under.high;
-}
 
 } // namespace kipx::KIPX_SET
