@@ -14,12 +14,14 @@ uint64_t positions(const Window &w) { return uint64_t{w.height} * w.width; }
 
 const BoxLoops &loops_for(uint32_t type, const Window &w, Set set) {
     const BoxLoops *loops = box_sets_of(set)[0].loops[type];
-    while (positions(w) > loops->most || w.height > loops->highest) ++loops;
+    while (positions(w) > loops->most || w.height > loops->highest || w.width > loops->widest)
+        ++loops;
     return *loops;
 }
 
 size_t sums_size(const Sheet &s, const Window &w, const BoxLoops &loops) {
-    return rounded((s.width + size_t{w.width} * s.step) * loops.sum_size + slack);
+    const size_t n = loops.way == BoxWay::direct ? std::min(s.width, box_piece) : s.width;
+    return rounded((n + size_t{w.width} * s.step) * loops.sum_size + slack);
 }
 
 // As many rows as the first-level cache has room for.
@@ -29,13 +31,15 @@ size_t together(size_t row) {
 
 // Of sums, or of elements with their border.
 size_t ring_row(const Sheet &s, const Window &w, const BoxLoops &loops) {
-    return loops.columns_first ? (s.width + size_t{w.width} * s.step) * s.src.size + slack
-                               : s.width * loops.sum_size;
+    return loops.way == BoxWay::rows_first
+               ? s.width * loops.sum_size
+               : (s.width + size_t{w.width} * s.step) * s.src.size + slack;
 }
 
 // Rows of sums in the making, and the sums that windows share.
-size_t rows_of_sums(size_t row, const BoxLoops &loops) {
-    return loops.columns_first ? 3 : together(row) + 1;
+size_t rows_of_sums(size_t row, const Window &w, const BoxLoops &loops) {
+    if (loops.way == BoxWay::direct) return w.height + most_group;
+    return loops.way == BoxWay::columns_first ? 3 : together(row) + 1;
 }
 
 } // namespace
@@ -49,7 +53,7 @@ BoxPass::BoxPass(const Sheet &sheet, const Window &window, Set set)
 
 BoxPass::BoxPass(const Sheet &sheet, const Window &window, const BoxLoops &loops)
     : RingPass(window, std::min<size_t>(window.height, most_group), ring_row(sheet, window, loops),
-               rows_of_sums(sums_size(sheet, window, loops), loops) *
+               rows_of_sums(sums_size(sheet, window, loops), window, loops) *
                    sums_size(sheet, window, loops)),
       loops_(loops), sums_size_(sums_size(sheet, window, loops)), n_(sheet.width),
       step_(sheet.step), size_(sheet.src.size), width_(window.width), count_(positions(window)) {
@@ -70,7 +74,8 @@ void BoxPass::along(const Band &band, char *out, ptrdiff_t step) {
 
 // Rows as the lines give them, or those of the ring.
 void BoxPass::mean(const char *const *rows, size_t count, char *out, ptrdiff_t step, bool given) {
-    char *shared = loops_.columns_first ? extra() : extra() + together(sums_size_) * sums_size_;
+    char *shared =
+        loops_.way == BoxWay::rows_first ? extra() + together(sums_size_) * sums_size_ : extra();
     loops_.down({rows, height(), count, n_, shared, first_, out, step, count_, width_, step_,
                  sums_size_, elements_of(source(), reach(), given, size_)});
     first_ = false;
@@ -82,7 +87,7 @@ void BoxPass::down(const char *const *rows, size_t count, char *out, ptrdiff_t s
 
 void BoxPass::rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) {
     if (y == 0) first_ = true;
-    if (loops_.columns_first && source().stay)
+    if (loops_.way != BoxWay::rows_first && source().stay)
         mean(rows_under(lines, y, rows), rows, out, step, true);
     else
         RingPass::rows(lines, y, rows, out, step);

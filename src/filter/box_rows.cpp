@@ -4,6 +4,7 @@
 #include "filter/box_rows.h"
 #include "core/element.h"
 #include "filter/box_bytes.h"
+#include "filter/box_reals.h"
 #include "filter/box_shorts.h"
 #include "filter/gather.h"
 
@@ -157,19 +158,27 @@ template<class T, class A> void down_reals(const BoxDown &b) {
 
 template<class T, class A> constexpr BoxLoops loops_of(uint64_t most) {
     constexpr uint32_t any = UINT32_MAX;
-    if constexpr (floating<T>) return {along<T, A>, down_reals<T, A>, most, any, sizeof(A), false};
-    return {along<T, A>, down_integers<T, A>, most, any, sizeof(A), false};
+    if constexpr (floating<T>)
+        return {along<T, A>, down_reals<T, A>, most, any, any, sizeof(A), BoxWay::rows_first};
+    return {along<T, A>, down_integers<T, A>, most, any, any, sizeof(A), BoxWay::rows_first};
 }
 
 constexpr BoxLoops columns_first(void (*down)(const BoxDown &), uint64_t most,
                                  uint32_t highest = UINT32_MAX) {
-    return {copy_rows<BoxAlong>, down, most, highest, sizeof(u32), true};
+    return {copy_rows<BoxAlong>,  down, most, highest, UINT32_MAX, sizeof(u32),
+            BoxWay::columns_first};
 }
 
 template<class T> constexpr void shorts(BoxLoops (&loops)[box_variants]) {
     loops[0] = columns_first(down_shorts<T, ShortQuotient>, ShortQuotient::most_positions);
     loops[1] = columns_first(down_shorts<T, LongQuotient>, LongQuotient::most_positions);
     loops[2] = loops_of<T, s64>(UINT64_MAX);
+}
+
+template<class T> constexpr void reals(BoxLoops (&loops)[box_variants]) {
+    loops[0] = {copy_rows<BoxAlong>, down_few_reals<T>, UINT64_MAX,    box_direct,
+                box_direct,          sizeof(f64),       BoxWay::direct};
+    loops[1] = loops_of<T, f64>(UINT64_MAX);
 }
 
 constexpr BoxSet make_set() {
@@ -184,8 +193,8 @@ constexpr BoxSet make_set() {
     shorts<u16>(set.loops[KIPX_CODE_u16]);
     set.loops[KIPX_CODE_s32][0] = loops_of<s32, s64>(all);
     set.loops[KIPX_CODE_u32][0] = loops_of<u32, s64>(all);
-    set.loops[KIPX_CODE_f32][0] = loops_of<f32, f64>(all);
-    set.loops[KIPX_CODE_f64][0] = loops_of<f64, f64>(all);
+    reals<f32>(set.loops[KIPX_CODE_f32]);
+    reals<f64>(set.loops[KIPX_CODE_f64]);
     return set;
 }
 
