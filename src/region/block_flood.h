@@ -97,6 +97,8 @@ private:
         uint32_t at;    // and when it came to its level; fixed order: the pixel then in hand
     };
     template<uint32_t edges, bool runs> bool branch(uint32_t seed);
+    template<uint32_t edges>
+    uint32_t ask(uint32_t pixel, uint32_t level, const uint32_t (&near)[edges]);
     bool mark(uint32_t seed);
     static constexpr uint32_t marked = 4; // neighbours, where they are marked
     struct Near {
@@ -183,6 +185,23 @@ template<class Cell, class Index, class Sink, class Rule>
     return left == 0;
 }
 
+// Fixed order: the neighbours of a pixel join one after the other up to the first lower one, which is told
+// as level * 8 + its number.
+template<class Cell, class Index, class Sink, class Rule>
+template<uint32_t edges>
+[[gnu::always_inline]] inline uint32_t
+BlockFlood<Cell, Index, Sink, Rule>::ask(uint32_t pixel, uint32_t level,
+                                         const uint32_t (&near)[edges]) {
+    const auto [step] = steps<edges>();
+    for (uint32_t e = edges;;) {
+        if (near[--e] < level) return near[e] << 3 | e;
+        if (near[e] == reached<Cell>) continue;
+        uint32_t joins = pixel + static_cast<uint32_t>(step[e]);
+        block_.at[joins] = static_cast<Cell>(reached<Cell>);
+        wait(near[e], joins);
+    }
+}
+
 template<class Cell, class Index, class Sink, class Rule>
 template<uint32_t edges, bool runs>
 bool BlockFlood<Cell, Index, Sink, Rule>::branch(uint32_t seed) {
@@ -203,17 +222,7 @@ bool BlockFlood<Cell, Index, Sink, Rule>::branch(uint32_t seed) {
             lowest = key < lowest ? key : lowest;
         }
         if (lowest >> 3 < level) {
-            if constexpr (Rule::fixed)
-                for (uint32_t e = edges; e-- > 0;) {
-                    if (near[e] < level) {
-                        lowest = near[e] << 3 | e;
-                        break;
-                    }
-                    if (near[e] == reached<Cell>) continue;
-                    uint32_t joins = pixel + static_cast<uint32_t>(step[e]);
-                    cells[joins] = mark;
-                    wait(near[e], joins);
-                }
+            if constexpr (Rule::fixed) lowest = ask<edges>(pixel, level, near);
             wait(level, pixel);
             pixel += static_cast<uint32_t>(step[lowest & 7]);
             level = lowest >> 3;
