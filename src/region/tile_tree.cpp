@@ -26,11 +26,11 @@ struct Seams {
     explicit Seams(const TilePlace &p)
         : top(p.above ? 0 : none), bottom(number(p.below, p.height - 1)), left(p.before ? 0 : none),
           right(number(p.after, p.width - 1)) {}
-    // Whether any of the n pixels from there on lies along a seam, n being batch at most; a batch is
-    // read.
+    // Whether any of the n pixels from there on lies along a seam, n being less than a region's; as many as
+    // those are read.
     bool touch(const uint16_t *pixels, uint32_t n) const {
         uint16_t any = 0;
-        for (uint16_t i = 0; i < batch; ++i)
+        for (uint16_t i = 0; i < smallest_region; ++i)
             any |= static_cast<uint16_t>(along(pixels[i]) & -(i < n));
         return any != 0;
     }
