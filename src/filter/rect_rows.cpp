@@ -128,6 +128,23 @@ template<class Places> struct Course {
     }
 };
 
+// The whole vectors of a row, from x to before last. A loop of its own, so that what it needs stays in
+// registers.
+template<class Op, class From, class Growth>
+[[gnu::noinline]] void along_whole(const From &from, const char *row, ptrdiff_t x, ptrdiff_t last,
+                                   ptrdiff_t ahead, char *out, Growth &growth) {
+    constexpr ptrdiff_t step = Course<From>::step;
+    Growth own = growth;
+    const From places = from;
+    if constexpr (Growth::looks_back)
+        for (; x < 0 && x < last; x += step) own.template grown<Op>(places.whole(row + x));
+    for (; x < last; x += step) {
+        __builtin_prefetch(row + x + ahead);
+        store_bits(out + x, own.template grown<Op>(places.whole(row + x)));
+    }
+    growth = own;
+}
+
 template<class Op, size_t loads, class Growth> void along_with(const AlongRows &r) {
     using From = Places<Op, loads, true>;
     const From places(r.at, r.there);
@@ -141,14 +158,9 @@ template<class Op, size_t loads, class Growth> void along_with(const AlongRows &
         size_t number = 0;
         growth.start(all(Op::neutral));
         for (ptrdiff_t x = course.start;; x += step) {
-            if (x == course.first) {
-                if constexpr (Growth::looks_back)
-                    for (; x < 0 && x < last; x += step)
-                        growth.template grown<Op>(places.whole(row + x));
-                for (; x < last; x += step) {
-                    __builtin_prefetch(row + x + ahead);
-                    store_bits(out + x, growth.template grown<Op>(places.whole(row + x)));
-                }
+            if (x == course.first && x < last) {
+                along_whole<Op>(places, row, x, last, ahead, out, growth);
+                x = last;
             }
             if (x >= course.end) break;
             const auto parts = course.parts(places, number++, x);
