@@ -72,6 +72,12 @@ TEST(Filter, IsWhatLoopsOverEveryWindowGive) {
         if (rng.one_in(2)) std::swap(shape.volume[1], shape.volume[2]);
         if (rng.one_in(2)) shape.anchor[1] = static_cast<int32_t>(rng.between(-2, shape.volume[1]));
         if (rng.one_in(2)) shape.anchor[2] = static_cast<int32_t>(rng.between(-2, shape.volume[2]));
+        if (rng.one_in(10)) {
+            // Windows of rows where they lie: a first step's rows lie in a ring, which comes round.
+            constexpr uint32_t frequent[] = {KIPX_U8, KIPX_S16, KIPX_F32};
+            shape.volume[1] = shape.volume[2] = rng.one_in(2) ? 3 : 5;
+            c.type = frequent[rng.below(hat ? 2 : 3)], c.most_width = 150, c.most_height = 70;
+        }
         const kipx_seshape *given = rng.one_in(20) ? nullptr : &shape;
         if (rng.one_in(10)) c.most_width = 400;
         if (kind == KIPX_FILTER_BOX && rng.one_in(16)) {

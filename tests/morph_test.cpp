@@ -75,6 +75,7 @@ TEST(Morph, IsWhatLoopsOverEveryMemberGive) {
         if (point || (c.type == KIPX_F32 && subtracts(op))) continue;
         c.channels = {1, 3, 4}, c.single_mask = false;
         if (rng.one_in(10)) c.most_width = 900;
+        if (rng.one_in(10)) c.most_height = 80;
         c.call = [&](KipxXE *xe, const kipx_arr *src, const kipx_arr *dst, const kipx_arr *aux,
                      const kipx_site *roi, const Region &) {
             return KipxMorphop(xe, 0, src, dst, aux, roi, op, &mask.strel);

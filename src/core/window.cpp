@@ -237,27 +237,31 @@ const char *const *RingPass::rows_under(Lines &lines, size_t y, size_t rows) {
     return place_;
 }
 
-// One slot more than the first pass makes at once, of nothing but the fill.
-Between::Between(const Sheet &sheet, const Pass &first)
+// One slot more, of nothing but the fill. Rows that are kept are made in whole bands of the first
+// pass's where the ring comes round to its start.
+Between::Between(const Sheet &sheet, const Pass &first, const Pass &next)
     : height_(sheet.height), size_(sheet.src.size),
-      slot_size_(rounded(sheet.bytes(), line_bytes) + line_bytes),
-      scratch_((first.likes() + 1) * slot_size_),
-      most_(first.likes()), there_{0, static_cast<ptrdiff_t>(sheet.bytes())} {}
+      slot_size_(rounded(sheet.bytes(), line_bytes) + line_bytes), most_(first.likes()),
+      slots_(rounded(std::max(next.keeps(), most_), most_)), scratch_((slots_ + 1) * slot_size_),
+      stay_(next.keeps() > 0), there_{0, static_cast<ptrdiff_t>(sheet.bytes())} {}
 
 void Between::start(char *scratch, Pass &first, Lines &lines, const void *fill) {
-    slots_ = scratch, first_ = &first, lines_ = &lines;
-    fill_with(scratch + most_ * slot_size_, slot_size_, fill, size_);
+    ring_ = scratch, slot_ = 0, first_ = &first, lines_ = &lines;
+    fill_with(scratch + slots_ * slot_size_, slot_size_, fill, size_);
 }
 
 Band Between::band(ptrdiff_t y, size_t rows) {
     if (y < 0 || y >= static_cast<ptrdiff_t>(height_)) {
         if (y < 0) rows = std::min(rows, static_cast<size_t>(-y));
-        return {slots_ + most_ * slot_size_, 0, rows, true};
+        return {ring_ + slots_ * slot_size_, 0, rows, true};
     }
-    rows = std::min({rows, most_, height_ - static_cast<size_t>(y)});
+    if (slot_ == slots_ || !stay_) slot_ = 0;
+    rows = std::min({rows, most_, slots_ - slot_, height_ - static_cast<size_t>(y)});
     auto step = static_cast<ptrdiff_t>(slot_size_);
-    first_->rows(*lines_, static_cast<size_t>(y), rows, slots_, step);
-    return {slots_, step, rows, false};
+    char *to = ring_ + slot_ * slot_size_;
+    first_->rows(*lines_, static_cast<size_t>(y), rows, to, step);
+    slot_ += rows;
+    return {to, step, rows, false};
 }
 
 // ---- result rows --------------------------------------------------------------------------------

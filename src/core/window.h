@@ -69,7 +69,8 @@ struct Span {
 // What lies about the rows that there are.
 enum class Beyond { fill, nearest }; // an element of the pass's own; the nearest pixel of the row
 
-// What the rows of a Lines have in common. stay: they are where they are for good.
+// What the rows of a Lines have in common. stay: they are where they are for as long as its reader
+// needs them.
 struct Source {
     Span there;
     Beyond beyond;
@@ -135,6 +136,9 @@ public:
     const Span &reach() const { return reach_; }
     size_t scratch() const { return scratch_; }
     size_t likes() const { return likes_; }
+    // How many of its source rows have to stay where they are if it is to read them there; 0 where it
+    // gains nothing by that.
+    size_t keeps() const { return keeps_; }
     // What lies about its source rows, where that is an element.
     virtual const void *fill() const = 0;
     virtual void start(char *scratch, const Source &source) = 0;
@@ -144,7 +148,7 @@ public:
 protected:
     ~Pass() = default;
     Span reach_{};
-    size_t scratch_ = 0, likes_ = 1;
+    size_t scratch_ = 0, likes_ = 1, keeps_ = 0;
 };
 
 // A pass in two steps: along every source row, into a ring; and down the rows of the ring that lie
@@ -167,6 +171,7 @@ protected:
     // Where the rows stay: those that lie under so many results, without a ring; and how far the
     // last of them are from one another.
     const char *const *rows_under(Lines &lines, size_t y, size_t rows);
+    void keep_rows() { keeps_ = height_ - 1 + likes_; }
     ptrdiff_t last_step() const { return last_step_; }
     char *extra() const { return extra_; }
     size_t height() const { return height_; }
@@ -186,21 +191,24 @@ private:
     bool border_made_ = false;
 };
 
-// The results of one pass as the rows of the next, with nothing but a fill about them.
+// The results of one pass as the rows of the next, with nothing but a fill about them: a ring of as
+// many as the next one keeps, or as the first one makes at once.
 class Between final : public Lines {
 public:
-    Between(const Sheet &sheet, const Pass &first);
+    Between(const Sheet &sheet, const Pass &first, const Pass &next);
     size_t scratch() const { return scratch_; }
-    Source source() const { return {there_, Beyond::fill, false}; }
+    Source source() const { return {there_, Beyond::fill, stay_}; }
     void start(char *scratch, Pass &first, Lines &lines, const void *fill);
     Band band(ptrdiff_t y, size_t rows) override;
 
 private:
-    size_t height_, size_, slot_size_, scratch_, most_;
+    size_t height_, size_, slot_size_, most_, slots_, scratch_;
+    bool stay_;
     Span there_;
+    size_t slot_ = 0; // where the next row goes
     Pass *first_ = nullptr;
     Lines *lines_ = nullptr;
-    char *slots_ = nullptr;
+    char *ring_ = nullptr;
 };
 
 // ---- result rows --------------------------------------------------------------------------------

@@ -85,7 +85,7 @@ public:
     template<class Make>
     Double(const Make &make, const Sheet &s, const Recipe &r, int)
         : first_(make(s, r.window, {0, false})), second_(make(s, alone(r.window), {1, false})),
-          feed_(s, r.window, first_.reach(), r.border, r.set), between_(s, first_),
+          feed_(s, r.window, first_.reach(), r.border, r.set), between_(s, first_, second_),
           in_place_(r.in_place) {}
     size_t scratch() const {
         return feed_.scratch() + first_.scratch() + between_.scratch() + second_.scratch();

@@ -108,6 +108,7 @@ MembersPass::MembersPass(const Sheet &s, const Window &w, const Members &members
       loops_(members_sets_of(set)[0].loops[s.src.type][static_cast<uint32_t>(rank)]),
       members_(members), size_(s.src.size), bytes_(s.bytes()), step_(s.step_bytes()),
       beyond_((w.width - 1) * step_), pitch_(row_pitch(s, w)) {
+    if (single()) keep_rows();
     reach_.begin = -static_cast<ptrdiff_t>(w.column * step_);
     reach_.end = reach_.begin + static_cast<ptrdiff_t>(bytes_ + beyond_);
 }

@@ -77,6 +77,11 @@ RectPass::RectPass(const Sheet &sheet, const Window &window, const RectLoops &lo
                most_group * down_width * most_vector + together * pitch_of(plan)),
       loops_(loops), bytes_(sheet.bytes()), pitch_(pitch_of(plan)), over_source_(over_source),
       plan_(plan) {
+    const AlongRows &only = plan_.step[0];
+    small_ = loops_.square && plan_.steps == 1 && !only.grows && window.height == only.loads &&
+             (only.loads == 3 || only.loads == 5);
+    // Small windows are made of the source's pixels faster than they are kept.
+    if (small_) keep_rows();
     reach_.begin = -static_cast<ptrdiff_t>(window.column * sheet.step_bytes());
     reach_.end = reach_.begin +
                  static_cast<ptrdiff_t>((window.width - 1) * sheet.step_bytes() + sheet.bytes());
@@ -111,14 +116,10 @@ void RectPass::down(const char *const *rows, size_t group, char *out, ptrdiff_t 
     loops_.down({rows, height(), group, group, {0, end}, 1, {}, 0, out, step, bytes_, extra()});
 }
 
-// Small windows are made of the source's pixels faster than they are kept.
 void RectPass::start(char *scratch, const Source &source) {
     RingPass::start(scratch, source);
-    const AlongRows &only = plan_.step[0];
-    const bool small = loops_.square && plan_.steps == 1 && !only.grows &&
-                       height() == only.loads && (only.loads == 3 || only.loads == 5);
     straight_ = !over_source_ && height() == 1;
-    direct_ = !over_source_ && !straight_ && source.stay && small;
+    direct_ = !over_source_ && !straight_ && source.stay && small_;
 }
 
 void RectPass::rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) {

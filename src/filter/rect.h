@@ -41,6 +41,7 @@ private:
     const RectLoops &loops_;
     size_t bytes_, pitch_; // pitch_: of the rows between two steps
     bool over_source_;
+    bool small_ = false;    // square, and of few pixels
     bool straight_ = false; // along the rows only, without a ring
     bool direct_ = false;   // down the columns only, from rows where they lie
     RectPlan plan_;

@@ -286,11 +286,94 @@ template<class Op> void down_rows(const DownRows &given) {
     }
 }
 
+#if defined(__AVX512VBMI__)
+// The union of `size` pixels up to each element of v; between: 16 bytes of the vector before each 16
+// of v. Not for floating elements: pixels of other rows have been united before.
+template<class Op, size_t size, size_t pixel>
+[[gnu::always_inline]] inline Bits pixels_back(__m512i v, __m512i between) {
+    constexpr int back = (size - 1) * pixel;
+    static_assert(back <= 16);
+    if constexpr (size == 1)
+        return reinterpret_cast<Bits>(v);
+    else
+        return Op::of(pixels_back<Op, size - 1, pixel>(v, between),
+                      reinterpret_cast<Bits>(_mm512_alignr_epi8(v, between, 16 - back)));
+}
+
+// Square windows, down the columns first: what has been united there is kept of the last vector.
+template<class Op, size_t size, size_t pixel> class Square {
+    using From = Places<Op, 1, false>;
+    static constexpr ptrdiff_t step = vb;
+
+public:
+    Square(const DownRows &r, const char *const *rows, char *out, const From &places,
+           const Course<From> &course)
+        : r_(r), rows_(rows), out_(out), places_(places), course_(course) {}
+
+    void all_along() {
+        size_t number = 0;
+        for (Bits &b : before_) b = all(Op::neutral);
+        for (ptrdiff_t x = course_.start;; x += step) {
+            if (x == course_.first && x < course_.last) {
+                whole(x);
+                x = course_.last;
+            }
+            if (x >= course_.end) break;
+            const auto parts = course_.parts(places_, number++, x);
+            group_down<Op, 1, size>(
+                r_, rows_, [&](const char *row, size_t) { return places_.partly(row + x, parts); },
+                [&](size_t i, size_t, Bits v) {
+                    const Bits w = windows(before_[i], v);
+                    if (x >= 0 && i < r_.group)
+                        course_.put(out_ + static_cast<ptrdiff_t>(i) * r_.step, x, w);
+                });
+        }
+    }
+
+private:
+    [[gnu::always_inline]] static Bits windows(Bits &before, Bits now) {
+        const auto v = reinterpret_cast<__m512i>(now);
+        const auto between = _mm512_alignr_epi64(v, reinterpret_cast<__m512i>(before), 6);
+        before = now;
+        return pixels_back<Op, size, pixel>(v, between);
+    }
+    // A loop of its own, so that what it needs stays in registers.
+    [[gnu::noinline]] void whole(ptrdiff_t x) {
+        const char *const *const rows = rows_;
+        const ptrdiff_t last = course_.last, ahead = r_.ahead + places_.at[0], at = places_.at[0];
+        const ptrdiff_t row_step = r_.step, below = static_cast<ptrdiff_t>(r_.group) * row_step;
+        const size_t group = r_.group;
+        char *const out = out_;
+        Bits before[size];
+        for (size_t i = 0; i < size; ++i) before[i] = before_[i];
+        auto load = [&](const char *row, size_t k) { return load_bits(row + at + x + k * vb); };
+        auto keep = [&](size_t i, size_t, Bits v) { before[i] = v; };
+        auto give = [&](size_t i, size_t k, Bits v) {
+            const Bits w = windows(before[i], v);
+            if (i >= group) return;
+            const ptrdiff_t place = x + static_cast<ptrdiff_t>(k * vb);
+            char *const to = out + static_cast<ptrdiff_t>(i) * row_step + place;
+            __builtin_prefetch(rows[size - 1 + i] + ahead + place);
+            __builtin_prefetch(to + below, 1);
+            store_bits(to, w);
+        };
+        for (; x < 0 && x < last; x += step) group_down<Op, 1, size>(r_, rows, load, keep);
+        for (; x + 2 * step <= last; x += 2 * step) group_down<Op, 2, size>(r_, rows, load, give);
+        for (; x < last; x += step) group_down<Op, 1, size>(r_, rows, load, give);
+        for (size_t i = 0; i < size; ++i) before_[i] = before[i];
+    }
+    const DownRows &r_;
+    const char *const *rows_;
+    char *out_;
+    const From &places_;
+    const Course<From> &course_;
+    Bits before_[size];
+};
+#endif
+
 // Square windows of the source's rows. The last group may be a part of one: rows that are missing
 // are the last one again, and give nothing.
-template<class Op, size_t size> void down_square(const DownRows &given) {
-    const Places<Op, size, true> places(given.at, given.there);
-    const Course course(places, given.at[0], given.at[size - 1], 0, given.bytes);
+template<size_t size, class Work> void each_group(const DownRows &given, const Work &work) {
     const size_t count = given.results + size - 1;
     DownRows r = given;
     for (size_t y = 0; y < given.results; y += size) {
@@ -302,9 +385,37 @@ template<class Op, size_t size> void down_square(const DownRows &given) {
                 padded[i] = given.rows[lower_of(y + i, count - 1)];
             rows = padded;
         }
-        group_along<Op, size>(r, rows, given.out + static_cast<ptrdiff_t>(y) * given.step, places,
-                              course);
+        work(r, rows, given.out + static_cast<ptrdiff_t>(y) * given.step);
     }
+}
+
+template<class Op, size_t size, size_t pixel> void square_by_columns(const DownRows &given) {
+    const ptrdiff_t end = given.at[size - 1];
+    const Places<Op, 1, false> places(&end, given.there);
+    const Course course(places, end, end, 1, given.bytes);
+    each_group<size>(given, [&](const DownRows &r, const char *const *rows, char *out) {
+        Square<Op, size, pixel>(r, rows, out, places, course).all_along();
+    });
+}
+
+template<class Op, size_t size> void down_square(const DownRows &given) {
+#if defined(__AVX512VBMI__)
+    if constexpr (!floating<typename Op::Element>) switch (given.at[1] - given.at[0]) {
+        case 1:
+            return square_by_columns<Op, size, 1>(given);
+        case 2:
+            return square_by_columns<Op, size, 2>(given);
+        case 3:
+            return square_by_columns<Op, size, 3>(given);
+        case 4:
+            return square_by_columns<Op, size, 4>(given);
+        }
+#endif
+    const Places<Op, size, true> places(given.at, given.there);
+    const Course course(places, given.at[0], given.at[size - 1], 0, given.bytes);
+    each_group<size>(given, [&](const DownRows &r, const char *const *rows, char *out) {
+        group_along<Op, size>(r, rows, out, places, course);
+    });
 }
 
 template<class Op> void down(const DownRows &r) {
