@@ -181,7 +181,8 @@ int32_t apply(const Call &given, Recipe recipe, const Make &make) {
     bool copies = lie == Lie::across || (lie == Lie::in_place && late);
     Packed packed = packed_source(call, window);
     if (copies) call.src[0] = packed.operand;
-    size_t bytes = sheet(call, 0).bytes(), tile = lie == Lie::apart ? recipe.tile : 0;
+    const Sheet first = sheet(call, 0);
+    size_t bytes = first.bytes(), tile = lie == Lie::apart ? recipe.tile : 0;
     if (tile == 0 || tile > bytes) tile = bytes;
 
     auto each_tile = [&](const Sheet &s, auto &&f) {
@@ -195,9 +196,9 @@ int32_t apply(const Call &given, Recipe recipe, const Make &make) {
     std::optional<Tile<Maker, Make>> only;
     size_t need = 0;
     if (bytes < 2 * tile)
-        need = only.emplace(make, sheet(call, 0), recipe).scratch();
+        need = only.emplace(make, first, recipe).scratch();
     else
-        each_tile(sheet(call, 0), [&](const auto &t) { need = std::max(need, t.scratch()); });
+        each_tile(first, [&](const auto &t) { need = std::max(need, t.scratch()); });
     need = (need + 63) / 64 * 64;
     char *scratch =
         static_cast<char *>(KipxXEalloca(call.xe, need + (copies ? packed.bytes : 0), 64));
@@ -211,7 +212,7 @@ int32_t apply(const Call &given, Recipe recipe, const Make &make) {
             each_tile(sheet(call, i), [&](auto &t) { t.work(scratch); });
             continue;
         }
-        only->sheet = sheet(call, i);
+        if (i > 0 || copies) only->sheet = sheet(call, i);
         only->work(scratch);
     }
     KipxXEfreea(call.xe, scratch);

@@ -100,11 +100,12 @@ bool MembersPass::has_type(uint32_t type) {
     return type < 16 && members_sets_of(Set::baseline)[0].loops[type][0].down;
 }
 
-// Extra: a row in the making, the taps' rows, and by how much they are moved.
+// Extra: a row in the making, the taps' rows, places and numbers of rows.
 MembersPass::MembersPass(const Sheet &s, const Window &w, const Members &members, Rank rank,
                          Set set)
     : RingPass(w, group_rows, std::max<size_t>(members.length_count(), 1) * row_pitch(s, w),
-               row_pitch(s, w) + line + members.tap_count() * (sizeof(char *) + sizeof(ptrdiff_t))),
+               row_pitch(s, w) + line +
+                   members.tap_count() * (sizeof(char *) + sizeof(ptrdiff_t) + sizeof(uint32_t))),
       loops_(members_sets_of(set)[0].loops[s.src.type][static_cast<uint32_t>(rank)]),
       members_(members), size_(s.src.size), bytes_(s.bytes()), step_(s.step_bytes()),
       beyond_((w.width - 1) * step_), pitch_(row_pitch(s, w)) {
@@ -143,26 +144,25 @@ void MembersPass::along(const Band &band, char *out, ptrdiff_t step) {
 }
 
 void MembersPass::down(const char *const *rows, size_t group, char *out, ptrdiff_t step) {
-    auto **from = reinterpret_cast<const char **>(extra() + pitch_);
-    auto *moved = reinterpret_cast<ptrdiff_t *>(from + members_.tap_count());
-    const Span whole{0, static_cast<ptrdiff_t>(bytes_)};
-    const ptrdiff_t ahead = direct_ ? rows_ahead * last_step() : 0;
-    for (size_t g = 0; g < group; ++g, out += step) {
-        for (size_t i = 0; i < members_.tap_count(); ++i) {
-            const Tap &t = members_.taps()[i];
-            const auto place = static_cast<ptrdiff_t>(t.length * pitch_ + t.column * step_);
-            moved[i] = place + (direct_ ? reach().begin : 0);
-            from[i] = rows[g + t.row] + moved[i];
-        }
-        loops_.down({from, direct_ ? moved : nullptr, members_.tap_count(),
-                     direct_ ? there() : whole, out, bytes_, ahead, rows_ahead * step});
-    }
+    constexpr ptrdiff_t far = PTRDIFF_MAX / 4; // rows of the ring have room for whole vectors
+    loops_.down({rows, group, row_, at_, members_.tap_count(), from_,
+                 direct_ ? there() : Span{-far, far}, direct_, out, step, bytes_,
+                 direct_ ? rows_ahead * last_step() : 0});
 }
 
 // Members that are united one by one are, where they lie.
 void MembersPass::start(char *scratch, const Source &source) {
     RingPass::start(scratch, source);
     direct_ = source.stay && single();
+    from_ = reinterpret_cast<const char **>(extra() + pitch_);
+    at_ = reinterpret_cast<ptrdiff_t *>(from_ + members_.tap_count());
+    row_ = reinterpret_cast<uint32_t *>(at_ + members_.tap_count());
+    for (size_t i = 0; i < members_.tap_count(); ++i) {
+        const Tap &t = members_.taps()[i];
+        at_[i] = static_cast<ptrdiff_t>(t.length * pitch_ + t.column * step_);
+        at_[i] += direct_ ? reach().begin : 0;
+        row_[i] = t.row;
+    }
 }
 
 void MembersPass::rows(Lines &lines, size_t y, size_t rows, char *out, ptrdiff_t step) {

@@ -72,8 +72,11 @@ private:
     const MembersLoops &loops_;
     const Members &members_;
     size_t size_, bytes_, step_, beyond_,
-        pitch_;           // beyond_: bytes that a row is longer than its results
-    bool direct_ = false; // from rows where they lie
+        pitch_;                   // beyond_: bytes that a row is longer than its results
+    bool direct_ = false;         // from rows where they lie
+    const char **from_ = nullptr; // of every tap: its row,
+    ptrdiff_t *at_ = nullptr;     // how far from a result's place it looks,
+    uint32_t *row_ = nullptr;     // and in which row
 };
 
 } // namespace kipx

@@ -9,13 +9,18 @@
 namespace kipx {
 
 struct MembersDown {
-    const char *const *from; // a row per tap, already moved by the tap's place
-    const ptrdiff_t *moved;  // by how much; null where `there` is the same for all
+    const char *const *rows; // those under the results
+    size_t results;
+    const uint32_t *row; // of a tap, among those under a result
+    const ptrdiff_t *at; // how far from the result's place it looks
     size_t taps;
-    Span there; // of the rows before they were moved; whatever lies beyond it does not count
+    const char **from; // scratch: one a tap
+    Span there;        // of the rows; whatever lies beyond it does not count
+    bool fresh;        // the source's own rows: elements may be NaN
     char *out;
+    ptrdiff_t step;
     size_t bytes;
-    ptrdiff_t ahead, below; // how far lies what is to be read soon, from the last tap, and written
+    ptrdiff_t ahead; // how far from the last tap lies what is to be read soon
 };
 
 struct MembersLoops {

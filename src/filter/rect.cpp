@@ -47,10 +47,11 @@ size_t grow(AlongRows &step, size_t width, size_t pixel, size_t most) {
 } // namespace
 
 RectPlan rect_plan(const Sheet &sheet, const Window &window, size_t grows) {
-    RectPlan plan{};
+    RectPlan plan;
     const size_t width = window.width, pixel = sheet.step_bytes();
     for (size_t covers = 1; plan.steps == 0 || covers < width;) {
         AlongRows &step = plan.step[plan.steps];
+        step = {};
         covers = unite_some(step, covers, width, pixel);
         if (plan.steps++ == 0) {
             if (covers < width && growing_loads * pixel <= grows)

@@ -8,6 +8,8 @@
 //          fourfold of the width; a ring of as many rows as the window is high.
 #pragma once
 
+#include <algorithm>
+
 #include "core/window.h"
 #include "filter/rect_rows.h"
 
@@ -17,8 +19,12 @@ namespace kipx {
 // registers let them; from a row of those, windows of a few times as many, until they are as wide as
 // they have to be.
 struct RectPlan {
-    AlongRows step[17]; // without rows; bytes: of the step's results
-    size_t steps;
+    static constexpr size_t most_steps = 17;
+    AlongRows step[most_steps]; // those there are, without rows; bytes: of the step's results
+    size_t steps = 0;
+    RectPlan() {}
+    RectPlan(const RectPlan &other) : steps(other.steps) { std::copy_n(other.step, steps, step); }
+    RectPlan &operator=(const RectPlan &) = delete;
 };
 // grows: bytes that a window can grow by at once.
 RectPlan rect_plan(const Sheet &sheet, const Window &window, size_t grows);

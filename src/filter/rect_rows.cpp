@@ -4,7 +4,7 @@
 // Promises every set gives the same bits: of equal floating zeros the first stays, NaN never counts.
 //          Result rows are written up to their last byte and no further.
 #include "filter/rect_rows.h"
-#include "filter/vectors.h"
+#include "filter/course.h"
 
 namespace kipx::KIPX_SET {
 namespace {
@@ -65,66 +65,21 @@ private:
 constexpr size_t most_growth = 0;
 #endif
 
-// The places of a row that a vector of windows is made of. fresh: elements may be NaN.
-template<class Op, size_t loads, bool fresh> struct Places {
-    static constexpr size_t count = loads;
-    ptrdiff_t at[loads];
-    Span there;
-    Places(const ptrdiff_t *places, const Span &span) : there(span) {
-        for (size_t i = 0; i < loads; ++i) at[i] = places[i];
-    }
+// The places of one row that a vector of windows is made of. fresh: elements may be NaN.
+template<class Op, size_t loads, bool fresh> struct Loads : Places<loads> {
+    using Places<loads>::Places, Places<loads>::at;
+    using typename Places<loads>::Parts;
     [[gnu::always_inline]] Bits whole(const char *row) const {
         Bits v = load_bits(row + at[0]);
         if constexpr (fresh && floating<typename Op::Element>) v = Op::of(all(Op::neutral), v);
         for (size_t i = 1; i < loads; ++i) v = Op::of(v, load_bits(row + at[i]));
         return v;
     }
-    // What is there of every place of a vector at x.
-    struct Parts {
-        Part of[loads];
-    };
-    Parts parts(ptrdiff_t x) const {
-        Parts p = {};
-        for (size_t i = 0; i < loads; ++i)
-            p.of[i] = Part::of(there.begin - x - at[i], there.end - x - at[i]);
-        return p;
-    }
     [[gnu::always_inline]] Bits partly(const char *row, const Parts &p) const {
         Bits v = all(Op::neutral);
         for (size_t i = 0; i < loads; ++i)
             v = Op::of(v, load_part(row + at[i], p.of[i], all(Op::neutral)));
         return v;
-    }
-};
-
-// Vectors of a row from `start` on: those of which not everything is there, the whole ones from
-// `first` to before `last`, and the rest, up to `end`.
-template<class Places> struct Course {
-    static constexpr auto step = static_cast<ptrdiff_t>(vb);
-    ptrdiff_t start, first, last, end;
-    // The parts are the same for all rows; of long borders those of the first vectors are kept.
-    static constexpr size_t most_kept = 8;
-    typename Places::Parts kept[most_kept];
-
-    Course(const Places &places, ptrdiff_t low, ptrdiff_t high, size_t before, size_t bytes)
-        : start(-static_cast<ptrdiff_t>(before * vb)), end(static_cast<ptrdiff_t>(bytes)) {
-        for (first = start; first + low < places.there.begin && first < end;) first += step;
-        last = places.there.end - high < end ? places.there.end - high : end;
-        last = last > first ? first + (last - first) / step * step : first;
-        size_t count = 0;
-        for (ptrdiff_t x = start; x < end && count < most_kept; x += step) {
-            if (x == first) x = last;
-            if (x < end) kept[count++] = places.parts(x);
-        }
-    }
-    typename Places::Parts parts(const Places &places, size_t number, ptrdiff_t x) const {
-        return number < most_kept ? kept[number] : places.parts(x);
-    }
-    void put(char *out, ptrdiff_t x, Bits v) const {
-        if (x + step <= end)
-            store_bits(out + x, v);
-        else if (x < end)
-            store_first(out + x, v, static_cast<size_t>(end - x));
     }
 };
 
@@ -146,7 +101,7 @@ template<class Op, class From, class Growth>
 }
 
 template<class Op, size_t loads, class Growth> void along_with(const AlongRows &r) {
-    using From = Places<Op, loads, true>;
+    using From = Loads<Op, loads, true>;
     const From places(r.at, r.there);
     const Course<From> course(places, r.at[0], r.at[loads - 1], r.before, r.bytes);
     constexpr ptrdiff_t step = Course<From>::step;
@@ -276,7 +231,7 @@ void group_along(const DownRows &r, const char *const *rows, char *out, const Fr
 
 // Of rows that hold windows.
 template<class Op> void down_rows(const DownRows &given) {
-    const Places<Op, 1, false> places(given.at, given.there);
+    const Loads<Op, 1, false> places(given.at, given.there);
     const Course course(places, 0, 0, 0, given.bytes);
     DownRows r = given;
     for (size_t y = 0; y < given.results; y += r.group) {
@@ -302,7 +257,7 @@ template<class Op, size_t size, size_t pixel>
 
 // Square windows, down the columns first: what has been united there is kept of the last vector.
 template<class Op, size_t size, size_t pixel> class Square {
-    using From = Places<Op, 1, false>;
+    using From = Loads<Op, 1, false>;
     static constexpr ptrdiff_t step = vb;
 
 public:
@@ -391,7 +346,7 @@ template<size_t size, class Work> void each_group(const DownRows &given, const W
 
 template<class Op, size_t size, size_t pixel> void square_by_columns(const DownRows &given) {
     const ptrdiff_t end = given.at[size - 1];
-    const Places<Op, 1, false> places(&end, given.there);
+    const Loads<Op, 1, false> places(&end, given.there);
     const Course course(places, end, end, 1, given.bytes);
     each_group<size>(given, [&](const DownRows &r, const char *const *rows, char *out) {
         Square<Op, size, pixel>(r, rows, out, places, course).all_along();
@@ -411,7 +366,7 @@ template<class Op, size_t size> void down_square(const DownRows &given) {
             return square_by_columns<Op, size, 4>(given);
         }
 #endif
-    const Places<Op, size, true> places(given.at, given.there);
+    const Loads<Op, size, true> places(given.at, given.there);
     const Course course(places, given.at[0], given.at[size - 1], 0, given.bytes);
     each_group<size>(given, [&](const DownRows &r, const char *const *rows, char *out) {
         group_along<Op, size>(r, rows, out, places, course);
