@@ -1,6 +1,7 @@
 // matrix_bench.cpp - small matrix products. A pixel counts once, whatever its channels.
 //
-// The peer transforms colours; bytes by a table or in fixed point, with results that may be off by one.
+// The peer transforms colours; bytes by a table or in fixed point, with results that may be off by one. For a
+// matrix at every pixel it has small matrices of binary32, and the caller's loop.
 #include <kipx/matrix.h>
 
 #include "support/contest.h"
@@ -40,6 +41,20 @@ void register_row(const Row &row, Size size) {
     contest.limit({row.rows * type_size(row.type), 3 * type_size(row.type)});
 }
 
+#if defined(KIPX_BENCH_OPENCV)
+// The product of what stands at every place, by the peer's small matrices.
+template<class A, class B> void by_matx(const kipx_arr *dst, const kipx_arr *a, const kipx_arr *b) {
+    const size_t n = size_t{b->volume[1]} * b->volume[2];
+    const auto *left = static_cast<const float *>(a->base);
+    const auto *right = static_cast<const float *>(b->base);
+    auto *to = static_cast<float *>(dst->base);
+    for (size_t i = 0; i < n; i++) {
+        const auto product = A(left + i * A::channels) * B(right + i * B::channels);
+        __builtin_memcpy(to + i * B::channels, product.val, sizeof product.val);
+    }
+}
+#endif
+
 // A matrix at every pixel.
 void register_products(Size size) {
     const auto f32 = [=](uint32_t wide, int role, uint32_t channels) {
@@ -54,6 +69,16 @@ void register_products(Size size) {
         return KipxMulMM(nullptr, 0, f32(1, 0, 4), f32(1, 1, 4), f32(1, 2, 4), nullptr, nullptr,
                          nullptr, 0, 2);
     });
+#if defined(KIPX_BENCH_OPENCV)
+    vectors.peer("OpenCV", [=] {
+        by_matx<cv::Matx33f, cv::Vec3f>(f32(1, 0, 3), f32(3, 1, 3), f32(1, 2, 3));
+    });
+    matrices.peer("OpenCV", [=] {
+        by_matx<cv::Matx22f, cv::Matx22f>(f32(1, 0, 4), f32(1, 1, 4), f32(1, 2, 4));
+    });
+#endif
+    vectors.limit({12, 36, 12});
+    matrices.limit({16, 16, 16});
 }
 
 } // namespace

@@ -49,8 +49,7 @@ void single_row(char *dst, const char *src, size_t n, const MatrixWay &way) {
     };
     const __m512 nan = _mm512_set1_ps(__builtin_nanf(""));
     const __m512i keep_but_nan = _mm512_set1_epi32(0x11111100);
-    for (size_t x = 0; x < n; x += 16) {
-        const size_t some = n - x < 16 ? n - x : 16;
+    const auto block = [&](size_t x, size_t some) __attribute__((always_inline)) {
         const auto mask = [some](u32 vector, u32 channels) {
             return static_cast<__mmask16>(((u64{1} << some * channels) - 1) >> vector * 16);
         };
@@ -76,7 +75,10 @@ void single_row(char *dst, const char *src, size_t n, const MatrixWay &way) {
             const __m512 joined = out == 1 ? result[0] : three_to_one(result, single_lanes.join[i]);
             _mm512_mask_storeu_ps(to + i * 64, mask(i, out), joined);
         }
-    }
+    };
+    size_t x = 0;
+    for (; x + 16 <= n; x += 16) block(x, 16);
+    if (x < n) block(x, n - x);
 }
 
 // False where there is no such way.

@@ -127,6 +127,15 @@ constexpr u32 byte_shifts = 9;
 constexpr RowLoop byte_loops[3][byte_shifts] = {
     KIPX_BYTES(MulAddOp::add), KIPX_BYTES(MulAddOp::sub), KIPX_BYTES(MulAddOp::rsub)};
 
+// a * b + c of reals as it is: nothing turned, nothing scaled.
+template<class D, class A, class B, class C> void plain_sum(Run run) {
+    each<D>(run, [=](size_t i) {
+        const auto a = static_cast<f32>(load<A>(run.src[0], i));
+        const auto b = static_cast<f32>(load<B>(run.src[1], i));
+        return one_nan(accumulated(a, b, static_cast<f32>(load<C>(run.src[2], i))));
+    });
+}
+
 template<class D, class A, class B, class C> void row(Run run) {
     const auto &way = *static_cast<const MulAddWay *>(run.params);
     const ArithScale &scale = way.scale;
@@ -135,6 +144,8 @@ template<class D, class A, class B, class C> void row(Run run) {
         if (none || (down && scale.shift < byte_shifts))
             return byte_loops[static_cast<u32>(way.op)][none ? 0 : scale.shift](run);
     }
+    if constexpr (floating<D>)
+        if (way.op == MulAddOp::add && scale.factor == 1) return plain_sum<D, A, B, C>(run);
     if constexpr (floating<decltype(wide_of<A, B, C>())>) // the factor says it all
         return scaled<D, A, B, C, ScaleMode::none>(run);
     switch (scale.mode) {
