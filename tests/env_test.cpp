@@ -1,10 +1,18 @@
 // The execution environment on the real memory stack: its life, what belongs to whom, the switch.
 #include <kipx/env.h>
+#include <kipx/types.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <fstream>
 #include <functional>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -185,7 +193,10 @@ TEST_F(Environments, BlocksAndMarks) {
     EXPECT_EQ(KipxXEalloca(&xe, 1, 3), nullptr);
 }
 
+const int32_t first_answer = kipx_use_simd(0); // before main sets anything
+
 TEST(Switch, AnswersForItsValueAndTheFlags) {
+    EXPECT_EQ(first_answer, 0);
     struct {
         int32_t set;
         uint64_t flags;
@@ -208,6 +219,36 @@ TEST(Switch, AnswersForItsValueAndTheFlags) {
     }
     kipx_set_simd(before);
 }
+
+#if defined(__x86_64__)
+// The system's own list of features tells what the best set is: without this, kernels that never run in
+// vector form would pass every test.
+TEST(Switch, TheSetIsTheBestThatTheProcessorHasAndTheSwitchAllows) {
+    std::ifstream file("/proc/cpuinfo");
+    std::string line;
+    while (std::getline(file, line) && line.rfind("flags", 0) != 0) {
+    }
+    std::istringstream words(line);
+    const std::set<std::string> has{std::istream_iterator<std::string>(words), {}};
+    auto all = [&](std::initializer_list<const char *> names) {
+        return std::all_of(names.begin(), names.end(),
+                           [&](const char *f) { return has.count(f) == 1; });
+    };
+    const bool avx2 = all({"avx2", "bmi1", "bmi2"});
+    const bool avx512 =
+        avx2 && all({"avx512f", "avx512bw", "avx512cd", "avx512dq", "avx512vl", "avx512vbmi"});
+    const int32_t some = avx2 ? KIPX_SIMD_AVX2 : KIPX_SIMD_OFF,
+                  best = avx512 ? KIPX_SIMD_AVX512 : some;
+    const int32_t before = kipx_simd_set(0);
+    for (auto [value, set] :
+         {std::pair{0, 0}, {1, best}, {2, some}, {3, best}, {77, best}, {-1, 0}}) {
+        kipx_set_simd(value);
+        EXPECT_EQ(kipx_simd_set(0), set) << value;
+        EXPECT_EQ(kipx_simd_set(KIPX_FLAG_PLAIN), KIPX_SIMD_OFF) << value;
+    }
+    kipx_set_simd(before);
+}
+#endif
 
 TEST(Switch, AValueSetDuringTheFirstQueryStands) {
     const int32_t before = kipx_use_simd(0);

@@ -29,7 +29,7 @@ src/arith/arith_rows.cpp src/arith/arith_values.h src/compare/tables.cpp src/com
 src/morph/shape.cpp src/region/flood.cpp src/region/block_flood.h src/region/mser.cpp src/region/detect.cpp
 src/util/quick_sort.h src/util/plain_sorts.h src/util/elements.h src/util/search.cpp""".split()
 WITNESSES = {
-    "core": "dispatch roi array footprint region_road compare convert stats threshold resize muladd failing sizes",
+    "core": "env dispatch roi array footprint region_road compare convert stats threshold resize muladd failing sizes",
     "arith": "dispatch roi arith failing", "compare": "compare threshold failing", "morph": "shape morph filter",
     "region": "watershed mser detect tree flood gather tiles region sizes failing", "util": "sort"}
 NEIGHBOURS = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "==", "&&": "||", "||": "&&", "+": "-", "-": "+",
