@@ -15,7 +15,16 @@ namespace {
 constexpr uint64_t most_in_one_block = uint64_t{1} << 22;
 
 // Where a flood turns with every pixel, queues are read all over; a larger image does better with stacks.
-constexpr uint64_t most_queued_turning = uint64_t{1} << 19;
+uint64_t most_queued(Look look) {
+    switch (look) {
+    case Look::busy:
+        return uint64_t{1} << 19;
+    case Look::woven:
+        return uint64_t{1} << 22;
+    default:
+        return UINT64_MAX;
+    }
+}
 
 } // namespace
 
@@ -24,11 +33,8 @@ int32_t FastFlood::open(KipxXE *xe, uint64_t flags, const FloodImage &image) {
     Look look = look_of(image, {0, 0, image.height, image.width});
     const bool large = image.pixels() > most_in_one_block;
     in_tiles_ = large && (look == Look::soft || look == Look::busy);
-    manner_ = Manner::queues;
-    if (look == Look::flat) manner_ = Manner::runs;
-    const bool turning = look == Look::woven || look == Look::busy;
-    if ((turning && image.pixels() > most_queued_turning) || (look == Look::calm && large))
-        manner_ = Manner::stacks;
+    const Manner turning = image.pixels() > most_queued(look) ? Manner::stacks : Manner::queues;
+    manner_ = look == Look::flat ? Manner::runs : turning;
     uint64_t cell = image.mask.at ? sizeof(uint16_t) : sizeof(uint8_t);
     uint64_t size = in_tiles_ ? tiles_scratch_size(image) : one_block_size(image, cell);
     return scratch_.open(xe, size) ? 0 : KIPX_ENOMEM;
